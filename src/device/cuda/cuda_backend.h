@@ -1,0 +1,18 @@
+#ifndef RATSEG_DEVICE_CUDA_CUDA_BACKEND_H
+#define RATSEG_DEVICE_CUDA_CUDA_BACKEND_H
+
+#include "device/backend.h"
+
+namespace namespace_ratseg {
+
+// Whether this build holds the CUDA backend. Guard calls of what only it defines with
+// "if constexpr", so that builds without it link.
+inline constexpr bool kBuiltWithCuda = RATSEG_WITH_CUDA != 0;
+
+// The backend over the CUDA runtime. Errors are translated to the codes of types.h by name, since
+// their numbers changed between versions. Exists only where kBuiltWithCuda is true.
+Backend& cudaBackend();
+
+}  // namespace namespace_ratseg
+
+#endif

@@ -1,0 +1,260 @@
+#include "device/host/host_backend.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+
+namespace namespace_ratseg {
+
+namespace {
+
+constexpr std::size_t kAlignment = 256;  // as device allocations are aligned
+
+std::size_t physicalMemory() {
+  const long pages = sysconf(_SC_PHYS_PAGES);
+  const long size = sysconf(_SC_PAGE_SIZE);
+  return pages > 0 && size > 0 ? static_cast<std::size_t>(pages) * static_cast<std::size_t>(size)
+                               : static_cast<std::size_t>(-1);
+}
+
+}  // namespace
+
+struct HostBackend::Event {
+  std::chrono::steady_clock::time_point time;
+  bool recorded = false;
+};
+
+HostBackend::HostBackend(HostConfig config)
+    : config_(std::move(config)),
+      used_(static_cast<std::size_t>(config_.devices)),
+      peerEnabled_(static_cast<std::size_t>(config_.devices) *
+                   static_cast<std::size_t>(config_.devices)) {
+  if (config_.memoryBytes == 0) config_.memoryBytes = physicalMemory();
+}
+
+HostBackend::~HostBackend() {
+  for (const auto& [ptr, allocation] : allocations_) std::free(const_cast<char*>(ptr));
+}
+
+cudaError_t HostBackend::fail(cudaError_t error) {
+  pending_ = error;
+  return error;
+}
+
+void HostBackend::observe(const char* name, std::size_t bytes, const LaunchShape& shape) {
+  if (observer_) observer_(Call{name, device_, shape, bytes});
+}
+
+bool HostBackend::admitLaunch(const char* kernel, const LaunchShape& shape) {
+  cudaDeviceProp prop;
+  if (getDeviceProperties(&prop, device_) != cudaSuccess) return false;
+  const auto volume = [](const dim3& d) { return static_cast<unsigned long long>(d.x) * d.y * d.z; };
+  if (volume(shape.grid) == 0 || volume(shape.block) == 0 ||
+      volume(shape.block) > static_cast<unsigned long long>(prop.maxThreadsPerBlock)) {
+    fail(cudaErrorInvalidConfiguration);
+    return false;
+  }
+  if (shape.sharedBytes > prop.sharedMemPerBlockOptin) {
+    fail(cudaErrorInvalidValue);
+    return false;
+  }
+  observe(kernel, 0, shape);
+  return true;
+}
+
+cudaError_t HostBackend::getDeviceCount(int* count) {
+  *count = config_.devices;
+  return config_.devices > 0 ? cudaSuccess : fail(cudaErrorNoDevice);
+}
+
+cudaError_t HostBackend::getDeviceProperties(cudaDeviceProp* prop, int device) {
+  if (!validDevice(device)) return fail(cudaErrorInvalidDevice);
+  const auto index = static_cast<std::size_t>(device);
+  *prop = index < config_.properties.size() ? config_.properties[index] : defaultHostProperties();
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::setDevice(int device) {
+  if (!validDevice(device)) return fail(cudaErrorInvalidDevice);
+  device_ = device;
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::getDevice(int* device) {
+  if (config_.devices == 0) return fail(cudaErrorNoDevice);
+  *device = device_;
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::malloc(void** ptr, std::size_t bytes) {
+  if (config_.devices == 0) return fail(cudaErrorNoDevice);
+  if (bytes == 0) {
+    *ptr = nullptr;
+    return cudaSuccess;
+  }
+  std::size_t& used = used_[static_cast<std::size_t>(device_)];
+  if (bytes > config_.memoryBytes || used > config_.memoryBytes - bytes) {
+    return fail(cudaErrorMemoryAllocation);
+  }
+  const std::size_t rounded = (bytes + kAlignment - 1) / kAlignment * kAlignment;
+  void* memory = std::aligned_alloc(kAlignment, rounded);
+  if (memory == nullptr) return fail(cudaErrorMemoryAllocation);
+  used += bytes;
+  allocations_.emplace(static_cast<const char*>(memory), Allocation{bytes, device_});
+  *ptr = memory;
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::free(void* ptr) {
+  if (ptr == nullptr) return cudaSuccess;
+  const auto it = allocations_.find(static_cast<const char*>(ptr));
+  if (it == allocations_.end()) return fail(cudaErrorInvalidDevicePointer);
+  used_[static_cast<std::size_t>(it->second.device)] -= it->second.bytes;
+  allocations_.erase(it);
+  std::free(ptr);
+  return cudaSuccess;
+}
+
+bool HostBackend::owns(const void* ptr, std::size_t bytes) const {
+  const char* first = static_cast<const char*>(ptr);
+  auto it = allocations_.upper_bound(first);
+  if (it == allocations_.begin()) return false;
+  --it;
+  const auto offset = static_cast<std::size_t>(first - it->first);
+  return offset <= it->second.bytes && bytes <= it->second.bytes - offset;
+}
+
+cudaError_t HostBackend::memset(void* ptr, int value, std::size_t bytes) {
+  if (bytes == 0) return cudaSuccess;
+  if (!owns(ptr, bytes)) return fail(cudaErrorInvalidValue);
+  std::memset(ptr, value, bytes);
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::memset2D(void* ptr, std::size_t pitch, int value, std::size_t width,
+                                  std::size_t height) {
+  if (width == 0 || height == 0) return cudaSuccess;
+  if (width > pitch || !owns(ptr, pitch * (height - 1) + width)) return fail(cudaErrorInvalidValue);
+  for (std::size_t y = 0; y < height; ++y) {
+    std::memset(static_cast<char*>(ptr) + y * pitch, value, width);
+  }
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::memGetInfo(std::size_t* freeBytes, std::size_t* totalBytes) {
+  if (config_.devices == 0) return fail(cudaErrorNoDevice);
+  *totalBytes = config_.memoryBytes;
+  *freeBytes = config_.memoryBytes - used_[static_cast<std::size_t>(device_)];
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::memcpy(void* dst, const void* src, std::size_t bytes,
+                                cudaMemcpyKind kind) {
+  if (bytes == 0) return cudaSuccess;
+  if ((kind != cudaMemcpyDeviceToHost && !owns(dst, bytes)) ||
+      (kind != cudaMemcpyHostToDevice && !owns(src, bytes))) {
+    return fail(cudaErrorInvalidValue);
+  }
+  std::memmove(dst, src, bytes);
+  observe("cudaMemcpy", bytes);
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::memcpyPeer(void* dst, int dstDevice, const void* src, int srcDevice,
+                                    std::size_t bytes) {
+  if (!validDevice(dstDevice) || !validDevice(srcDevice)) return fail(cudaErrorInvalidDevice);
+  if (bytes == 0) return cudaSuccess;
+  if (!owns(dst, bytes) || !owns(src, bytes)) return fail(cudaErrorInvalidValue);
+  std::memmove(dst, src, bytes);
+  observe("cudaMemcpyPeer", bytes);
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::deviceCanAccessPeer(int* can, int device, int peer) {
+  if (!validDevice(device) || !validDevice(peer)) return fail(cudaErrorInvalidDevice);
+  *can = device != peer && config_.peer ? 1 : 0;
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::deviceEnablePeerAccess(int peer, unsigned int flags) {
+  if (!validDevice(peer) || peer == device_ || !config_.peer) return fail(cudaErrorInvalidDevice);
+  if (flags != 0) return fail(cudaErrorInvalidValue);
+  const auto index = static_cast<std::size_t>(device_ * config_.devices + peer);
+  if (peerEnabled_[index]) return fail(cudaErrorPeerAccessAlreadyEnabled);
+  peerEnabled_[index] = true;
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::deviceSynchronize() {
+  if (config_.devices == 0) return fail(cudaErrorNoDevice);
+  observe("cudaDeviceSynchronize", 0);
+  return cudaSuccess;
+}
+
+HostBackend::Event* HostBackend::find(cudaEvent_t event) const {
+  const auto it = events_.find(event);
+  return it == events_.end() ? nullptr : it->second.get();
+}
+
+cudaError_t HostBackend::eventCreate(cudaEvent_t* event) {
+  if (config_.devices == 0) return fail(cudaErrorNoDevice);
+  auto made = std::make_unique<Event>();
+  *event = made.get();
+  events_.emplace(*event, std::move(made));
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::eventRecord(cudaEvent_t event) {
+  Event* e = find(event);
+  if (e == nullptr) return fail(cudaErrorInvalidResourceHandle);
+  e->time = std::chrono::steady_clock::now();
+  e->recorded = true;
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::eventSynchronize(cudaEvent_t event) {
+  return find(event) != nullptr ? cudaSuccess : fail(cudaErrorInvalidResourceHandle);
+}
+
+cudaError_t HostBackend::eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) {
+  const Event* first = find(start);
+  const Event* last = find(stop);
+  if (first == nullptr || last == nullptr || !first->recorded || !last->recorded) {
+    return fail(cudaErrorInvalidResourceHandle);
+  }
+  *ms = std::chrono::duration<float, std::milli>(last->time - first->time).count();
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::eventDestroy(cudaEvent_t event) {
+  return events_.erase(event) == 1 ? cudaSuccess : fail(cudaErrorInvalidResourceHandle);
+}
+
+cudaError_t HostBackend::getLastError() {
+  const cudaError_t error = pending_;
+  pending_ = cudaSuccess;
+  return error;
+}
+
+cudaError_t HostBackend::peekAtLastError() { return pending_; }
+
+const char* HostBackend::getErrorString(cudaError_t error) {
+  switch (error) {
+    case cudaSuccess: return "no error";
+    case cudaErrorMemoryAllocation: return "out of memory";
+    case cudaErrorInvalidDeviceFunction: return "invalid device function";
+    case cudaErrorInvalidConfiguration: return "invalid configuration argument";
+    case cudaErrorInvalidDevice: return "invalid device ordinal";
+    case cudaErrorInvalidValue: return "invalid argument";
+    case cudaErrorInvalidDevicePointer: return "invalid device pointer";
+    case cudaErrorInvalidResourceHandle: return "invalid resource handle";
+    case cudaErrorInsufficientDriver: return "CUDA driver version is insufficient for CUDA runtime version";
+    case cudaErrorNoDevice: return "no CUDA-capable device is detected";
+    case cudaErrorPeerAccessAlreadyEnabled: return "peer access is already enabled";
+  }
+  return "unknown error";
+}
+
+}  // namespace namespace_ratseg

@@ -1,0 +1,103 @@
+#ifndef RATSEG_DEVICE_HOST_HOST_BACKEND_H
+#define RATSEG_DEVICE_HOST_HOST_BACKEND_H
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "device/backend.h"
+#include "device/host/host_config.h"
+
+namespace namespace_ratseg {
+
+// The host as a machine of one or more devices. Memory is the process's own, device pointers may be
+// read and written by the host directly, and every call is finished when it returns. Not
+// thread-safe: one thread drives the devices, as with the runtime that it stands for.
+//
+// Stricter than it needs to be, so that mistakes show: copies and fills must lie inside one
+// allocation, and nothing can be freed twice. Destroying the backend releases all its memory, as
+// the end of a process does on a GPU.
+class HostBackend final : public Backend {
+ public:
+  // One call that moved data, launched a kernel or waited; what an observer sees.
+  struct Call {
+    std::string name;         // a kernel's name, or "cudaMemcpy", "cudaMemcpyPeer",
+                              // "cudaDeviceSynchronize"
+    int device = 0;           // the current device at the call
+    LaunchShape shape;        // of a kernel launch
+    std::size_t bytes = 0;    // of a copy
+  };
+  using Observer = std::function<void(const Call&)>;
+
+  explicit HostBackend(HostConfig config);
+  ~HostBackend() override;
+
+  // Calls observer after each admitted launch, copy or wait from now on; empty = nobody.
+  void setObserver(Observer observer) { observer_ = std::move(observer); }
+
+  // Opens a kernel launch on the current device. False when the shape is one that a GPU would
+  // refuse; the error (cudaErrorInvalidConfiguration for a block of more threads than the device
+  // takes or an empty grid or block, cudaErrorInvalidValue for too much shared memory) is then
+  // pending and the launcher must do nothing.
+  bool admitLaunch(const char* kernel, const LaunchShape& shape);
+
+  bool isHost() const override { return true; }
+
+  cudaError_t getDeviceCount(int* count) override;
+  cudaError_t getDeviceProperties(cudaDeviceProp* prop, int device) override;
+  cudaError_t setDevice(int device) override;
+  cudaError_t getDevice(int* device) override;
+
+  cudaError_t malloc(void** ptr, std::size_t bytes) override;
+  cudaError_t free(void* ptr) override;
+  cudaError_t memset(void* ptr, int value, std::size_t bytes) override;
+  cudaError_t memset2D(void* ptr, std::size_t pitch, int value, std::size_t width,
+                       std::size_t height) override;
+  cudaError_t memGetInfo(std::size_t* freeBytes, std::size_t* totalBytes) override;
+
+  cudaError_t memcpy(void* dst, const void* src, std::size_t bytes, cudaMemcpyKind kind) override;
+  cudaError_t memcpyPeer(void* dst, int dstDevice, const void* src, int srcDevice,
+                         std::size_t bytes) override;
+  cudaError_t deviceCanAccessPeer(int* can, int device, int peer) override;
+  cudaError_t deviceEnablePeerAccess(int peer, unsigned int flags) override;
+
+  cudaError_t deviceSynchronize() override;
+
+  cudaError_t eventCreate(cudaEvent_t* event) override;
+  cudaError_t eventRecord(cudaEvent_t event) override;
+  cudaError_t eventSynchronize(cudaEvent_t event) override;
+  cudaError_t eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) override;
+  cudaError_t eventDestroy(cudaEvent_t event) override;
+
+  cudaError_t getLastError() override;
+  cudaError_t peekAtLastError() override;
+  const char* getErrorString(cudaError_t error) override;
+
+ private:
+  struct Event;
+  struct Allocation {
+    std::size_t bytes;
+    int device;
+  };
+
+  cudaError_t fail(cudaError_t error);
+  bool validDevice(int device) const { return device >= 0 && device < config_.devices; }
+  bool owns(const void* ptr, std::size_t bytes) const;
+  Event* find(cudaEvent_t event) const;
+  void observe(const char* name, std::size_t bytes, const LaunchShape& shape = {});
+
+  HostConfig config_;
+  int device_ = 0;
+  cudaError_t pending_ = cudaSuccess;
+  std::map<const char*, Allocation> allocations_;  // by first byte
+  std::vector<std::size_t> used_;                  // bytes per device
+  std::vector<bool> peerEnabled_;                  // [device * devices + peer]
+  std::map<cudaEvent_t, std::unique_ptr<Event>> events_;
+  Observer observer_;
+};
+
+}  // namespace namespace_ratseg
+
+#endif

@@ -1,0 +1,39 @@
+#ifndef RATSEG_DEVICE_HOST_HOST_CONFIG_H
+#define RATSEG_DEVICE_HOST_HOST_CONFIG_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "device/types.h"
+
+namespace namespace_ratseg {
+
+// The machine that the host plays.
+struct HostConfig {
+  int devices = 1;              // RATSEG_HOST_DEVICES, 0 to 64; 0 = a machine without devices
+  bool peer = true;             // RATSEG_HOST_PEER, 0 or 1: may devices reach each other's memory
+  std::size_t memoryBytes = 0;  // RATSEG_HOST_MEMORY, MiB per device; 0 = the machine's memory
+
+  // Properties of the first devices, for tests that rank them; devices beyond the list get the
+  // host's own (defaultHostProperties).
+  std::vector<cudaDeviceProp> properties;
+
+  // Reads the three variables; unset or empty ones keep the defaults. False, with one line in
+  // error, when a value is not a number in its range.
+  static bool fromEnvironment(HostConfig& config, std::string& error);
+
+  // The same; on an error prints the line on standard error and ends the process with status 1.
+  static HostConfig fromEnvironmentOrExit();
+};
+
+// What one host device says of itself: 1024 threads and 48 KiB of shared memory a block, as every
+// GPU has, and compute capability 3.0, the first with warp shuffles.
+cudaDeviceProp defaultHostProperties();
+
+// Threads that the host's launches are spread over (OMP_NUM_THREADS, otherwise all cores).
+int hostThreads();
+
+}  // namespace namespace_ratseg
+
+#endif

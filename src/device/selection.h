@@ -1,0 +1,54 @@
+#ifndef RATSEG_DEVICE_SELECTION_H
+#define RATSEG_DEVICE_SELECTION_H
+
+// Which backend the runtime calls go to. One is current for the whole process; whatever was
+// allocated under a backend must be used and released while that backend is current.
+
+#include <iosfwd>
+#include <string>
+
+#include "device/backend.h"
+
+namespace namespace_ratseg {
+
+enum class DeviceChoice { automatic, cuda, host };
+
+// Reads "auto", "cuda" or "host". False, with choice untouched, for anything else.
+bool parseDeviceChoice(const std::string& text, DeviceChoice& choice);
+
+// The choice that the environment variable RATSEG_DEVICE makes (automatic when unset or empty).
+// False, with one line in error, when its value is none of the three.
+bool deviceChoiceFromEnvironment(DeviceChoice& choice, std::string& error);
+
+// Makes the chosen backend current and returns it:
+//   host       the host, as RATSEG_HOST_* describe it (host/host_config.h);
+//   cuda       the CUDA GPUs; without a GPU, driver or CUDA build a machine without devices;
+//   automatic  the CUDA GPUs when a driver reports one, otherwise the host, which is then said in
+//              one line on notice, with the number of threads.
+Backend& chooseBackend(DeviceChoice choice, std::ostream& notice);
+
+// The CUDA backend when this build has one and a driver reports a GPU, otherwise null.
+Backend* cudaBackendIfUsable();
+
+// The current backend. When none was chosen yet, chooses by the environment first (notices and
+// errors on standard error; a bad RATSEG_DEVICE ends the process with status 1).
+Backend& backend();
+
+// Makes b current; b must outlive its use. For programs and tests that hold several backends.
+void setBackend(Backend& b);
+
+// Makes a backend current for a scope, then the one before it again.
+class BackendScope {
+ public:
+  explicit BackendScope(Backend& b);
+  ~BackendScope();
+  BackendScope(const BackendScope&) = delete;
+  BackendScope& operator=(const BackendScope&) = delete;
+
+ private:
+  Backend* previous_;
+};
+
+}  // namespace namespace_ratseg
+
+#endif
