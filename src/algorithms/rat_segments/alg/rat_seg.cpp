@@ -1,0 +1,30 @@
+#include "algorithms/rat_segments/alg/rat_seg.h"
+
+#include "algorithms/rat_segments/alg/rat_seg_impl.h"
+
+namespace namespace_ratseg {
+
+RatSeg::RatSeg() : impl_(new RatSegImpl(par_)) {}
+RatSeg::~RatSeg() { delete impl_; }
+
+bool RatSeg::alloc() { return impl_->alloc(); }
+void RatSeg::reinit() { impl_->reinit(); }
+void RatSeg::free() { impl_->free(); }
+void RatSeg::setWeight(float* weight) { impl_->setWeight(weight); }
+void RatSeg::setDataterm(float* rho) { impl_->setDataterm(rho); }
+void RatSeg::setDataterm(float4* image, float4** scribbles, std::size_t* scribblesNum, float sigma,
+                         float thr) {
+  impl_->setDataterm(image, scribbles, scribblesNum, sigma, thr);
+}
+void RatSeg::getDataterm(float* rho) { impl_->getDataterm(rho); }
+void RatSeg::setRatios(float* ratios, float* sigmas, std::size_t ind_bgr0, float* mins,
+                       float* maxs) {
+  impl_->setRatios(ratios, sigmas, ind_bgr0, mins, maxs);
+}
+void RatSeg::run() { impl_->run(); }
+void RatSeg::getSolution(float* uh) { impl_->getSolution(uh); }
+void RatSeg::getSolution_smooth(float* uh) { impl_->getSolution_smooth(uh); }
+float RatSeg::energy_gap(float* ep0, float* ed0) { return impl_->energy_gap(ep0, ed0); }
+void RatSeg::getUsedDevices(int*& devices, int& count) { impl_->getUsedDevices(devices, count); }
+
+}  // namespace namespace_ratseg

@@ -1,0 +1,133 @@
+#ifndef RATSEG_ALG_RAT_SEG_H
+#define RATSEG_ALG_RAT_SEG_H
+
+// The solver. Given a data term, an edge weight and, per foreground label, a mean and a spread of
+// its share of the foreground, it computes a labeling that balances data term, boundary length and
+// the deviation of the shares. The model and every update: docs/math.md.
+//
+//   RatSeg solver;
+//   Params& par = solver.getParams();
+//   par.w = w; par.h = h; par.n = n; par.lambda = 5; par.mu = 500; par.eps = 10;
+//   if (!solver.alloc()) return false;
+//   solver.setRatios(means, sigmas, n - 1, nullptr, nullptr);
+//   solver.setDataterm(rho);
+//   solver.setWeight(weight);
+//   solver.run();
+//   solver.getSolution(u);
+//   solver.free();
+//
+// Host arrays belong to the caller and are copied. A per-pixel array of all labels holds n planes
+// of w*h floats, element (x, y, i) at i*w*h + y*w + x; labels are numbered 0 to n-1.
+//
+// The shares are those of the foreground: the prior compares a_i / (1 - a_background) with the
+// label's mean. With a single foreground label that quotient is always 1, so the prior has nothing
+// to say. For shares of the whole image make every real label foreground and append a void
+// background label that costs much but not infinitely much everywhere: 100 times the scale of the
+// data term. (Not FLT_MAX: the projection onto the simplex lifts a forbidden label wherever the
+// others sum to less than one.)
+//
+// One thread at a time may use a solver. It computes on the devices of the backend that is current
+// (device/selection.h) from alloc() to free().
+
+#include <cstddef>
+#include <vector>
+
+#include "device/types.h"
+
+namespace namespace_ratseg {
+
+class RatSegImpl;
+
+// What a solve depends on besides its arrays. Fill it before alloc(); after alloc() w, h, n,
+// threadsx, threadsy, gpu and gpu_num may not change.
+struct Params {
+  static constexpr int kind_prior_none = 0;        // no prior on the shares
+  static constexpr int kind_prior_interval = 1;    // shares within [mins, maxs]
+  static constexpr int kind_prior_lowerBound = 2;  // mu and ratios; linear dual
+  static constexpr int kind_prior_upperBound = 3;  // mu, eps, ratios and sigmas
+
+  std::size_t w = 128;            // image width in pixels
+  std::size_t h = 128;            // image height in pixels
+  std::size_t n = 32;             // number of labels
+  std::size_t Nsteps = 1000;      // iterations that run() performs
+  float dt_multiplier = 1.0f;     // scale of the primal step; the dual step is its reciprocal
+  bool initLocalSolution = true;  // start from the pixelwise best label instead of zero
+  bool cancel = false;            // set it to stop run() at the next iteration
+  std::size_t outModulo = 1000;   // period of synchronisation and progress output, in iterations
+  std::size_t threadsx = 128;     // thread-block width of the per-pixel kernels
+  std::size_t threadsy = 2;       // thread-block height of the per-pixel kernels
+  int gpu_num = -1;               // when gpu is empty: -k = the first k devices, 0 = all devices
+  std::vector<int> gpu;           // device numbers, one band each; overrides gpu_num
+  float lambda = 0.2f;            // weight of the length term, >= 0; FLT_MAX = no bound on its dual
+  int kind_prior = kind_prior_upperBound;  // others than the four count as none
+  float mu = 10000.0f;  // weight of the prior; 0 = off, negative or FLT_MAX = strict
+  float eps = 0.01f;    // tolerance of the upper-bound prior, > 0
+};
+
+class RatSeg {
+ public:
+  RatSeg();
+  // Does not release device memory: call free() first, or leave it to the end of the process.
+  virtual ~RatSeg();
+  RatSeg(const RatSeg&) = delete;
+  RatSeg& operator=(const RatSeg&) = delete;
+
+  Params& getParams() { return par_; }
+
+  // Chooses the devices, splits the image into one band of rows per device, reports on standard
+  // output and allocates. False, with one line on standard error, when device memory runs out, when
+  // there is no device, or when the bands would leave a device without rows.
+  bool alloc();
+
+  // Sets the iteration back to its start; data term, weight and shares stay.
+  void reinit();
+
+  // Releases device memory. Nothing happens when nothing is allocated.
+  void free();
+
+  // Per-pixel weight of the length term, w*h floats >= 0. Without it the weight is 1 everywhere.
+  void setWeight(float* weight);
+
+  // Data term rho, n*w*h floats: the cost of each label at each pixel. FLT_MAX or more forbids a
+  // label, -FLT_MAX or less forces it. Also sets the labeling to its start.
+  void setDataterm(float* rho);
+
+  // Data term from colour scribbles: image has w*h colours with channels in [0, 1], scribbles[i]
+  // holds the scribblesNum[i] (at most w*h, may be 0) colours marked with label i. The cost is
+  // min(thr, -ln of the mean over the scribbles of exp(-D^2 / (2 sigma^2))), D the CIELAB distance.
+  void setDataterm(float4* image, float4** scribbles, std::size_t* scribblesNum, float sigma,
+                   float thr);
+
+  // The data term in use, into n*w*h floats.
+  void getDataterm(float* rho);
+
+  // Shares: n means and n spreads, the background label's index, and n lower and upper bounds for
+  // the interval prior; null bounds mean ratios -/+ 3 sigmas within [0, 1]. The entries of the
+  // background label are not used.
+  void setRatios(float* ratios, float* sigmas, std::size_t ind_bgr0, float* mins, float* maxs);
+
+  // Runs Nsteps iterations from the current state.
+  void run();
+
+  // The labeling, into n*w*h floats: 1 for the label of the greatest value at each pixel (the
+  // lowest on ties), 0 for the others.
+  void getSolution(float* uh);
+
+  // The relaxed labeling, into n*w*h floats.
+  void getSolution_smooth(float* uh);
+
+  // Placeholder: writes 0 through each pointer that is not null and returns a quiet NaN.
+  float energy_gap(float* ep0, float* ed0);
+
+  // The device numbers in use, in the order of the bands, as a new array (the caller releases it
+  // with delete[]), and their count. Null and 0 before a successful alloc().
+  void getUsedDevices(int*& devices, int& count);
+
+ private:
+  Params par_;
+  RatSegImpl* impl_;
+};
+
+}  // namespace namespace_ratseg
+
+#endif

@@ -1,0 +1,279 @@
+// Devices, bands and memory of the solver.
+
+#include "algorithms/rat_segments/alg/rat_seg_impl.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <limits>
+#include <string>
+
+#include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
+#include "device/runtime.h"
+#include "util/cudautil.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+std::size_t ceilDiv(std::size_t a, std::size_t b) { return b == 0 ? 0 : (a + b - 1) / b; }
+
+dim3 shape3(std::size_t x, std::size_t y, std::size_t z) {
+  return {static_cast<unsigned>(x), static_cast<unsigned>(y), static_cast<unsigned>(z)};
+}
+
+// Bytes of the band's arrays in whole MiB, rounded up. The arrays of the scribble data term are
+// left out.
+std::size_t memoryMiB(const gpudata& g, std::size_t n) {
+  const std::size_t bytes =
+      4 * g.NOffset + 4 * g.NOffset + 8 * g.NOffset + 10 * 4 * n + 4 * g.N + 4 * g.NOmega;
+  return (bytes + 0xFFFFF) >> 20;
+}
+
+// A number of MiB in groups of 1024 with their units, from the highest non-zero one down.
+std::string mixedUnits(std::size_t mib) {
+  static const char* const units[] = {"B", "KB", "MB", "GB", "TB", "PB", "EB", "ZB", "YB"};
+  constexpr int kMega = 2;
+  int highest = 0;
+  while (highest < 6 && (mib >> (10 * (highest + 1))) != 0) ++highest;
+  std::string text;
+  for (int j = highest; j >= 0; --j) {
+    text += std::to_string((mib >> (10 * j)) & 1023) + " " + units[kMega + j];
+    if (j > 0) text += " ";
+  }
+  return text;
+}
+
+}  // namespace
+
+bool RatSegImpl::chooseDevices() {
+  int* found = nullptr;
+  int count = 0;
+  CudaUtil::getDevices(&found, &count, nullptr, true);
+  std::vector<int> chosen = par.gpu;
+  if (chosen.empty()) {
+    const int wanted = par.gpu_num != 0 ? std::min(-par.gpu_num, count) : count;
+    if (wanted > 0) chosen.assign(found, found + wanted);
+  }
+  nDev = static_cast<int>(chosen.size());
+  if (nDev == 0) {
+    if (count > 0) {
+      std::cerr << "ERROR: gpu_num must be 0 or negative, but is " << par.gpu_num << std::endl;
+    }
+    delete[] found;
+    return false;
+  }
+  dev = new int[chosen.size()];
+  std::copy(chosen.begin(), chosen.end(), dev);
+
+  std::cout << "Using: ";
+  for (int d = 0; d < nDev; ++d) std::cout << (d == 0 ? "" : ", ") << dev[d];
+  std::cout << std::endl;
+
+  CudaUtil::enablePeerAccess(dev, static_cast<std::size_t>(nDev), &canAccess_array);
+  delete[] found;
+  return true;
+}
+
+bool RatSegImpl::setUpBands() {
+  if (par.w == 0 || par.h == 0 || par.n == 0 || par.threadsx == 0 || par.threadsy == 0) {
+    std::cerr << "ERROR: w, h, n, threadsx and threadsy must be positive, but are " << par.w << ", "
+              << par.h << ", " << par.n << ", " << par.threadsx << " and " << par.threadsy
+              << std::endl;
+    return false;
+  }
+  const auto bands = static_cast<std::size_t>(nDev);
+  const std::size_t chunk = ceilDiv(par.h, bands);
+  if ((bands - 1) * chunk >= par.h) {
+    std::cerr << "ERROR: " << par.h << " image rows cannot be split over " << bands
+              << " devices in bands of " << chunk << " rows: device " << par.h / chunk + 1
+              << " of the list would get none" << std::endl;
+    return false;
+  }
+  for (std::size_t d = 0; d < bands; ++d) {
+    gpudata& g = arrays[d];
+    g.ymin = d * chunk;
+    g.ymax = d + 1 < bands ? (d + 1) * chunk : par.h;
+    g.h = g.ymax - g.ymin;
+    g.NOmega = g.h * par.w;
+    g.NOmegaOffset = (g.h + 1) * par.w;
+    g.N = g.NOmega * par.n;
+    g.NOffset = g.NOmegaOffset * par.n;
+    g.block = shape3(par.threadsx, par.threadsy, 1);
+    g.grid = shape3(ceilDiv(par.w, par.threadsx), ceilDiv(g.h, par.threadsy), 1);
+  }
+  block_copy = shape3(par.threadsx, 1, 1);
+  grid_copy = shape3(ceilDiv(par.w, par.threadsx), par.n, 1);
+  return true;
+}
+
+// The scratch of ratseg_prim_u grows with the number of labels. Where a block of the usual shape
+// would need more shared memory than the current device has, a smaller block is launched.
+void RatSegImpl::setUpPrimUShape(gpudata& g) {
+  cudaDeviceProp prop;
+  int device = 0;
+  cudaGetDevice(&device);
+  cudaGetDeviceProperties(&prop, device);
+  check(__LINE__);
+  std::size_t x = par.threadsx;
+  std::size_t y = par.threadsy;
+  const std::size_t perThread = sizeof(float) * par.n;
+  while (x * y > 1 && x * y * perThread > prop.sharedMemPerBlockOptin) {
+    if (y > 1) {
+      y = (y + 1) / 2;
+    } else {
+      x = (x + 1) / 2;
+    }
+  }
+  g.primU.block = shape3(x, y, 1);
+  g.primU.grid = shape3(ceilDiv(par.w, x), ceilDiv(g.h, y), 1);
+  g.primU.sharedBytes = x * y * perThread;
+}
+
+void RatSegImpl::printMemoryNeeded() {
+  std::size_t total = 0;
+  for (int d = 0; d < nDev; ++d) total += memoryMiB(arrays[d], par.n);
+  std::cout << "GPU memory needed: " << mixedUnits(total) << std::endl;
+  if (nDev == 1) return;
+  for (int d = 0; d < nDev; ++d) {
+    std::cout << "  device " << dev[d] << ": " << memoryMiB(arrays[d], par.n) << " MB";
+    std::size_t available = 0;
+    std::size_t whole = 0;
+    cudaSetDevice(dev[d]);
+    check(__LINE__);
+    cudaMemGetInfo(&available, &whole);
+    check(__LINE__);
+    std::cout << ",  available: " << (available >> 20) << " MB"
+              << ",  total: " << (whole >> 20) << " MB" << std::endl;
+  }
+}
+
+void RatSegImpl::allocateArrays() {
+  const std::size_t n = par.n;
+  for (int d = 0; d < nDev; ++d) {
+    gpudata& g = arrays[d];
+    select(d, __LINE__);
+    g.u.alloc(g.NOffset);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.u_bar.alloc(g.NOffset);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.p.alloc(g.NOffset);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.a.alloc(n);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.a_bar.alloc(n);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.gamma.alloc(n);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.sum_u.alloc(n);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.alpha.alloc(n);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.beta.alloc(n);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.ratios.alloc(n);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.sigmas.alloc(n);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.mins.alloc(n);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.maxs.alloc(n);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.rho.alloc(g.N);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.weight.alloc(g.NOmega);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.scribbles.alloc(par.w * par.h);
+    cuda_check_malloc(kImplPath, __LINE__);
+    g.image.alloc(g.NOmega);
+    cuda_check_malloc(kImplPath, __LINE__);
+    setUpPrimUShape(g);
+  }
+}
+
+// Releases what chooseDevices and the record array hold; for problems that are refused before any
+// device memory is allocated.
+void RatSegImpl::forgetRecords() {
+  delete[] arrays;
+  delete[] dev;
+  delete[] canAccess_array;
+  arrays = nullptr;
+  dev = nullptr;
+  canAccess_array = nullptr;
+}
+
+bool RatSegImpl::alloc() {
+  free();
+  if (!chooseDevices()) return false;
+  arrays = new gpudata[static_cast<std::size_t>(nDev)];
+  if (!setUpBands()) {
+    forgetRecords();
+    return false;
+  }
+  printMemoryNeeded();
+  try {
+    allocateArrays();
+  } catch (cudaMallocException& e) {
+    e.printError();
+    // Does nothing yet: what was allocated before the failure stays with its records.
+    free();
+    return false;
+  }
+  allocatedArrays = true;
+  scaleOmega = 128.0f / std::sqrt(static_cast<float>(par.w * par.h));
+  constGamma = static_cast<float>(par.w * par.h);
+  constAlpha = 1.0f;
+  sum_u_host = new float[par.n * static_cast<std::size_t>(nDev)];
+  reinit();
+  return true;
+}
+
+void RatSegImpl::free() {
+  if (!allocatedArrays) return;
+  for (int d = 0; d < nDev; ++d) {
+    gpudata& g = arrays[d];
+    select(d, __LINE__);
+    const auto release = [](auto&... array) {
+      const auto one = [](auto& a) {
+        a.free();
+        check(__LINE__);
+      };
+      (one(array), ...);
+    };
+    release(g.u, g.u_bar, g.p, g.a, g.a_bar, g.gamma, g.sum_u, g.alpha, g.beta, g.ratios, g.sigmas,
+            g.mins, g.maxs, g.rho, g.weight, g.scribbles, g.image);
+  }
+  forgetRecords();
+  delete[] sum_u_host;
+  sum_u_host = nullptr;
+  allocatedArrays = false;
+}
+
+void RatSegImpl::select(int d, unsigned long line) {
+  cudaSetDevice(dev[d]);
+  check(line);
+}
+
+void RatSegImpl::deviceSynchronizeAll() {
+  for (int d = 0; d < bands(); ++d) {
+    select(d, __LINE__);
+    cudaDeviceSynchronize();
+    check(__LINE__);
+  }
+}
+
+float RatSegImpl::energy_gap(float* ep0, float* ed0) {
+  if (ep0 != nullptr) *ep0 = 0.0f;
+  if (ed0 != nullptr) *ed0 = 0.0f;
+  return std::numeric_limits<float>::quiet_NaN();
+}
+
+void RatSegImpl::getUsedDevices(int*& devices, int& count) {
+  count = bands();
+  devices = nullptr;
+  if (count == 0) return;
+  devices = new int[static_cast<std::size_t>(count)];
+  std::copy(dev, dev + count, devices);
+}
+
+}  // namespace namespace_ratseg

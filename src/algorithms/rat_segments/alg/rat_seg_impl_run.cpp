@@ -1,0 +1,280 @@
+// The iteration.
+
+#include <iomanip>
+#include <iostream>
+#include <vector>
+
+#include "algorithms/rat_segments/alg/rat_seg_impl.h"
+#include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
+#include "algorithms/rat_segments/alg/rat_seg_kernels.h"
+#include "device/runtime.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+constexpr float kThetaBar = 1.0f;  // over-relaxation
+
+// A blank that aligns numbers without a minus sign.
+const char* signBlank(float x) { return x >= 0.0f ? " " : ""; }
+
+}  // namespace
+
+// Host copies of device 0's per-label arrays, for the progress report.
+struct RatSegImpl::Report {
+  explicit Report(std::size_t n) : a(n), gamma(n), alpha(n), beta(n), ratios(n), sigmas(n) {}
+  std::vector<float> a, gamma, alpha, beta, ratios, sigmas;
+};
+
+// Bytes that one iteration moves per pixel and label: 20 in the dual step (u_bar and p read, p
+// written, the row below from cache), 4 in the sums, 24 in the primal step (u, p, rho read; u and
+// u_bar written).
+void RatSegImpl::run() {
+  if (!allocatedArrays) {
+    std::cout << "ERROR (run()): Must call alloc() first" << std::endl;
+    return;
+  }
+  for (int d = 0; d < bands(); ++d) {
+    arrays[d].weightHat = kind_weight != kind_weight_none ? arrays[d].weight.get_ptr() : nullptr;
+  }
+  const float tau = par.dt_multiplier;
+  const float sigma = 1.0f / par.dt_multiplier;
+  Report report(par.n);
+  par.cancel = false;
+
+  for (std::size_t step = 1; step <= par.Nsteps; ++step) {
+    const bool reports = par.outModulo != 0 && step % par.outModulo == 0;
+    if (reports || par.cancel) {
+      deviceSynchronizeAll();
+      if (par.cancel) break;
+      if (par.Nsteps != par.outModulo) {
+        std::cout << "Step " << step << " of " << par.Nsteps << std::endl;
+      }
+    }
+    dualStepOfLength(sigma);
+    copyExtraRegions_p();
+    computeSumU__save_on_gpu0();
+    updateShares(tau, sigma);
+    primalStepOfLabeling(tau);
+    copyExtraRegions_u();
+    if (reports) printReport(report);
+  }
+  deviceSynchronizeAll();
+}
+
+LaunchShape RatSegImpl::perLabel() const {
+  return {{1, 1, 1}, {static_cast<unsigned>(par.n), 1, 1}, 0};
+}
+
+// p_i <- projection of p_i + (sigma/2) grad u_bar_i onto the disc of radius weight lambda/2
+void RatSegImpl::dualStepOfLength(float sigma) {
+  for (int d = 0; d < bands(); ++d) {
+    gpudata& g = arrays[d];
+    select(d, kRunLines + __LINE__);
+    ratSegKernels().ratseg_dual_p({g.grid, g.block, 0}, g.p, g.u_bar, g.weightHat, par.lambda,
+                                  sigma, par.w, par.h, g.ymin, g.ymax, par.n);
+    check(kRunLines + __LINE__);
+  }
+}
+
+// The row above each band: the previous band's last row of p.
+void RatSegImpl::copyExtraRegions_p() {
+  for (int d = 1; d < bands(); ++d) {
+    gpudata& to = arrays[d];
+    gpudata& from = arrays[d - 1];
+    select(d, kRunLines + __LINE__);
+    if (canAccess(d, d - 1)) {
+      ratSegKernels().ratseg_copyLastToFirst({grid_copy, block_copy, 0}, to.p, from.p, par.w, to.h,
+                                             from.h, par.n);
+      check(kRunLines + __LINE__);
+      continue;
+    }
+    // The copy engine takes row h-1 where the kernel takes row h; both are meant.
+    for (std::size_t i = 0; i < par.n; ++i) {
+      cudaMemcpyPeer(to.p.get_ptr() + i * to.NOmegaOffset, dev[d],
+                     from.p.get_ptr() + i * from.NOmegaOffset + (from.h - 1) * par.w, dev[d - 1],
+                     par.w * sizeof(float2));
+      check(kRunLines + __LINE__);
+    }
+  }
+}
+
+// The row below each band: the next band's first row of u_bar.
+void RatSegImpl::copyExtraRegions_u() {
+  for (int d = 0; d + 1 < bands(); ++d) {
+    gpudata& to = arrays[d];
+    gpudata& from = arrays[d + 1];
+    select(d, kRunLines + __LINE__);
+    if (canAccess(d, d + 1)) {
+      ratSegKernels().ratseg_copyFirstToLast({grid_copy, block_copy, 0}, to.u_bar, from.u_bar,
+                                             par.w, to.h, from.h, par.n);
+      check(kRunLines + __LINE__);
+      continue;
+    }
+    // The copy engine fills row h-1 where the kernel fills row h; both are meant.
+    for (std::size_t i = 0; i < par.n; ++i) {
+      cudaMemcpyPeer(to.u_bar.get_ptr() + i * to.NOmegaOffset + (to.h - 1) * par.w, dev[d],
+                     from.u_bar.get_ptr() + i * from.NOmegaOffset, dev[d + 1],
+                     par.w * sizeof(float));
+      check(kRunLines + __LINE__);
+    }
+  }
+}
+
+// sum_u_i = sum of u_bar_i over each band, gathered on device 0.
+void RatSegImpl::computeSumU__save_on_gpu0() {
+  const std::size_t n = par.n;
+  for (int d = 0; d < bands(); ++d) {
+    gpudata& g = arrays[d];
+    select(d, kRunLines + __LINE__);
+    for (std::size_t i = 0; i < n; ++i) {
+      g.summator.sumup(g.sum_u.get_ptr() + i, g.u_bar.get_ptr() + i * g.NOmegaOffset, g.NOmega);
+      check(kRunLines + __LINE__);
+    }
+  }
+
+  bool allReached = true;
+  for (int d = 1; d < bands(); ++d) {
+    if (!canAccess(0, d)) {
+      allReached = false;
+      continue;
+    }
+    select(0, kRunLines + __LINE__);
+    ratSegKernels().computeSumU_sumKernel(perLabel(), arrays[0].sum_u, arrays[d].sum_u, n);
+    check(kRunLines + __LINE__);
+  }
+  if (allReached) return;
+
+  const std::size_t bytes = n * sizeof(float);
+  select(0, kRunLines + __LINE__);
+  cudaMemcpy(sum_u_host, arrays[0].sum_u.get_ptr(), bytes, cudaMemcpyDeviceToHost);
+  check(kRunLines + __LINE__);
+  for (int d = 1; d < bands(); ++d) {
+    if (canAccess(0, d)) continue;
+    float* part = sum_u_host + static_cast<std::size_t>(d) * n;
+    select(d, kRunLines + __LINE__);
+    cudaMemcpy(part, arrays[d].sum_u.get_ptr(), bytes, cudaMemcpyDeviceToHost);
+    check(kRunLines + __LINE__);
+    for (std::size_t i = 0; i < n; ++i) sum_u_host[i] += part[i];
+  }
+  select(0, kRunLines + __LINE__);
+  cudaMemcpy(arrays[0].sum_u.get_ptr(), sum_u_host, bytes, cudaMemcpyHostToDevice);
+  check(kRunLines + __LINE__);
+}
+
+void RatSegImpl::broadcastGamma() {
+  for (int d = 1; d < bands(); ++d) {
+    select(d, kRunLines + __LINE__);
+    if (canAccess(d, 0)) {
+      ratSegKernels().ratseg_copyGamma(perLabel(), arrays[d].gamma, arrays[0].gamma, par.n);
+    } else {
+      cudaMemcpyPeer(arrays[d].gamma.get_ptr(), dev[d], arrays[0].gamma.get_ptr(), dev[0],
+                     par.n * sizeof(float));
+    }
+    check(kRunLines + __LINE__);
+  }
+}
+
+// On device 0: gamma_i += sigma/2 (a_bar_i - sum_u_i / N), sent to all devices; then the prior's
+// dual step from a_bar and the primal step of the shares, by kind of prior.
+void RatSegImpl::updateShares(float tau, float sigma) {
+  gpudata& g = arrays[0];
+  const std::size_t n = par.n;
+  const std::size_t Np = par.w * par.h;
+  const LaunchShape shape = perLabel();
+  RatSegKernels& kernels = ratSegKernels();
+
+  select(0, kRunLines + __LINE__);
+  kernels.ratseg_dual_gamma(shape, g.gamma, g.a_bar, g.sum_u, constGamma, Np, sigma, n);
+  check(kRunLines + __LINE__);
+  broadcastGamma();
+
+  select(0, kRunLines + __LINE__);
+  switch (par.kind_prior) {
+    case Params::kind_prior_interval:
+      constAlpha = static_cast<float>(Np);
+      kernels.ratseg_dual_alphabeta__interval(shape, g.alpha, g.beta, g.a_bar, constAlpha, g.mins,
+                                              g.maxs, ind_bgr, sigma, n);
+      check(kRunLines + __LINE__);
+      kernels.ratseg_prim_a__interval(shape, g.a, g.a_bar, g.gamma, g.alpha, g.beta, constGamma,
+                                      constAlpha, ind_bgr, kThetaBar, tau, n);
+      break;
+    case Params::kind_prior_lowerBound:
+      constAlpha = 1.0f;
+      kernels.ratseg_dual_alphabeta__lowerBound(shape, g.alpha, g.a_bar, constAlpha, par.mu,
+                                                g.ratios, g.sigmas, ind_bgr, sigma, n);
+      check(kRunLines + __LINE__);
+      kernels.ratseg_prim_a__lowerBound(shape, g.a, g.a_bar, g.gamma, g.alpha, constGamma,
+                                        constAlpha, par.mu, g.ratios, ind_bgr, kThetaBar, tau, n);
+      break;
+    case Params::kind_prior_upperBound:
+      constAlpha = static_cast<float>(Np);
+      kernels.ratseg_dual_alphabeta__upperBound(shape, g.alpha, g.beta, g.a_bar, constAlpha, par.mu,
+                                                par.eps, g.ratios, g.sigmas, ind_bgr, sigma, n);
+      check(kRunLines + __LINE__);
+      kernels.ratseg_prim_a__upperBound(shape, g.a, g.a_bar, g.gamma, g.alpha, g.beta, constGamma,
+                                        constAlpha, par.mu, par.eps, g.ratios, ind_bgr, kThetaBar,
+                                        tau, n);
+      break;
+    default:
+      constAlpha = 1.0f;
+      kernels.ratseg_prim_a__gamma(shape, g.a, g.a_bar, g.gamma, constGamma, kThetaBar, tau, n);
+  }
+  check(kRunLines + __LINE__);
+}
+
+// u <- projection of u + tau' (div p_i + gamma_i constGamma/N - rho_i) onto the simplex,
+// tau' = tau / (constGamma/N + 4); u_bar = u_new + theta_bar (u_new - u_old)
+void RatSegImpl::primalStepOfLabeling(float tau) {
+  for (int d = 0; d < bands(); ++d) {
+    gpudata& g = arrays[d];
+    select(d, kRunLines + __LINE__);
+    ratSegKernels().ratseg_prim_u(g.primU, g.u, g.u_bar, g.p, g.gamma, constGamma, g.rho, kThetaBar,
+                                  tau, par.w, par.h, g.ymin, g.ymax, par.n);
+    check(kRunLines + __LINE__);
+  }
+}
+
+void RatSegImpl::printReport(Report& report) {
+  gpudata& g = arrays[0];
+  g.sum_u.copyToHost(sum_u_host);
+  check(kRunLines + __LINE__);
+  g.a.copyToHost(report.a.data());
+  check(kRunLines + __LINE__);
+  g.gamma.copyToHost(report.gamma.data());
+  check(kRunLines + __LINE__);
+  g.alpha.copyToHost(report.alpha.data());
+  check(kRunLines + __LINE__);
+  g.beta.copyToHost(report.beta.data());
+  check(kRunLines + __LINE__);
+  g.ratios.copyToHost(report.ratios.data());
+  check(kRunLines + __LINE__);
+  g.sigmas.copyToHost(report.sigmas.data());
+  check(kRunLines + __LINE__);
+
+  const float pixels = static_cast<float>(par.w * par.h);
+  std::cout << std::fixed;
+  for (std::size_t i = 0; i < par.n; ++i) {
+    const float a = report.a[i];
+    const float gamma = report.gamma[i];
+    std::cout << "  a" << i << "=" << a << ", sum_u=" << sum_u_host[i] / pixels
+              << ",  gamma=" << signBlank(gamma) << gamma;
+    if (i != ind_bgr) {
+      const float B = 1.0f - report.a[ind_bgr];
+      const float ratio = report.ratios[i];
+      const float sigma = report.sigmas[i];
+      const float q = a / B;
+      const float z = (q - ratio) / sigma;
+      const float deviation = (a - B * ratio) / sigma;
+      const float bound = deviation * deviation / B;
+      const float alpha = report.alpha[i];
+      const float beta = report.beta[i];
+      std::cout << ",    q=" << q << ", q0=" << ratio << ", s0=" << sigma
+                << ",  (q-q0)/s0=" << signBlank(z) << z << ", bound=" << signBlank(bound) << bound
+                << ",  alpha=" << signBlank(alpha) << alpha << ", beta=" << signBlank(beta) << beta;
+    }
+    std::cout << std::endl;
+  }
+}
+
+}  // namespace namespace_ratseg

@@ -1,0 +1,126 @@
+#ifndef RATSEG_UTIL_CUDAPROJ_H
+#define RATSEG_UTIL_CUDAPROJ_H
+
+// Projections that host and GPU kernels share: onto the probability simplex, onto the region above
+// a parabola, onto the polar cone of an interval. docs/math.md derives each.
+
+#include <cfloat>
+#include <cmath>
+
+#include "device/types.h"
+
+namespace namespace_ratseg {
+
+// Projects LANES vectors of n components, one per lane, onto the probability simplex
+// {v >= 0, sum v = 1}, in place. Component j of lane l is v[j * LANES + l]. Each lane subtracts the
+// mean excess of its active components (all in the first pass, the positive ones afterwards) and
+// clamps at 0, until a pass clamps nothing or n passes are done. Lanes do not influence each other.
+template <int LANES>
+RATSEG_HD inline void projectOntoSimplex(float* __restrict__ v, int n) {
+  float mean[LANES];
+  int clamped[LANES];
+  for (int l = 0; l < LANES; ++l) clamped[l] = 1;
+  for (int pass = 0; pass < n; ++pass) {
+    float sum[LANES] = {};
+    float active[LANES] = {};
+    for (int j = 0; j < n; ++j) {
+      for (int l = 0; l < LANES; ++l) {
+        const float value = v[j * LANES + l];
+        const bool counts = (pass == 0) | (value > 0.0f);
+        sum[l] += counts ? value : 0.0f;
+        active[l] += counts ? 1.0f : 0.0f;
+      }
+    }
+    for (int l = 0; l < LANES; ++l) {
+      const float excess = (sum[l] - 1.0f) / active[l];
+      mean[l] = (clamped[l] != 0) & (active[l] > 0.0f) ? excess : 0.0f;
+      clamped[l] = 0;
+    }
+    for (int j = 0; j < n; ++j) {
+      for (int l = 0; l < LANES; ++l) {
+        const float value = v[j * LANES + l];
+        const float moved = (pass == 0) | (value > 0.0f) ? value - mean[l] : value;
+        clamped[l] |= moved < 0.0f ? 1 : 0;
+        v[j * LANES + l] = moved < 0.0f ? 0.0f : moved;
+      }
+    }
+    int any = 0;
+    for (int l = 0; l < LANES; ++l) any |= clamped[l];
+    if (any == 0) return;
+  }
+}
+
+namespace parabola {
+
+// The root t >= 0 of t^3 + 3 q t - 2 r = 0, r >= 0, that is nearest on the parabola.
+RATSEG_HD inline float nearestRoot(float r, float q) {
+  const float discriminant = r * r + q * q * q;
+  if (discriminant >= 0.0f) {
+    const float c = cbrtf(r + sqrtf(discriminant));
+    return c > 0.0f ? c - q / c : 0.0f;
+  }
+  const float s = sqrtf(fabsf(q));
+  const float v = fminf(r / (s * s * s), 1.0f);
+  constexpr float twoPi = 6.283185307f;
+  return 2.0f * s * sinf((twoPi - asinf(v)) / 3.0f);
+}
+
+// x of the point of the parabola y = x^2 / (4 d) nearest to (x, y), which lies below it. Series
+// where the closed form loses precision; the thresholds are compared in double precision.
+RATSEG_HD inline float nearestX(float x, float y, float d) {
+  const double xd = x, yd = y, dd = d;
+  if (fabs(xd) <= 0.005 * dd && fabs(yd) <= 0.005 * dd) {
+    const float X = x / d, Y = y / d;
+    return x *
+           (1.0f + Y / 2.0f + (2.0f * Y * Y - X * X) / 8.0f + Y * (Y * Y - 2.0f * X * X) / 8.0f);
+  }
+  if (y > 0.0f && dd * xd * xd <= 2.5e-5 * (yd * yd * yd) && dd <= 2.5e-5 * yd) {
+    const float k = sqrtf(d / (y * y * y));
+    const float A = k * y, B = fabsf(x) * k;
+    const float S =
+        1.0f + B / 2.0f - (3.0f * B * B + 8.0f * A * A) / 8.0f + B * (B * B + 2.0f * A * A) / 2.0f;
+    const float magnitude = 2.0f * y * y * k * S;
+    return x >= 0.0f ? magnitude : -magnitude;
+  }
+  if (y < 0.0f && dd * xd * xd <= 0.005 * -(yd * yd * yd) && dd <= 0.005 * -yd) {
+    const float k = -d / (y * y * y);
+    return (k * (2.0f * x * y * y)) * (1.0f - k * (x * x + 2.0f * y * y));
+  }
+  const float X = x / (2.0f * d);
+  const float q = (1.0f - y / (2.0f * d)) * (2.0f / 3.0f);
+  const float t = nearestRoot(fabsf(X), q);
+  return X >= 0.0f ? 2.0f * d * t : -2.0f * d * t;
+}
+
+}  // namespace parabola
+
+// Projects (x, y) onto {(x, y) : y >= x^2 / (4 d)}. d of at least FLT_MAX leaves the half plane
+// y >= 0, d below 1e-12 the ray x = 0, y >= 0.
+RATSEG_HD inline float2 projectOntoParabola(float x, float y, float d) {
+  if (d >= FLT_MAX) return {x, fmaxf(y, 0.0f)};
+  if (d < 1e-12) return {0.0f, fmaxf(y, 0.0f)};
+  if (y >= x * (x * (1.0f / (4.0f * d)))) return {x, y};
+  const float nearest = parabola::nearestX(x, y, d);
+  return {nearest, nearest * nearest / (4.0f * d)};
+}
+
+// Projects (x, y) onto the cone {(x, y) : y >= lo x and y >= hi x}, the polar of
+// {(s, -t) : t >= 0, lo t <= s <= hi t}. The upper ray is tried first.
+RATSEG_HD inline float2 projectOntoIntervalCone(float x, float y, float lo, float hi) {
+  if (y >= lo * x && y >= hi * x) return {x, y};
+  const float alongHi = hi * y + x;
+  if ((hi >= 0.0f && alongHi >= 0.0f) || (hi < 0.0f && alongHi <= 0.0f)) {
+    const float s = alongHi / (hi * hi + 1.0f);
+    return {s, hi * s};
+  }
+  const float alongLo = lo * y + x;
+  if ((lo >= 0.0f && alongLo <= 0.0f) || (lo < 0.0f && alongLo >= 0.0f)) {
+    const float s = alongLo / (lo * lo + 1.0f);
+    return {s, lo * s};
+  }
+  return {0.0f, 0.0f};
+}
+
+}  // namespace namespace_ratseg
+
+#endif
