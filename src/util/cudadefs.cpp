@@ -1,0 +1,119 @@
+#include "util/cudadefs.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+
+namespace namespace_ratseg {
+
+std::pair<std::string, unsigned long> lastcalls[kLastCalls];
+int lastcalls_pos = 0;
+int lastcalls_ncur = 0;
+bool cuda_check_sync = false;
+
+namespace {
+
+constexpr const char* kFile = "src/util/cudadefs";
+
+std::size_t numDigits(int number) { return std::to_string(number).size(); }
+
+void printInvalidDeviceFunctionHint() {
+  std::cout << "**" << std::endl;
+  std::cout
+      << "** Likely reason: Wrong -arch parameter. E.g. compiling with -arch=sm_30, but running"
+         " on device of compute capability sm_10\n";
+  std::cout << "** \n";
+  std::cout << "** Other possible reasons: \n";
+  std::cout << "** This indicates that a kernel launch is requesting resources that can \n";
+  std::cout << "** never be satisfied by the current device. Requesting more shared memory \n";
+  std::cout << "** per block than the device supports will trigger this error, as will \n";
+  std::cout << "** requesting too many threads or blocks. See ::cudaDeviceProp for more \n";
+  std::cout << "** device limitations." << std::endl;
+  std::cout << "**" << std::endl;
+}
+
+[[noreturn]] void endProcess() {
+  if (lastcalls_ncur > 0) cudacalls_print();
+  std::cout.flush();
+  std::exit(1);
+}
+
+}  // namespace
+
+cudaMallocException::cudaMallocException(std::string file_, int line_)
+    : file(std::move(file_)), line(line_) {}
+
+void cudaMallocException::printError() const {
+  std::cerr << "ERROR: Insufficient GPU memory (" << file << ", line " << line << ")" << std::endl;
+}
+
+void cuda_check_setSync(bool sync) { cuda_check_sync = sync; }
+bool cuda_check_isSync() { return cuda_check_sync; }
+
+void cuda_check(const std::string& file, unsigned long line) {
+  if (cuda_check_sync) cudaDeviceSynchronize();
+  const cudaError_t error = cudaGetLastError();
+  if (error == cudaSuccess) {
+    cudacalls_add(file, line);
+    return;
+  }
+  std::cout << std::endl;
+  std::cout << file << ", line " << line;
+  std::cout << ": " << cudaGetErrorString(error) << " (" << cudaErrorNumber(error) << ")"
+            << std::endl;
+  if (error == cudaErrorInvalidDeviceFunction) printInvalidDeviceFunctionHint();
+  endProcess();
+}
+
+void cuda_check_malloc(const std::string& file, unsigned long line) {
+  const cudaError_t error = cudaGetLastError();
+  if (error == cudaSuccess) {
+    cudacalls_add(file, line);
+    return;
+  }
+  if (error == cudaErrorMemoryAllocation) throw cudaMallocException(file, static_cast<int>(line));
+  std::cout << std::endl;
+  std::cout << file << ", line " << line << ": " << cudaGetErrorString(error) << std::endl;
+  endProcess();
+}
+
+void cuda_peek(const std::string& file, unsigned long line) {
+  const cudaError_t error = cudaPeekAtLastError();
+  if (error != cudaSuccess) {
+    std::cout << "CUDA WARNING: " << file << ", line " << line << ": " << cudaGetErrorString(error)
+              << std::endl;
+  }
+  cudacalls_add(file, line);
+}
+
+void cudacalls_add(const std::string& file, unsigned long line) {
+  lastcalls[lastcalls_pos] = {file, line};
+  lastcalls_ncur = std::min(lastcalls_ncur + 1, kLastCalls);
+  lastcalls_pos = (lastcalls_pos + 1) % kLastCalls;
+}
+
+void cudacalls_print() {
+  std::cout << "Previous CUDA calls:" << std::endl;
+  const std::size_t width = numDigits(lastcalls_ncur);
+  for (int i = 0; i < lastcalls_ncur; ++i) {
+    const auto& [file, line] = lastcalls[(lastcalls_pos - 1 - i + kLastCalls) % kLastCalls];
+    std::cout << std::string(width - numDigits(i), ' ') << i << ": " << file << ", line " << line
+              << std::endl;
+  }
+}
+
+bool peekCudaError() { return cudaPeekAtLastError() != cudaSuccess; }
+bool getCudaError() { return cudaGetLastError() != cudaSuccess; }
+
+bool cudaCheckAvailability() {
+  int count = 0;
+  cudaGetDeviceCount(&count);
+  cuda_check(kFile, 143);
+  return count > 0;
+}
+
+std::ostream& operator<<(std::ostream& out, const dim3& d) {
+  return out << "(" << d.x << "," << d.y << "," << d.z << ")";
+}
+
+}  // namespace namespace_ratseg
