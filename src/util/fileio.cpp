@@ -1,0 +1,85 @@
+#include "util/fileio.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <iostream>
+
+namespace namespace_ratseg {
+
+static_assert(std::endian::native == std::endian::little, "packed arrays are little-endian");
+
+namespace {
+
+// Calls move(offset, bytes), which returns the number of bytes that zlib moved, for all pieces of
+// len bytes. False, with file closed, as soon as one is not moved as a whole.
+template <class Move>
+bool moveGZ(gzFile file, std::size_t len, std::size_t pieceBytes, Move&& move) {
+  for (std::size_t offset = 0; offset < len;) {
+    const auto piece = static_cast<unsigned int>(std::min(len - offset, pieceBytes));
+    const int moved = move(offset, piece);
+    if (moved < 0 || static_cast<unsigned int>(moved) != piece) {
+      gzclose(file);
+      return false;
+    }
+    offset += piece;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool FileIO::loadGZ(gzFile file, void* dst, std::size_t len, std::size_t pieceBytes) {
+  return moveGZ(file, len, pieceBytes, [&](std::size_t offset, unsigned int bytes) {
+    return gzread(file, static_cast<char*>(dst) + offset, bytes);
+  });
+}
+
+bool FileIO::writeGZ(gzFile file, const void* src, std::size_t len, std::size_t pieceBytes) {
+  return moveGZ(file, len, pieceBytes, [&](std::size_t offset, unsigned int bytes) {
+    return gzwrite(file, static_cast<const char*>(src) + offset, bytes);
+  });
+}
+
+template <class T>
+bool FileIO::loadArray(const std::string& filename, T* array, std::size_t count) {
+  if (array == nullptr) {
+    std::cout << "ERROR (FileIO::loadArray()): array must be allocated" << std::endl;
+    return false;
+  }
+  gzFile file = gzopen(filename.c_str(), "rb");
+  if (file == nullptr) return false;
+  std::uint64_t inFile = 0;
+  if (!loadGZ(file, &inFile, sizeof inFile)) return false;
+  if (inFile == 0) {
+    std::cout << "ERROR (File::loadArray()): No elements in file" << std::endl;
+    gzclose(file);
+    return false;
+  }
+  if (inFile != count) {
+    std::cout << "ERROR (FileIO::loadArray()): Number of elements in file = " << inFile
+              << ", but should be " << count << std::endl;
+    gzclose(file);
+    return false;
+  }
+  if (!loadGZ(file, array, count * sizeof(T))) return false;
+  gzclose(file);
+  return true;
+}
+
+template <class T>
+bool FileIO::saveArray(const std::string& filename, const T* array, std::size_t count) {
+  gzFile file = gzopen(filename.c_str(), "wb9");
+  if (file == nullptr) return false;
+  const std::uint64_t inFile = count;
+  // What zlib still holds is written when the file is closed.
+  return writeGZ(file, &inFile, sizeof inFile) && writeGZ(file, array, count * sizeof(T)) &&
+         gzclose(file) == Z_OK;
+}
+
+template bool FileIO::loadArray(const std::string&, float*, std::size_t);
+template bool FileIO::loadArray(const std::string&, int*, std::size_t);
+template bool FileIO::saveArray(const std::string&, const float*, std::size_t);
+template bool FileIO::saveArray(const std::string&, const int*, std::size_t);
+
+}  // namespace namespace_ratseg

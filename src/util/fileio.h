@@ -1,0 +1,67 @@
+#ifndef RATSEG_UTIL_FILEIO_H
+#define RATSEG_UTIL_FILEIO_H
+
+#include <zlib.h>
+
+#include <cstddef>
+#include <string>
+
+#include "device/types.h"
+
+class QImage;
+
+namespace namespace_ratseg {
+
+// Packed arrays and image files. Failures are reported by false; only loadArray prints (on standard
+// output), and nothing throws. File names are UTF-8.
+//
+// A packed array is a gzip stream of an 8-byte little-endian element count, which is not 0, and the
+// elements in the machine's own little-endian layout. Nothing in it tells the elements' type.
+//
+// The functions with images are in the library ratseg_image, which needs Qt; no QCoreApplication is
+// needed for them.
+class FileIO {
+ public:
+  // zlib moves less than 2^31 bytes at a time.
+  static constexpr std::size_t kPieceBytes = std::size_t{1} << 30;
+
+  // Read or write exactly len bytes, in pieces of at most pieceBytes. When that fails they close
+  // file and return false.
+  static bool loadGZ(gzFile file, void* dst, std::size_t len, std::size_t pieceBytes = kPieceBytes);
+  static bool writeGZ(gzFile file, const void* src, std::size_t len,
+                      std::size_t pieceBytes = kPieceBytes);
+
+  // Fills the caller's array of count elements from a packed array of exactly that many. An
+  // uncompressed file of the same bytes is read too. The array's contents are undefined after a
+  // failure. T is float or int.
+  template <class T>
+  static bool loadArray(const std::string& filename, T* array, std::size_t count);
+
+  // Writes count elements as a packed array. A failure may leave a partial file. T is float or int.
+  template <class T>
+  static bool saveArray(const std::string& filename, const T* array, std::size_t count);
+
+  // Loads an image of any format that Qt reads and of any size that memory holds; the format is
+  // found out from the file. The caller deletes the image; a failure sets it to null.
+  static bool loadImage(const std::string& filename, QImage*& image);
+
+  // The same as an array of w * h colour pixels. With allocate image becomes a new array, which the
+  // caller deletes; otherwise it is the caller's own, of enough pixels. A failure leaves image, w
+  // and h as they were.
+  static bool loadImage(const std::string& filename, float4*& image, int& w, int& h, bool allocate);
+
+  // The same through int copies of the sizes, which are written back even after a failure: sizes of
+  // 2^31 and more do not survive.
+  static bool loadImage(const std::string& filename, float4*& image, std::size_t& w, std::size_t& h,
+                        bool allocate);
+
+  // Write a PNG file: an image; w * h colour pixels (ImageTransforms::imageToQImage); w * h byte
+  // triples, blue first.
+  static bool saveImagePNG(const QImage* image, const std::string& filename);
+  static bool saveImagePNG(const float4* image, int w, int h, const std::string& filename);
+  static bool saveImagePNG(const unsigned char* image, int w, int h, const std::string& filename);
+};
+
+}  // namespace namespace_ratseg
+
+#endif

@@ -1,0 +1,67 @@
+#include <QImage>
+#include <QImageReader>
+#include <QString>
+#include <memory>
+#include <new>
+
+#include "util/fileio.h"
+#include "util/imagetransforms.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+bool savePNG(const QImage& image, const std::string& filename) {
+  return image.save(QString::fromUtf8(filename), "PNG", -1);
+}
+
+}  // namespace
+
+bool FileIO::loadImage(const std::string& filename, QImage*& image) {
+  image = nullptr;
+  const QString name = QString::fromUtf8(filename);
+  if (name.isEmpty()) return false;
+  QImageReader::setAllocationLimit(0);  // Qt's own limit is 128 MB of pixels.
+  auto loaded = std::make_unique<QImage>(name);
+  if (loaded->isNull()) return false;
+  image = loaded.release();
+  return true;
+}
+
+bool FileIO::loadImage(const std::string& filename, float4*& image, int& w, int& h, bool allocate) {
+  QImage* loaded = nullptr;
+  if (!loadImage(filename, loaded)) return false;
+  const std::unique_ptr<QImage> qimage(loaded);
+  try {
+    ImageTransforms::imageFromQImage_rgb(qimage.get(), image, w, h, allocate);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
+}
+
+bool FileIO::loadImage(const std::string& filename, float4*& image, std::size_t& w, std::size_t& h,
+                       bool allocate) {
+  int intW = static_cast<int>(w);
+  int intH = static_cast<int>(h);
+  const bool ok = loadImage(filename, image, intW, intH, allocate);
+  w = static_cast<std::size_t>(intW);
+  h = static_cast<std::size_t>(intH);
+  return ok;
+}
+
+bool FileIO::saveImagePNG(const QImage* image, const std::string& filename) {
+  return savePNG(*image, filename);
+}
+
+bool FileIO::saveImagePNG(const float4* image, int w, int h, const std::string& filename) {
+  const std::unique_ptr<QImage> qimage(ImageTransforms::imageToQImage(image, w, h, nullptr));
+  return savePNG(*qimage, filename);
+}
+
+bool FileIO::saveImagePNG(const unsigned char* image, int w, int h, const std::string& filename) {
+  const std::unique_ptr<QImage> qimage(ImageTransforms::imageToQImage(image, w, h, nullptr));
+  return savePNG(*qimage, filename);
+}
+
+}  // namespace namespace_ratseg
