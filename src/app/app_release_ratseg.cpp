@@ -1,0 +1,128 @@
+#include "app/app_release_ratseg.h"
+
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "algorithms/rat_segments/alg/rat_seg.h"
+#include "app/inputs.h"
+#include "app/messages.h"
+#include "app/options.h"
+#include "app/proportions.h"
+#include "app/result_files.h"
+#include "device/runtime.h"
+#include "util/TimerCUDA.h"
+#include "util/cmd.h"
+#include "util/cudautil.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+void printLabels(const std::string& file, const Proportions& proportions) {
+  const std::size_t n = proportions.means.size();
+  std::cout << "Labels: " << n << " (foreground labels: ";
+  for (std::size_t i = 0; i + 1 < n; ++i) std::cout << (i > 0 ? ", " : "") << i;
+  std::cout << "; background label: " << n - 1 << ")\n"
+            << "Proportions: " << file << "\n";
+  for (std::size_t i = 0; i + 1 < n; ++i) {
+    char line[200];  // A float has at most 39 digits before the point.
+    std::snprintf(line, sizeof line, "  ratios for fg label %i:  mean=%1.6f   sigma=%1.6f\n",
+                  static_cast<int>(i), static_cast<double>(proportions.means[i]),
+                  static_cast<double>(proportions.sigmas[i]));
+    std::cout << line;
+  }
+  std::cout << std::flush;
+}
+
+// Ends the process when there is no device of that number, or when it cannot take the problem: the
+// iteration updates all labels in one block of threads.
+void checkDevice(int gpu, const Params& par) {
+  const int count = CudaUtil::numDevices();
+  if (gpu < 0 || gpu >= count) {
+    fail(std::cerr, "ERROR: -gpu must be a device number from 0 to " + std::to_string(count - 1) +
+                        ", but is " + std::to_string(gpu));
+  }
+  cudaDeviceProp prop;
+  if (cudaGetDeviceProperties(&prop, gpu) != cudaSuccess || par.Nsteps == 0) return;
+  if (par.n > static_cast<std::size_t>(prop.maxThreadsPerBlock)) {
+    fail(std::cerr, "ERROR: device " + std::to_string(gpu) + " takes at most " +
+                        std::to_string(prop.maxThreadsPerBlock) + " labels, but there are " +
+                        std::to_string(par.n));
+  }
+}
+
+// Sets up the solver's memory, shares and data term; frees the data term, which the solver copies.
+void setUpSolver(RatSeg& solver, Proportions& proportions, std::unique_ptr<float[]> dataterm) {
+  if (!solver.alloc()) fail(std::cout, "ERROR: could not allocate solver");
+  solver.setRatios(proportions.means.data(), proportions.sigmas.data(), solver.getParams().n - 1,
+                   nullptr, nullptr);
+  solver.setDataterm(dataterm.get());
+}
+
+void solve(RatSeg& solver) {
+  Params& par = solver.getParams();
+  std::cout << "Computing" << std::endl;
+  par.outModulo = par.Nsteps + 1;  // no progress reports
+  TimerCUDA timer(par.gpu.data(), static_cast<int>(par.gpu.size()));
+  timer.begin("overall");
+  solver.run();
+  timer.end("overall");
+  std::cout << "Computation time: " << timer.get("overall") << " s" << std::endl;
+}
+
+std::vector<int> solvedLabeling(RatSeg& solver, std::size_t pixels, std::size_t n) {
+  const auto solution = std::make_unique_for_overwrite<float[]>(pixels * n);
+  solver.getSolution(solution.get());
+  return hardLabeling(solution.get(), pixels, n);
+}
+
+// Everything from the options on.
+void segment(Cmd& cmd) {
+  RatSeg solver;
+  Params& par = solver.getParams();
+  const Options options = readOptions(cmd, par);
+
+  const Image image = loadImage(options.image);
+  par.w = static_cast<std::size_t>(image.w);
+  par.h = static_cast<std::size_t>(image.h);
+  Proportions proportions = readProportions(options.proportions);
+  par.n = proportions.means.size();
+  printLabels(options.proportions, proportions);
+  std::unique_ptr<float[]> dataterm = loadDataterm(options.dataterm, image, par.n);
+
+  par.gpu.push_back(options.gpu);
+  checkDevice(options.gpu, par);
+  setUpSolver(solver, proportions, std::move(dataterm));
+  const std::unique_ptr<float[]> weight = edgeWeight(image, options.weightcoeff);
+  solver.setWeight(weight.get());
+  solve(solver);
+
+  const std::vector<int> labeling = solvedLabeling(solver, image.count(), par.n);
+  writeResultFiles(options.outprefix,
+                   {image.w, image.h, par.n, labeling, image.pixels.get(), weight.get()});
+}
+
+}  // namespace
+
+App_ReleaseRatSeg::App_ReleaseRatSeg(int argc, char** argv) {
+  try {
+    const std::string optionFile = argc > 0 ? std::string(argv[0]) + ".cfg" : "";
+    Cmd cmd(argc, argv, optionFile, nullptr, 0);
+    chooseDevice(cmd);
+    if (!CudaUtil::hasCuda()) {
+      fail(std::cout, "ERROR: No CUDA devices found (or CUDA not installed)");
+    }
+    if (argc <= 1) {
+      printUsage();
+    } else {
+      segment(cmd);
+    }
+  } catch (const std::bad_alloc&) {
+    fail(std::cerr, "ERROR: out of memory");
+  }
+}
+
+}  // namespace namespace_ratseg

@@ -1,0 +1,17 @@
+#ifndef RATSEG_APP_APP_RELEASE_RATSEG_H
+#define RATSEG_APP_APP_RELEASE_RATSEG_H
+
+namespace namespace_ratseg {
+
+// The program. Constructing it is its whole run: options, inputs, solve, result files. A failure
+// prints one line beginning with "ERROR" and ends the process with status 1; failures of writing
+// result files are reported and change nothing else.
+class App_ReleaseRatSeg {
+ public:
+  // The arguments of main. argv[0] + ".cfg" is an option file, read when it exists (util/cmd.h).
+  App_ReleaseRatSeg(int argc, char** argv);
+};
+
+}  // namespace namespace_ratseg
+
+#endif

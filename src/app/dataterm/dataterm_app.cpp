@@ -1,0 +1,235 @@
+#include "app/dataterm/dataterm_app.h"
+
+#include <zlib.h>
+
+#include <QtGlobal>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "algorithms/rat_segments/alg/rat_seg.h"
+#include "app/dataterm/input_error.h"
+#include "app/dataterm/label_picture.h"
+#include "app/dataterm/options.h"
+#include "app/dataterm/scribble_problem.h"
+#include "device/selection.h"
+#include "util/cudautil.h"
+#include "util/fileio.h"
+#include "util/rgb.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+struct Image {
+  int w = 0;
+  int h = 0;
+  std::unique_ptr<RGB[]> pixels;
+
+  std::size_t size() const { return static_cast<std::size_t>(w) * static_cast<std::size_t>(h); }
+};
+
+std::string sizeText(std::size_t w, std::size_t h) {
+  return std::to_string(w) + " x " + std::to_string(h) + " pixels";
+}
+
+std::string numberText(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.9g", value);
+  return text;
+}
+
+Image loadImage(const std::string& file) {
+  const std::string expected = "an image of a format that can be read";
+  if (std::ifstream in(file, std::ios::binary); !in) {
+    throw InputError(file, expected,
+                     "a file that does not open: " + std::string(std::strerror(errno)));
+  }
+  Image image;
+  RGB* pixels = nullptr;
+  if (!FileIO::loadImage(file, pixels, image.w, image.h, true)) {
+    throw InputError(file, expected, "a file that cannot be decoded");
+  }
+  image.pixels.reset(pixels);
+  return image;
+}
+
+// A picture that belongs to the image, and so has its size.
+LabelPicture loadBeside(const std::string& file, const Image& image, const std::string& imageFile) {
+  LabelPicture picture = LabelPicture::load(file);
+  const auto w = static_cast<std::size_t>(image.w);
+  const auto h = static_cast<std::size_t>(image.h);
+  if (picture.w != w || picture.h != h) {
+    throw InputError(file, sizeText(w, h) + " as in " + imageFile, sizeText(picture.w, picture.h));
+  }
+  return picture;
+}
+
+// What is to be computed, read from the files that the options name.
+struct Problem {
+  Image image;
+  std::size_t labels = 0;  // without the void background label
+  std::vector<std::vector<RGB>> colours;
+  std::vector<double> shares;  // empty without -truth
+
+  explicit Problem(const DatatermOptions& options) : image(loadImage(options.image)) {
+    const LabelPicture scribbles = loadBeside(options.scribbles, image, options.image);
+    std::optional<LabelPicture> truth;
+    if (!options.truth.empty()) truth = loadBeside(options.truth, image, options.image);
+    if (scribbles.highest() == 0) {
+      throw InputError(options.scribbles, "marked pixels (numbers above 0)", "none");
+    }
+    labels = countLabels(scribbles, truth);
+    if (labels < 2) {
+      throw InputError(options.scribbles, "marks of at least two labels (a 2 or higher)",
+                       "no mark above 1");
+    }
+    colours = scribbleColours(scribbles, image.pixels.get(), labels);
+    if (truth) {
+      shares = namespace_ratseg::shares(*truth, labels, options.sharesOfImage);
+      if (shares.empty()) {
+        throw InputError(options.truth,
+                         "foreground pixels (labels below " + std::to_string(labels - 1) + ")",
+                         "background alone");
+      }
+    }
+  }
+};
+
+void warn(const Problem& problem, const DatatermOptions& options) {
+  for (std::size_t k = 0; k < problem.labels; ++k) {
+    if (problem.colours[k].empty()) {
+      std::cerr << "WARNING: label " << k << " has no scribbles in " << options.scribbles
+                << ": it costs thr = " << options.thr << " everywhere" << std::endl;
+    }
+  }
+  if (problem.labels == 2 && !options.sharesOfImage) {
+    std::cerr << "WARNING: with a single foreground label, shares of the foreground say nothing; "
+                 "-shares image makes the prior work"
+              << std::endl;
+  }
+}
+
+void chooseDevice(const DatatermOptions& options) {
+  if (options.device.empty()) {
+    backend();  // as RATSEG_DEVICE says
+  } else {
+    DeviceChoice choice = DeviceChoice::automatic;
+    parseDeviceChoice(options.device, choice);
+    chooseBackend(choice, std::cerr);
+  }
+  if (!CudaUtil::hasCuda()) {
+    throw InputError(options.device.empty() ? "RATSEG_DEVICE" : "-device " + options.device,
+                     "a device to compute on", "none");
+  }
+}
+
+// The data term of all labels, the void background label's last where there is one.
+std::vector<float> computeDataterm(Problem& problem, const DatatermOptions& options) {
+  RatSeg solver;
+  Params& par = solver.getParams();
+  par.w = static_cast<std::size_t>(problem.image.w);
+  par.h = static_cast<std::size_t>(problem.image.h);
+  par.n = problem.labels;
+  const std::size_t planes = problem.labels + (options.sharesOfImage ? 1 : 0);
+  std::vector<float> rho(planes * problem.image.size(), options.voidCost());
+  if (!solver.alloc()) throw std::bad_alloc();
+  std::vector<RGB*> lists;
+  std::vector<std::size_t> counts;
+  for (auto& list : problem.colours) {
+    lists.push_back(list.data());
+    counts.push_back(list.size());
+  }
+  solver.setDataterm(problem.image.pixels.get(), lists.data(), counts.data(), options.sigma,
+                     options.thr);
+  solver.getDataterm(rho.data());
+  solver.free();
+  return rho;
+}
+
+[[noreturn]] void failWriting(const std::string& option, const std::string& file) {
+  const std::string reason = errno != 0 ? std::strerror(errno) : "the file could not be written";
+  throw InputError(option + " " + file, "a file that can be written", reason);
+}
+
+void writeDataterm(const std::string& file, const std::vector<float>& rho) {
+  errno = 0;
+  // Level 1: higher ones take several times as long and save little on floats.
+  gzFile out = gzopen(file.c_str(), "wb1");
+  if (out == nullptr) failWriting("-out", file);
+  const std::uint64_t count = rho.size();
+  if (!FileIO::writeGZ(out, &count, sizeof count) ||
+      !FileIO::writeGZ(out, rho.data(), rho.size() * sizeof(float)) || gzclose(out) != Z_OK) {
+    failWriting("-out", file);
+  }
+}
+
+void writeProportions(const std::string& file, const std::vector<double>& shares, double spread) {
+  errno = 0;
+  std::ofstream out(file);
+  for (double share : shares) out << numberText(share) << " " << numberText(spread) << "\n";
+  out.close();
+  if (!out) failWriting("-proportions", file);
+}
+
+void report(const Problem& problem, const DatatermOptions& options) {
+  const std::size_t planes = problem.labels + (options.sharesOfImage ? 1 : 0);
+  std::cout << "Saved " << options.out << "  (data term of " << planes << " labels, "
+            << problem.image.w << " x " << problem.image.h << " pixels)" << std::endl;
+  if (!problem.shares.empty()) {
+    std::cout << "Saved " << options.proportions << "  (shares of the "
+              << (options.sharesOfImage ? "image" : "foreground") << " of " << problem.shares.size()
+              << " labels, spread " << numberText(options.spread) << ")" << std::endl;
+  }
+  for (std::size_t k = 0; k < problem.labels; ++k) {
+    std::cout << "  " << (k + 1 < planes ? "foreground" : "background") << " label " << k << ": "
+              << problem.colours[k].size() << " scribble pixels";
+    if (k < problem.shares.size()) std::cout << ", share " << numberText(problem.shares[k]);
+    std::cout << std::endl;
+  }
+  if (options.sharesOfImage) {
+    std::cout << "  background label " << problem.labels << ": void, costs "
+              << numberText(options.voidCost()) << " everywhere" << std::endl;
+  }
+}
+
+void run(const DatatermOptions& options) {
+  Problem problem(options);
+  chooseDevice(options);
+  warn(problem, options);
+  writeDataterm(options.out, computeDataterm(problem, options));
+  if (!problem.shares.empty()) {
+    writeProportions(options.proportions, problem.shares, options.spread);
+  }
+  report(problem, options);
+}
+
+}  // namespace
+
+int runDatatermApp(int argc, const char* const* argv) {
+  if (argc <= 1) {
+    std::cout << kDatatermUsage;
+    return 0;
+  }
+  // What Qt has to say about broken image files is not for the user: the errors below say it.
+  qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+  try {
+    run(DatatermOptions::parse(argc, argv));
+    return 0;
+  } catch (const std::bad_alloc&) {
+    std::cerr << "ERROR: out of memory" << std::endl;
+  } catch (const std::exception& e) {
+    std::cerr << "ERROR: " << e.what() << std::endl;
+  }
+  return 1;
+}
+
+}  // namespace namespace_ratseg

@@ -1,0 +1,20 @@
+#ifndef RATSEG_APP_DATATERM_INPUT_ERROR_H
+#define RATSEG_APP_DATATERM_INPUT_ERROR_H
+
+#include <stdexcept>
+#include <string>
+
+namespace namespace_ratseg {
+
+// Something that the user gave is wrong: an option or a file. what() is one line that names it,
+// what was expected and what was found.
+class InputError : public std::runtime_error {
+ public:
+  // thing is an option's name or a file's.
+  InputError(const std::string& thing, const std::string& expected, const std::string& found)
+      : std::runtime_error(thing + ": expected " + expected + ", but found " + found) {}
+};
+
+}  // namespace namespace_ratseg
+
+#endif

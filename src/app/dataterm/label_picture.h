@@ -1,0 +1,31 @@
+#ifndef RATSEG_APP_DATATERM_LABEL_PICTURE_H
+#define RATSEG_APP_DATATERM_LABEL_PICTURE_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace namespace_ratseg {
+
+// A picture whose pixels are small numbers: marks or labels. Row-major, pixel (x, y) at y*w + x.
+struct LabelPicture {
+  std::size_t w = 0;
+  std::size_t h = 0;
+  std::vector<std::uint8_t> pixels;
+
+  // Reads a PNG: the grey value of an 8-bit grey one, the raw index (not the colour) of an indexed
+  // one. Throws InputError for every other file.
+  static LabelPicture load(const std::string& file);
+
+  // How many pixels have each of the numbers.
+  std::array<std::size_t, 256> histogram() const;
+
+  // The greatest number that occurs; 0 in a picture without pixels.
+  std::size_t highest() const;
+};
+
+}  // namespace namespace_ratseg
+
+#endif

@@ -1,0 +1,174 @@
+#include "app/dataterm/options.h"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+#include "app/dataterm/input_error.h"
+#include "device/selection.h"
+#include "util/cmd.h"
+
+namespace namespace_ratseg {
+
+const char* const kDatatermUsage =
+    R"(ratseg-dataterm: data term and proportions for ratseg from scribbles
+
+  ratseg-dataterm -image F -scribbles F -out F [-sigma 5] [-thr 10]
+                  [-truth F -proportions F [-spread 0.02]]
+                  [-shares foreground|image] [-device auto|cuda|host]
+
+-image <filename>
+    Image to segment, of any format that ratseg reads
+-scribbles <filename>
+    8-bit grey or indexed PNG of the image's size: 0 where nothing is marked, k+1 where label k is
+    marked. The background is the last label
+-out <filename>
+    Data term file to write
+-sigma <float>
+    How far colours count as alike, in CIELAB units
+    Default: 5
+-thr <float>
+    Greatest cost, for colours that are unlike all that were marked
+    Default: 10
+-truth <filename>
+    8-bit grey or indexed PNG of the image's size with label numbers, from which the shares of the
+    labels are taken
+-proportions <filename>
+    Proportions file to write, with -truth
+-spread <float>
+    Spread of the shares in the proportions file
+    Default: 0.02
+-shares foreground|image
+    What the shares are of. With "image" all labels are foreground, and a void background label that
+    costs 100 times thr is appended: needed when there are only two labels
+    Default: foreground
+-device auto|cuda|host
+    Where to compute
+    Default: what RATSEG_DEVICE says, otherwise auto
+)";
+
+namespace {
+
+std::string quoted(const std::string& text) { return "\"" + text + "\""; }
+
+class Reader {
+ public:
+  Reader(int argc, const char* const* argv) : cmd_(argc, argv, "", nullptr, 0) {}
+
+  void refuseUnknown() const {
+    static const std::string known[] = {"image", "scribbles",   "out",    "sigma",  "thr",
+                                        "truth", "proportions", "spread", "shares", "device"};
+    for (const auto& [name, values] : cmd_.values) {
+      bool isKnown = false;
+      for (const std::string& k : known) isKnown = isKnown || k == name;
+      if (!isKnown) {
+        throw InputError("-" + name, "one of the options that the usage screen lists",
+                         "an unknown one");
+      }
+    }
+  }
+
+  // False, with target untouched, when the option was not given.
+  bool text(const std::string& name, const std::string& expected, std::string& target) const {
+    const auto found = cmd_.values.find(name);
+    if (found == cmd_.values.end()) return false;
+    const auto& values = found->second;
+    if (values.empty() || values[0].empty()) throw InputError("-" + name, expected, "nothing");
+    if (values.size() > 1) {
+      throw InputError("-" + name, expected, std::to_string(values.size()) + " values");
+    }
+    target = values[0];
+    return true;
+  }
+
+  void required(const std::string& name, std::string& target) const {
+    if (!text(name, "a file name", target)) {
+      throw InputError("-" + name, "a file name", "no such option");
+    }
+  }
+
+  // isValid tells which values are allowed.
+  template <class T, class IsValid>
+  void number(const std::string& name, const std::string& expected, T& target,
+              IsValid&& isValid) const {
+    std::string word;
+    if (!text(name, expected, word)) return;
+    T value = 0;
+    const char* end = word.data() + word.size();
+    const auto [stop, error] = std::from_chars(word.data(), end, value);
+    if (error != std::errc() || stop != end || !isValid(value)) {
+      throw InputError("-" + name, expected, quoted(word));
+    }
+    target = value;
+  }
+
+ private:
+  Cmd cmd_;
+};
+
+void refuseLeadingWords(int argc, const char* const* argv) {
+  if (argc > 1 && argv[1][0] != '-') {
+    throw InputError("command line", "an option", quoted(argv[1]));
+  }
+}
+
+void checkShares(const Reader& reader, DatatermOptions& options) {
+  const std::string expected = "foreground or image";
+  std::string shares = "foreground";
+  reader.text("shares", expected, shares);
+  if (shares != "foreground" && shares != "image") {
+    throw InputError("-shares", expected, quoted(shares));
+  }
+  options.sharesOfImage = shares == "image";
+}
+
+void checkDevice(const Reader& reader, DatatermOptions& options) {
+  const std::string expected = "auto, cuda or host";
+  DeviceChoice ignored;
+  if (reader.text("device", expected, options.device) &&
+      !parseDeviceChoice(options.device, ignored)) {
+    throw InputError("-device", expected, quoted(options.device));
+  }
+}
+
+// -truth, -proportions and -spread go together.
+void readTruth(const Reader& reader, DatatermOptions& options) {
+  const bool truth = reader.text("truth", "a file name", options.truth);
+  const bool proportions = reader.text("proportions", "a file name", options.proportions);
+  if (truth && !proportions) {
+    throw InputError("-proportions", "a file name, since -truth is given", "no such option");
+  }
+  if (proportions && !truth) {
+    throw InputError("-truth", "a file name, since -proportions is given", "no such option");
+  }
+  const double absent = -1;
+  double spread = absent;
+  reader.number("spread", "a number of at least 0", spread,
+                [](double v) { return v >= 0 && v <= std::numeric_limits<float>::max(); });
+  if (spread != absent && !truth) {
+    throw InputError("-truth", "a file name, since -spread is given", "no such option");
+  }
+  if (spread != absent) options.spread = spread;
+}
+
+}  // namespace
+
+DatatermOptions DatatermOptions::parse(int argc, const char* const* argv) {
+  refuseLeadingWords(argc, argv);
+  const Reader reader(argc, argv);
+  reader.refuseUnknown();
+  DatatermOptions options;
+  reader.required("image", options.image);
+  reader.required("scribbles", options.scribbles);
+  reader.required("out", options.out);
+  const auto isPositive = [](float v) { return v > 0 && std::isfinite(v); };
+  reader.number("sigma", "a number greater than 0", options.sigma, isPositive);
+  reader.number("thr", "a number greater than 0 and below 1e36", options.thr,
+                [](float v) { return v > 0 && v < 1e36f; });
+  readTruth(reader, options);
+  checkShares(reader, options);
+  checkDevice(reader, options);
+  return options;
+}
+
+}  // namespace namespace_ratseg

@@ -1,0 +1,92 @@
+#include "app/inputs.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <limits>
+#include <new>
+#include <sstream>
+
+#include "app/messages.h"
+#include "util/fileio.h"
+#include "util/imagetransforms.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+std::string sizeText(const Image& image, std::size_t n) {
+  return std::to_string(image.w) + " x " + std::to_string(image.h) + " pixels x " +
+         std::to_string(n) + " labels";
+}
+
+std::unique_ptr<float[]> allocateDataterm(const Image& image, std::size_t n) {
+  try {
+    if (n > std::numeric_limits<std::size_t>::max() / sizeof(float) / image.count()) {
+      throw std::bad_alloc();
+    }
+    return std::make_unique_for_overwrite<float[]>(image.count() * n);
+  } catch (const std::bad_alloc&) {
+    fail(std::cerr, "ERROR: no memory for the data term of " + sizeText(image, n));
+  }
+}
+
+void failOnNaN(const std::string& file, const float* dataterm, const Image& image, std::size_t n) {
+  const float* end = dataterm + image.count() * n;
+  const float* found = std::find_if(dataterm, end, [](float x) { return std::isnan(x); });
+  if (found == end) return;
+  const auto index = static_cast<std::size_t>(found - dataterm);
+  const std::size_t pixel = index % image.count();
+  const auto w = static_cast<std::size_t>(image.w);
+  std::ostringstream message;
+  message << "ERROR: dataterm " << file << " holds NaN at label " << index / image.count()
+          << ", pixel (" << pixel % w << ", " << pixel / w << ")";
+  fail(std::cerr, message.str());
+}
+
+}  // namespace
+
+Image loadImage(const std::string& file) {
+  Image image;
+  RGB* pixels = nullptr;
+  if (!FileIO::loadImage(file, pixels, image.w, image.h, true)) {
+    warnIfUnreadable(file);
+    fail(std::cout, "ERROR loading image to segment: " + file);
+  }
+  image.pixels.reset(pixels);
+  std::cout << "Image to segment: " << file << " (" << image.w << " x " << image.h << ")"
+            << std::endl;
+  return image;
+}
+
+std::unique_ptr<float[]> loadDataterm(const std::string& file, const Image& image, std::size_t n) {
+  std::unique_ptr<float[]> dataterm = allocateDataterm(image, n);
+  if (!FileIO::loadArray<float>(file, dataterm.get(), image.count() * n)) {
+    warnIfUnreadable(file);
+    warn("the data term must be a packed array of floats for " + sizeText(image, n) +
+         ", the background label included");
+    fail(std::cout, "ERROR loading dataterm " + file);
+  }
+  std::cout << "Dataterm: " << file << std::endl;
+  failOnNaN(file, dataterm.get(), image, n);
+  return dataterm;
+}
+
+std::unique_ptr<float[]> edgeWeight(const Image& image, float gamma) {
+  if (gamma == 0) {
+    auto ones = std::make_unique_for_overwrite<float[]>(image.count());
+    std::fill_n(ones.get(), image.count(), 1.0f);
+    return ones;
+  }
+  const bool automatic = gamma < 0;
+  std::unique_ptr<float[]> weight(
+      ImageTransforms::computeWeight(image.pixels.get(), image.w, image.h, 1.0f, &gamma));
+  if (automatic) {
+    std::ostringstream message;
+    message << "-weightcoeff is negative; " << gamma << " is computed from the image";
+    warn(message.str());
+  }
+  return weight;
+}
+
+}  // namespace namespace_ratseg

@@ -1,0 +1,27 @@
+#ifndef RATSEG_APP_MESSAGES_H
+#define RATSEG_APP_MESSAGES_H
+
+// What the program tells its user beside the results. Standard output has a fixed form, which other
+// programs may read; hints that are not part of it go to standard error.
+
+#include <iosfwd>
+#include <string>
+
+namespace namespace_ratseg {
+
+// Prints the message as a line on out and ends the process with status 1.
+[[noreturn]] void fail(std::ostream& out, const std::string& message);
+
+// Prints "ratseg: warning: " and the message as a line on standard error.
+void warn(const std::string& message);
+
+// Why a file cannot be read, as a warning: it does not exist, is a folder, may not be read. Nothing
+// when none of these is the reason.
+void warnIfUnreadable(const std::string& file);
+
+// Text in double quotes, fit for a line: cut after 60 bytes and without control characters.
+std::string inQuotes(const std::string& text);
+
+}  // namespace namespace_ratseg
+
+#endif

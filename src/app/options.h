@@ -1,0 +1,37 @@
+#ifndef RATSEG_APP_OPTIONS_H
+#define RATSEG_APP_OPTIONS_H
+
+#include <string>
+
+namespace namespace_ratseg {
+
+class Cmd;
+struct Params;
+
+// What the command line asks for, beside the solver's parameters.
+struct Options {
+  std::string image;        // file to segment
+  std::string dataterm;     // packed array of w * h * n floats
+  std::string proportions;  // text, mean and sigma per foreground label
+  float weightcoeff = 5;    // gamma of the edge weight; 0 = no edge weight
+  std::string outprefix = "out";
+  int gpu = 0;  // device number
+};
+
+// Prints all options with their descriptions and defaults.
+void printUsage();
+
+// Reads the options, those of the solver (lambda, mu, eps, Nsteps) into par, and echoes each with
+// its description. Ends the process with status 1 at the first required one that is missing.
+// Warns on standard error of unknown options, of values that are no numbers or have no sense, and
+// of an output folder that cannot be written to.
+Options readOptions(Cmd& cmd, Params& par);
+
+// Chooses the backend by -device (auto, cuda or host), or by the environment variable RATSEG_DEVICE
+// when the option is not given (device/selection.h). Any other value ends the process with status 1
+// and a line on standard error.
+void chooseDevice(Cmd& cmd);
+
+}  // namespace namespace_ratseg
+
+#endif

@@ -1,0 +1,95 @@
+#include "app/proportions.h"
+
+#include <cmath>
+#include <fstream>
+#include <iostream>
+#include <locale>
+#include <sstream>
+
+#include "app/messages.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+std::istringstream openText(const std::string& file) {
+  std::ifstream stream(file);
+  if (!stream.is_open()) {
+    warnIfUnreadable(file);
+    fail(std::cout, "ERROR opening proportions file " + file);
+  }
+  std::ostringstream text;
+  text << stream.rdbuf();
+  return std::istringstream(text.str());
+}
+
+// Extracts a number. False, with the text where it was, when none follows.
+bool extract(std::istringstream& text, float& number) {
+  if ((text >> std::ws).eof()) return false;
+  const std::istringstream::pos_type start = text.tellg();
+  if (text >> number) return true;
+  text.clear();
+  text.seekg(start);
+  return false;
+}
+
+// Warns of what is left of the text, if anything.
+void warnOfRest(const std::string& file, std::istringstream& text, const std::string& place) {
+  std::string word;
+  if (text >> word) {
+    warn(inQuotes(file) + ": reading stopped at " + inQuotes(word) + ", which is not a number, " +
+         place);
+  }
+}
+
+void warnOfSenselessValues(const std::string& file, const Proportions& foreground) {
+  const std::string begin = inQuotes(file) + ": ";
+  const auto number = [](float x) { return (std::ostringstream() << x).str(); };
+  float sum = 0;
+  for (std::size_t i = 0; i < foreground.means.size(); ++i) {
+    const float mean = foreground.means[i];
+    const float sigma = foreground.sigmas[i];
+    const std::string label = " of label " + std::to_string(i);
+    if (mean < 0 || mean > 1) warn(begin + "mean " + number(mean) + label + " is not from 0 to 1");
+    if (sigma <= 0) warn(begin + "sigma " + number(sigma) + label + " is not positive");
+    sum += mean;
+  }
+  constexpr float kTolerance = 0.05f;
+  if (foreground.means.size() == 1) {
+    warn(begin + "with a single foreground label the proportions have no effect");
+  } else if (std::abs(sum - 1) > kTolerance) {
+    warn(begin + "the means sum to " + number(sum) +
+         "; they are shares of the foreground and should sum to 1");
+  }
+}
+
+}  // namespace
+
+Proportions readProportions(const std::string& file) {
+  std::istringstream text = openText(file);
+  text.imbue(std::locale::classic());
+  Proportions proportions;
+  float mean = 0;
+  float sigma = 0;
+  while (extract(text, mean)) {
+    const std::string label = std::to_string(proportions.means.size());
+    if (!extract(text, sigma)) {
+      warnOfRest(file, text, "in the sigma of label " + label);
+      fail(std::cout,
+           "ERROR reading proportions file " + file + ": no sigma given for label " + label);
+    }
+    proportions.means.push_back(mean);
+    proportions.sigmas.push_back(sigma);
+  }
+  warnOfRest(file, text, "after " + std::to_string(proportions.means.size()) + " labels");
+  if (proportions.means.empty()) {
+    warnIfUnreadable(file);
+    fail(std::cout, "ERROR reading proportions file " + file + ": no data found");
+  }
+  warnOfSenselessValues(file, proportions);
+  proportions.means.push_back(0);
+  proportions.sigmas.push_back(0);
+  return proportions;
+}
+
+}  // namespace namespace_ratseg

@@ -1,0 +1,120 @@
+#include "app/result_files.h"
+
+#include <QImage>
+#include <cmath>
+#include <iostream>
+#include <limits>
+#include <memory>
+
+#include "util/fileio.h"
+#include "util/imagetransforms.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+// The colour of a hue (1 = once around the circle) at full saturation and value.
+RGB hueColour(float hue) {
+  const float sector = (hue - std::floor(hue)) * 6.0f;
+  const int k = static_cast<int>(std::floor(sector));
+  const float f = sector - static_cast<float>(k);
+  const float q = 1.0f - f;
+  const float t = 1.0f - q;
+  switch (k) {
+    case 0:
+      return {1, t, 0, 1};
+    case 1:
+      return {q, 1, 0, 1};
+    case 2:
+      return {0, 1, t, 1};
+    case 3:
+      return {0, q, 1, 1};
+    case 4:
+      return {t, 0, 1, 1};
+    default:
+      return {1, 0, q, 1};
+  }
+}
+
+bool report(bool saved, const std::string& file, const char* remark = "") {
+  std::cout << (saved ? "Saved " : "ERROR saving ") << file << remark << std::endl;
+  return saved;
+}
+
+void printLegend(const std::vector<RGB>& colours) {
+  for (std::size_t i = 0; i < colours.size(); ++i) {
+    std::cout << "  Color for " << (i + 1 < colours.size() ? "foreground" : "background")
+              << " label " << i << ": (" << colours[i].x << ", " << colours[i].y << ", "
+              << colours[i].z << ")\n";
+  }
+  std::cout << std::flush;
+}
+
+bool saveGreyPNG(const float* values, int w, int h, const std::string& file) {
+  const std::unique_ptr<QImage> image(ImageTransforms::imageToQImage<float>(values, w, h));
+  return FileIO::saveImagePNG(image.get(), file);
+}
+
+}  // namespace
+
+std::vector<RGB> labelColours(std::size_t n) {
+  std::vector<RGB> colours(n);
+  for (std::size_t i = 0; i + 1 < n; ++i) {
+    colours[i] = hueColour(static_cast<float>(i) / static_cast<float>(n - 1) + 0.33333334f);
+  }
+  colours[n - 1] = {1, 1, 1, 1};
+  return colours;
+}
+
+std::vector<int> hardLabeling(const float* solution, std::size_t pixels, std::size_t n) {
+  std::vector<int> labeling(pixels);
+  for (std::size_t p = 0; p < pixels; ++p) {
+    float best = std::numeric_limits<float>::lowest();
+    for (std::size_t i = 0; i < n; ++i) {
+      const float value = solution[i * pixels + p];
+      if (value > best) {
+        best = value;
+        labeling[p] = static_cast<int>(i);
+      }
+    }
+  }
+  return labeling;
+}
+
+std::vector<RGB> colourLabeling(const std::vector<int>& labeling, const std::vector<RGB>& colours) {
+  std::vector<RGB> image(labeling.size());
+  for (std::size_t p = 0; p < image.size(); ++p) {
+    image[p] = colours[static_cast<std::size_t>(labeling[p])];
+  }
+  return image;
+}
+
+void blendOverImage(std::vector<RGB>& colours, const RGB* image) {
+  for (std::size_t p = 0; p < colours.size(); ++p) {
+    RGB& c = colours[p];
+    c = {image[p].x * 0.4f + c.x * 0.6f, image[p].y * 0.4f + c.y * 0.6f,
+         image[p].z * 0.4f + c.z * 0.6f, 1.0f};
+  }
+}
+
+void writeResultFiles(const std::string& prefix, const Results& results) {
+  const auto [w, h, n, labeling, image, weight] = results;
+
+  std::string file = prefix + "_result_labeling.gz";
+  report(FileIO::saveArray(file, labeling.data(), labeling.size()), file,
+         "  (zlib-packed plain int array)");
+
+  const std::vector<RGB> colours = labelColours(n);
+  std::vector<RGB> picture = colourLabeling(labeling, colours);
+  file = prefix + "_result_labeling.png";
+  if (report(FileIO::saveImagePNG(picture.data(), w, h, file), file)) printLegend(colours);
+
+  blendOverImage(picture, image);
+  file = prefix + "_result_labeling_overlaid.png";
+  report(FileIO::saveImagePNG(picture.data(), w, h, file), file);
+
+  file = prefix + "_regularizer_weight.png";
+  report(saveGreyPNG(weight, w, h, file), file);
+}
+
+}  // namespace namespace_ratseg
