@@ -86,8 +86,8 @@ bool RatSegImpl::setUpBands() {
   const std::size_t chunk = ceilDiv(par.h, bands);
   if ((bands - 1) * chunk >= par.h) {
     std::cerr << "ERROR: " << par.h << " image rows cannot be split over " << bands
-              << " devices in bands of " << chunk << " rows: device " << par.h / chunk + 1
-              << " of the list would get none" << std::endl;
+              << " devices in bands of " << chunk << " rows: only the first "
+              << ceilDiv(par.h, chunk) << " would get any" << std::endl;
     return false;
   }
   for (std::size_t d = 0; d < bands; ++d) {

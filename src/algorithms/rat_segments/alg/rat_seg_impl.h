@@ -80,6 +80,11 @@ class RatSegImpl {
 
   void deviceSynchronizeAll();
 
+  // Steps of run(). With one band the exchanges have nothing to do.
+  void copyExtraRegions_p();         // halo row of p, from the band above
+  void copyExtraRegions_u();         // halo row of u_bar, from the band below
+  void computeSumU__save_on_gpu0();  // sum_u per band, gathered in device 0's
+
   // Bands that hold arrays: nDev after a successful alloc(), otherwise 0.
   int bands() const { return allocatedArrays ? nDev : 0; }
 
@@ -113,9 +118,6 @@ class RatSegImpl {
 
   void select(int d, unsigned long line);
   void dualStepOfLength(float sigma);
-  void copyExtraRegions_p();
-  void copyExtraRegions_u();
-  void computeSumU__save_on_gpu0();
   void broadcastGamma();
   void updateShares(float tau, float sigma);
   void primalStepOfLabeling(float tau);

@@ -1,0 +1,163 @@
+#include "algorithms/rat_segments/alg/rat_seg.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "support/machine.h"
+#include "support/solver_problem.h"
+
+namespace namespace_ratseg {
+namespace {
+
+TEST(Params, HoldsItsDefaults) {
+  const Params p;
+  EXPECT_EQ(p.w, 128u);
+  EXPECT_EQ(p.h, 128u);
+  EXPECT_EQ(p.n, 32u);
+  EXPECT_EQ(p.Nsteps, 1000u);
+  EXPECT_EQ(p.dt_multiplier, 1.0f);
+  EXPECT_TRUE(p.initLocalSolution);
+  EXPECT_FALSE(p.cancel);
+  EXPECT_EQ(p.outModulo, 1000u);
+  EXPECT_EQ(p.threadsx, 128u);
+  EXPECT_EQ(p.threadsy, 2u);
+  EXPECT_EQ(p.gpu_num, -1);
+  EXPECT_TRUE(p.gpu.empty());
+  EXPECT_EQ(p.lambda, 0.2f);
+  EXPECT_EQ(p.kind_prior, 3);
+  EXPECT_EQ(p.mu, 10000.0f);
+  EXPECT_EQ(p.eps, 0.01f);
+}
+
+TEST(Params, KindsOfPriorAreNumbered) {
+  EXPECT_EQ(int{Params::kind_prior_none}, 0);
+  EXPECT_EQ(int{Params::kind_prior_interval}, 1);
+  EXPECT_EQ(int{Params::kind_prior_lowerBound}, 2);
+  EXPECT_EQ(int{Params::kind_prior_upperBound}, 3);
+}
+
+TEST(RatSeg, EnergyGapIsAPlaceholder) {
+  RatSeg solver;
+  EXPECT_TRUE(std::isnan(solver.energy_gap(nullptr, nullptr)));
+  float primal = 5.0f;
+  float dual = 6.0f;
+  EXPECT_TRUE(std::isnan(solver.energy_gap(&primal, nullptr)));
+  EXPECT_EQ(primal, 0.0f);
+  EXPECT_EQ(dual, 6.0f);
+  primal = 5.0f;
+  EXPECT_TRUE(std::isnan(solver.energy_gap(nullptr, &dual)));
+  EXPECT_EQ(primal, 5.0f);
+  EXPECT_EQ(dual, 0.0f);
+}
+
+TEST(RatSeg, UsedDevicesAreThoseOfTheBandsInOrder) {
+  const HostMachine machine(hostConfig(3));
+  RatSeg solver;
+  int* devices = nullptr;
+  int count = -1;
+  solver.getUsedDevices(devices, count);
+  EXPECT_EQ(devices, nullptr);
+  EXPECT_EQ(count, 0);
+
+  Params& par = solver.getParams();
+  par.w = par.h = 8;
+  par.n = 2;
+  par.gpu = {2, 0};
+  ASSERT_TRUE(solver.alloc());
+  solver.getUsedDevices(devices, count);
+  ASSERT_EQ(count, 2);
+  EXPECT_EQ(devices[0], 2);
+  EXPECT_EQ(devices[1], 0);
+  delete[] devices;
+  solver.free();
+}
+
+TEST(RatSeg, FacadeForwardsEveryOperation) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(13, 9, 3);
+  const SolverResult expected = solve(p);
+
+  RatSeg solver;
+  solver.getParams() = p.par;
+  ASSERT_TRUE(solver.alloc());
+  solver.setRatios(p.ratios.data(), p.sigmas.data(), p.ind_bgr, nullptr, nullptr);
+  solver.setDataterm(p.rho.data());
+  solver.setWeight(p.weight.data());
+
+  std::vector<float> rho(p.rho.size());
+  solver.getDataterm(rho.data());
+  EXPECT_EQ(rho, p.rho);
+
+  solver.run();
+  std::vector<float> smooth(p.rho.size());
+  solver.getSolution_smooth(smooth.data());
+  EXPECT_EQ(smooth, expected.u);
+
+  std::vector<float> hard(p.rho.size());
+  solver.getSolution(hard.data());
+  const std::size_t pixels = 13 * 9;
+  for (std::size_t k = 0; k < pixels; ++k) {
+    std::size_t best = 0;
+    for (std::size_t i = 1; i < 3; ++i) {
+      if (smooth[i * pixels + k] > smooth[best * pixels + k]) best = i;
+    }
+    for (std::size_t i = 0; i < 3; ++i) {
+      ASSERT_EQ(hard[i * pixels + k], i == best ? 1.0f : 0.0f) << "pixel " << k << " label " << i;
+    }
+  }
+
+  solver.reinit();
+  solver.run();
+  std::vector<float> again(p.rho.size());
+  solver.getSolution_smooth(again.data());
+  EXPECT_EQ(again, expected.u);
+  solver.free();
+}
+
+TEST(RatSeg, ScribbleDatatermReachesTheSolver) {
+  const HostMachine machine;
+  RatSeg solver;
+  Params& par = solver.getParams();
+  par.w = 2;
+  par.h = 1;
+  par.n = 2;
+  ASSERT_TRUE(solver.alloc());
+  std::vector<float4> image = {{1, 0, 0, 1}, {0, 0, 1, 1}};
+  float4* scribbles[] = {&image[0], &image[1]};
+  std::size_t counts[] = {1, 1};
+  solver.setDataterm(image.data(), scribbles, counts, 5.0f, 10.0f);
+  std::vector<float> rho(4);
+  solver.getDataterm(rho.data());
+  EXPECT_EQ(rho, (std::vector<float>{0, 10, 10, 0}));
+  solver.free();
+}
+
+// Changes of the parameters between runs are seen.
+TEST(RatSeg, ParametersMayChangeBetweenRuns) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(11, 7, 3);
+  p.par.Nsteps = 10;
+  p.par.outModulo = 100;
+  SolverProblem longer = p;
+  longer.par.Nsteps = 25;
+  const SolverResult expected = solve(longer);
+
+  RatSeg solver;
+  solver.getParams() = p.par;
+  ASSERT_TRUE(solver.alloc());
+  solver.setRatios(p.ratios.data(), p.sigmas.data(), p.ind_bgr, nullptr, nullptr);
+  solver.setDataterm(p.rho.data());
+  solver.setWeight(p.weight.data());
+  solver.run();
+  solver.getParams().Nsteps = 15;
+  solver.run();
+  std::vector<float> u(p.rho.size());
+  solver.getSolution_smooth(u.data());
+  EXPECT_EQ(u, expected.u);
+  solver.free();
+}
+
+}  // namespace
+}  // namespace namespace_ratseg
