@@ -43,8 +43,7 @@ inline SolverProblem problemFromCase(const ReferenceCase& c) {
 }
 
 // A small problem of random costs and weights with equal shares; the same for the same seed.
-inline SolverProblem randomProblem(std::size_t w, std::size_t h, std::size_t n,
-                                   unsigned seed = 1) {
+inline SolverProblem randomProblem(std::size_t w, std::size_t h, std::size_t n, unsigned seed = 1) {
   std::mt19937 generator(seed);
   const auto uniform = [&] { return static_cast<float>(generator() >> 8) * 0x1p-24f; };
   SolverProblem p;

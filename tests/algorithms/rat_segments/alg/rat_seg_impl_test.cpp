@@ -175,7 +175,7 @@ TEST(RatSegImplAlloc, RefusesBandsWithoutRows) {
   EXPECT_EQ(
       result.err,
       "ERROR: 5 image rows cannot be split over 4 devices in bands of 2 rows: only the first 3 "
-            "would get any\n");
+      "would get any\n");
   EXPECT_FALSE(solver.allocatedArrays);
 
   par.gpu = {0, 1, 2};  // [0,2), [2,4), [4,5)
