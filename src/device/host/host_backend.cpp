@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -22,7 +24,8 @@ std::size_t physicalMemory() {
 }  // namespace
 
 struct HostBackend::Event {
-  std::chrono::steady_clock::time_point time;
+  int device;  // that it was made on
+  std::chrono::steady_clock::time_point time = {};
   bool recorded = false;
 };
 
@@ -50,7 +53,9 @@ void HostBackend::observe(const char* name, std::size_t bytes, const LaunchShape
 bool HostBackend::admitLaunch(const char* kernel, const LaunchShape& shape) {
   cudaDeviceProp prop;
   if (getDeviceProperties(&prop, device_) != cudaSuccess) return false;
-  const auto volume = [](const dim3& d) { return static_cast<unsigned long long>(d.x) * d.y * d.z; };
+  const auto volume = [](const dim3& d) {
+    return static_cast<unsigned long long>(d.x) * d.y * d.z;
+  };
   if (volume(shape.grid) == 0 || volume(shape.block) == 0 ||
       volume(shape.block) > static_cast<unsigned long long>(prop.maxThreadsPerBlock)) {
     fail(cudaErrorInvalidConfiguration);
@@ -99,7 +104,7 @@ cudaError_t HostBackend::malloc(void** ptr, std::size_t bytes) {
     return fail(cudaErrorMemoryAllocation);
   }
   const std::size_t rounded = (bytes + kAlignment - 1) / kAlignment * kAlignment;
-  void* memory = std::aligned_alloc(kAlignment, rounded);
+  void* memory = rounded >= bytes ? std::aligned_alloc(kAlignment, rounded) : nullptr;
   if (memory == nullptr) return fail(cudaErrorMemoryAllocation);
   used += bytes;
   allocations_.emplace(static_cast<const char*>(memory), Allocation{bytes, device_});
@@ -136,7 +141,10 @@ cudaError_t HostBackend::memset(void* ptr, int value, std::size_t bytes) {
 cudaError_t HostBackend::memset2D(void* ptr, std::size_t pitch, int value, std::size_t width,
                                   std::size_t height) {
   if (width == 0 || height == 0) return cudaSuccess;
-  if (width > pitch || !owns(ptr, pitch * (height - 1) + width)) return fail(cudaErrorInvalidValue);
+  const bool countable = height - 1 <= (SIZE_MAX - width) / std::max<std::size_t>(pitch, 1);
+  if (width > pitch || !countable || !owns(ptr, pitch * (height - 1) + width)) {
+    return fail(cudaErrorInvalidValue);
+  }
   for (std::size_t y = 0; y < height; ++y) {
     std::memset(static_cast<char*>(ptr) + y * pitch, value, width);
   }
@@ -153,7 +161,7 @@ cudaError_t HostBackend::memGetInfo(std::size_t* freeBytes, std::size_t* totalBy
 cudaError_t HostBackend::memcpy(void* dst, const void* src, std::size_t bytes,
                                 cudaMemcpyKind kind) {
   if (bytes == 0) return cudaSuccess;
-  if ((kind != cudaMemcpyDeviceToHost && !owns(dst, bytes)) ||
+  if (dst == nullptr || src == nullptr || (kind != cudaMemcpyDeviceToHost && !owns(dst, bytes)) ||
       (kind != cudaMemcpyHostToDevice && !owns(src, bytes))) {
     return fail(cudaErrorInvalidValue);
   }
@@ -200,7 +208,7 @@ HostBackend::Event* HostBackend::find(cudaEvent_t event) const {
 
 cudaError_t HostBackend::eventCreate(cudaEvent_t* event) {
   if (config_.devices == 0) return fail(cudaErrorNoDevice);
-  auto made = std::make_unique<Event>();
+  auto made = std::make_unique<Event>(Event{device_});
   *event = made.get();
   events_.emplace(*event, std::move(made));
   return cudaSuccess;
@@ -208,7 +216,7 @@ cudaError_t HostBackend::eventCreate(cudaEvent_t* event) {
 
 cudaError_t HostBackend::eventRecord(cudaEvent_t event) {
   Event* e = find(event);
-  if (e == nullptr) return fail(cudaErrorInvalidResourceHandle);
+  if (e == nullptr || e->device != device_) return fail(cudaErrorInvalidResourceHandle);
   e->time = std::chrono::steady_clock::now();
   e->recorded = true;
   return cudaSuccess;
@@ -221,7 +229,8 @@ cudaError_t HostBackend::eventSynchronize(cudaEvent_t event) {
 cudaError_t HostBackend::eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) {
   const Event* first = find(start);
   const Event* last = find(stop);
-  if (first == nullptr || last == nullptr || !first->recorded || !last->recorded) {
+  if (first == nullptr || last == nullptr || !first->recorded || !last->recorded ||
+      first->device != last->device) {
     return fail(cudaErrorInvalidResourceHandle);
   }
   *ms = std::chrono::duration<float, std::milli>(last->time - first->time).count();
@@ -242,17 +251,28 @@ cudaError_t HostBackend::peekAtLastError() { return pending_; }
 
 const char* HostBackend::getErrorString(cudaError_t error) {
   switch (error) {
-    case cudaSuccess: return "no error";
-    case cudaErrorMemoryAllocation: return "out of memory";
-    case cudaErrorInvalidDeviceFunction: return "invalid device function";
-    case cudaErrorInvalidConfiguration: return "invalid configuration argument";
-    case cudaErrorInvalidDevice: return "invalid device ordinal";
-    case cudaErrorInvalidValue: return "invalid argument";
-    case cudaErrorInvalidDevicePointer: return "invalid device pointer";
-    case cudaErrorInvalidResourceHandle: return "invalid resource handle";
-    case cudaErrorInsufficientDriver: return "CUDA driver version is insufficient for CUDA runtime version";
-    case cudaErrorNoDevice: return "no CUDA-capable device is detected";
-    case cudaErrorPeerAccessAlreadyEnabled: return "peer access is already enabled";
+    case cudaSuccess:
+      return "no error";
+    case cudaErrorMemoryAllocation:
+      return "out of memory";
+    case cudaErrorInvalidDeviceFunction:
+      return "invalid device function";
+    case cudaErrorInvalidConfiguration:
+      return "invalid configuration argument";
+    case cudaErrorInvalidDevice:
+      return "invalid device ordinal";
+    case cudaErrorInvalidValue:
+      return "invalid argument";
+    case cudaErrorInvalidDevicePointer:
+      return "invalid device pointer";
+    case cudaErrorInvalidResourceHandle:
+      return "invalid resource handle";
+    case cudaErrorInsufficientDriver:
+      return "CUDA driver version is insufficient for CUDA runtime version";
+    case cudaErrorNoDevice:
+      return "no CUDA-capable device is detected";
+    case cudaErrorPeerAccessAlreadyEnabled:
+      return "peer access is already enabled";
   }
   return "unknown error";
 }

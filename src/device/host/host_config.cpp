@@ -34,7 +34,7 @@ bool readNumber(const char* name, long long lo, long long hi, long long& value,
 bool HostConfig::fromEnvironment(HostConfig& config, std::string& error) {
   long long devices = config.devices;
   long long peer = config.peer ? 1 : 0;
-  long long mib = static_cast<long long>(config.memoryBytes >> 20);
+  long long mib = 0;
   if (!readNumber("RATSEG_HOST_DEVICES", 0, 64, devices, error) ||
       !readNumber("RATSEG_HOST_PEER", 0, 1, peer, error) ||
       !readNumber("RATSEG_HOST_MEMORY", 1, 1LL << 30, mib, error)) {
@@ -42,7 +42,7 @@ bool HostConfig::fromEnvironment(HostConfig& config, std::string& error) {
   }
   config.devices = static_cast<int>(devices);
   config.peer = peer != 0;
-  config.memoryBytes = static_cast<std::size_t>(mib) << 20;
+  if (mib > 0) config.memoryBytes = static_cast<std::size_t>(mib) << 20;
   return true;
 }
 
