@@ -1,0 +1,206 @@
+#include "device/selection.h"
+
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <sstream>
+#include <string>
+
+#include "device/cuda/cuda_backend.h"
+#include "device/host/host_backend.h"
+#include "device/runtime.h"
+#include "support/environment.h"
+
+namespace namespace_ratseg {
+namespace {
+
+// The current backend and the number of threads are put back after each test.
+class SelectionTest : public testing::Test {
+ protected:
+  SelectionTest() : scope_(backend()) {}
+  ~SelectionTest() override { omp_set_num_threads(threads_); }
+
+  static int devicesOf(Backend& b) {
+    int count = -1;
+    b.getDeviceCount(&count);
+    b.getLastError();
+    return count;
+  }
+
+ private:
+  BackendScope scope_;
+  int threads_ = omp_get_max_threads();
+};
+
+TEST(ParseDeviceChoice, KnowsThreeWords) {
+  DeviceChoice choice = DeviceChoice::host;
+  EXPECT_TRUE(parseDeviceChoice("auto", choice));
+  EXPECT_EQ(choice, DeviceChoice::automatic);
+  EXPECT_TRUE(parseDeviceChoice("cuda", choice));
+  EXPECT_EQ(choice, DeviceChoice::cuda);
+  EXPECT_TRUE(parseDeviceChoice("host", choice));
+  EXPECT_EQ(choice, DeviceChoice::host);
+}
+
+TEST(ParseDeviceChoice, RefusesOthersAndKeepsTheChoice) {
+  DeviceChoice choice = DeviceChoice::cuda;
+  for (const char* text : {"", "CUDA", "host ", "gpu"}) {
+    EXPECT_FALSE(parseDeviceChoice(text, choice)) << text;
+    EXPECT_EQ(choice, DeviceChoice::cuda);
+  }
+}
+
+TEST(DeviceChoiceFromEnvironment, UnsetOrEmptyIsAutomatic) {
+  std::string error;
+  for (const char* value : {static_cast<const char*>(nullptr), ""}) {
+    const EnvironmentVariable variable("RATSEG_DEVICE", value);
+    DeviceChoice choice = DeviceChoice::host;
+    EXPECT_TRUE(deviceChoiceFromEnvironment(choice, error));
+    EXPECT_EQ(choice, DeviceChoice::automatic);
+  }
+}
+
+TEST(DeviceChoiceFromEnvironment, ReadsTheChoice) {
+  const EnvironmentVariable variable("RATSEG_DEVICE", "cuda");
+  DeviceChoice choice = DeviceChoice::host;
+  std::string error;
+  EXPECT_TRUE(deviceChoiceFromEnvironment(choice, error));
+  EXPECT_EQ(choice, DeviceChoice::cuda);
+}
+
+TEST(DeviceChoiceFromEnvironment, NamesABadValue) {
+  const EnvironmentVariable variable("RATSEG_DEVICE", "tpu");
+  DeviceChoice choice = DeviceChoice::host;
+  std::string error;
+  EXPECT_FALSE(deviceChoiceFromEnvironment(choice, error));
+  EXPECT_EQ(error, "ERROR: RATSEG_DEVICE must be auto, cuda or host, but is \"tpu\"");
+}
+
+TEST_F(SelectionTest, HostIsChosenWithoutANotice) {
+  std::ostringstream notice;
+  Backend& chosen = chooseBackend(DeviceChoice::host, notice);
+  EXPECT_TRUE(chosen.isHost());
+  EXPECT_EQ(&backend(), &chosen);
+  EXPECT_EQ(devicesOf(chosen), 1);
+  EXPECT_EQ(notice.str(), "");
+}
+
+TEST_F(SelectionTest, CudaIsTheGpusOrAMachineWithoutDevices) {
+  std::ostringstream notice;
+  Backend& chosen = chooseBackend(DeviceChoice::cuda, notice);
+  EXPECT_EQ(&backend(), &chosen);
+  EXPECT_EQ(notice.str(), "");
+  EXPECT_EQ(cudaGetLastError(), cudaSuccess);
+  if (cudaBackendIfUsable() != nullptr) {
+    EXPECT_EQ(&chosen, cudaBackendIfUsable());
+  } else {
+    EXPECT_EQ(devicesOf(chosen), 0);
+  }
+}
+
+TEST_F(SelectionTest, AutomaticIsTheGpusOrTheHostWithANotice) {
+  omp_set_num_threads(1);
+  std::ostringstream one;
+  Backend& chosen = chooseBackend(DeviceChoice::automatic, one);
+  EXPECT_EQ(&backend(), &chosen);
+  omp_set_num_threads(3);
+  std::ostringstream three;
+  EXPECT_EQ(&chooseBackend(DeviceChoice::automatic, three), &chosen);
+  if (cudaBackendIfUsable() != nullptr) {
+    EXPECT_EQ(&chosen, cudaBackendIfUsable());
+    EXPECT_EQ(one.str() + three.str(), "");
+  } else {
+    EXPECT_TRUE(chosen.isHost());
+    EXPECT_EQ(one.str(), "ratseg: no CUDA GPU found, computing on the host with 1 thread\n");
+    EXPECT_EQ(three.str(), "ratseg: no CUDA GPU found, computing on the host with 3 threads\n");
+  }
+}
+
+TEST_F(SelectionTest, UsableGpusAreNotAHostAndLeaveNoErrorPending) {
+  Backend* cuda = cudaBackendIfUsable();
+  if (cuda == nullptr) GTEST_SKIP() << "no CUDA GPU on this machine";
+  EXPECT_FALSE(cuda->isHost());
+  EXPECT_GE(devicesOf(*cuda), 1);
+}
+
+TEST_F(SelectionTest, ABuildWithoutAGpuAnswersAsOneWithoutDevices) {
+  if constexpr (!kBuiltWithCuda) {
+    EXPECT_EQ(cudaBackendIfUsable(), nullptr);
+  } else {
+    Backend& cuda = cudaBackend();
+    int count = -1;
+    const cudaError_t error = cuda.getDeviceCount(&count);
+    cuda.getLastError();
+    EXPECT_EQ(error == cudaSuccess && count > 0, cudaBackendIfUsable() != nullptr);
+    if (error != cudaSuccess) {
+      EXPECT_TRUE(error == cudaErrorNoDevice || error == cudaErrorInsufficientDriver) << error;
+    }
+  }
+}
+
+TEST_F(SelectionTest, SetBackendMakesItCurrent) {
+  HostConfig config;
+  config.devices = 5;
+  HostBackend five(config);
+  setBackend(five);
+  EXPECT_EQ(&backend(), &five);
+  EXPECT_EQ(devicesOf(backend()), 5);
+}
+
+TEST_F(SelectionTest, ScopesNest) {
+  HostBackend outer{HostConfig{}};
+  HostBackend inner{HostConfig{}};
+  Backend& before = backend();
+  {
+    const BackendScope a(outer);
+    EXPECT_EQ(&backend(), &outer);
+    {
+      const BackendScope b(inner);
+      EXPECT_EQ(&backend(), &inner);
+    }
+    EXPECT_EQ(&backend(), &outer);
+  }
+  EXPECT_EQ(&backend(), &before);
+}
+
+// What a fresh process does at its first runtime call.
+int devicesAtFirstUse() {
+  int count = 0;
+  cudaGetDeviceCount(&count);
+  return count;
+}
+
+TEST(FirstUseDeathTest, ABadDeviceChoiceEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const EnvironmentVariable variable("RATSEG_DEVICE", "tpu");
+  EXPECT_EXIT(devicesAtFirstUse(), testing::ExitedWithCode(1),
+              "^ERROR: RATSEG_DEVICE must be auto, cuda or host, but is \"tpu\"\n$");
+}
+
+TEST(FirstUseDeathTest, TheEnvironmentDescribesTheHost) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const EnvironmentVariable variable("RATSEG_DEVICE", "host");
+  const EnvironmentVariable devices("RATSEG_HOST_DEVICES", "6");
+  EXPECT_EXIT(std::exit(devicesAtFirstUse()), testing::ExitedWithCode(6), "^$");
+}
+
+TEST(FirstUseDeathTest, ABadHostDescriptionEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const EnvironmentVariable variable("RATSEG_DEVICE", "host");
+  const EnvironmentVariable memory("RATSEG_HOST_MEMORY", "lots");
+  EXPECT_EXIT(devicesAtFirstUse(), testing::ExitedWithCode(1),
+              "^ERROR: RATSEG_HOST_MEMORY must be a whole number from 1 to 1073741824, but is "
+              "\"lots\"\n$");
+}
+
+TEST(FirstUseDeathTest, FallingBackToTheHostIsSaidOnStandardError) {
+  if (cudaBackendIfUsable() != nullptr) GTEST_SKIP() << "there is a CUDA GPU on this machine";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const EnvironmentVariable variable("RATSEG_DEVICE", nullptr);
+  const EnvironmentVariable threads("OMP_NUM_THREADS", "2");
+  EXPECT_EXIT(std::exit(devicesAtFirstUse()), testing::ExitedWithCode(1),
+              "^ratseg: no CUDA GPU found, computing on the host with 2 threads\n$");
+}
+
+}  // namespace
+}  // namespace namespace_ratseg
