@@ -21,8 +21,8 @@ inline std::vector<double> randomValues(std::size_t count, double lo, double hi,
 
 // Random data term and weight; equal ratios of all foreground labels, the background last, all
 // parameters moderate.
-inline ReferenceProblem randomProblem(std::size_t w, std::size_t h, std::size_t n, int kind_prior,
-                                      unsigned seed = 1) {
+inline ReferenceProblem randomReferenceProblem(std::size_t w, std::size_t h, std::size_t n,
+                                               int kind_prior, unsigned seed = 1) {
   ReferenceProblem p;
   p.w = w;
   p.h = h;

@@ -27,7 +27,7 @@ TEST(ReferenceBands, AnySplitGivesWhatOneBandGives) {
       {{0, 1}, {1, 2}, {2, 3}, {3, 4}, {4, 5}, {5, 6}, {6, 7}},
   };
   for (int kind = 0; kind <= 3; ++kind) {
-    ReferenceProblem p = randomProblem(5, 7, 3, kind);
+    ReferenceProblem p = randomReferenceProblem(5, 7, 3, kind);
     ReferenceSolver whole(p);
     whole.run(30);
     for (const auto& split : splits) {
@@ -46,7 +46,7 @@ TEST(ReferenceBands, AnySplitGivesWhatOneBandGives) {
 
 // Two labels, one column, bands of 2 and 3 rows; all variables hold their own numbers.
 ReferenceSolver numbered(bool copyEngineP, bool copyEngineU) {
-  ReferenceProblem p = randomProblem(1, 5, 2, 0);
+  ReferenceProblem p = randomReferenceProblem(1, 5, 2, 0);
   p.bands = {{0, 2, false, copyEngineU}, {2, 5, copyEngineP, false}};
   ReferenceSolver s(p);
   s.bands[0].px = {10, 11, 12, 20, 21, 22};
@@ -87,7 +87,7 @@ TEST(ReferenceBands, TheCopyEngineOverwritesTheLastOwnRowOfTheLabeling) {
 }
 
 TEST(ReferenceBands, WithOneRowTheCopyEngineHandsOnTheHaloAbove) {
-  ReferenceProblem p = randomProblem(1, 3, 1, 0);
+  ReferenceProblem p = randomReferenceProblem(1, 3, 1, 0);
   p.bands = {{0, 1}, {1, 2, true, true}, {2, 3, true, false}};
   ReferenceSolver s(p);
   s.bands[0].px = {1, 2};
@@ -99,7 +99,7 @@ TEST(ReferenceBands, WithOneRowTheCopyEngineHandsOnTheHaloAbove) {
 }
 
 TEST(ReferenceBands, OverwrittenRowsCountInTheSumsAndChangeTheResult) {
-  ReferenceProblem p = randomProblem(5, 6, 3, 3);
+  ReferenceProblem p = randomReferenceProblem(5, 6, 3, 3);
   p.bands = {{0, 3}, {3, 6}};
   ReferenceSolver kernels(p);
   p.bands = {{0, 3, false, true}, {3, 6, true, false}};

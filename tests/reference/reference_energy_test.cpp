@@ -19,7 +19,7 @@ using Values = std::vector<double>;
 
 // All pixels alike: the labeling is one vector of shares, and the length term is 0.
 ReferenceProblem uniform(int kind_prior, const Values& costs) {
-  ReferenceProblem p = randomProblem(4, 3, costs.size(), kind_prior);
+  ReferenceProblem p = randomReferenceProblem(4, 3, costs.size(), kind_prior);
   p.rho.clear();
   for (double cost : costs) p.rho.insert(p.rho.end(), 12, cost);
   return p;
@@ -41,13 +41,13 @@ Values converged(const ReferenceProblem& p, std::size_t iterations) {
 Values cheapest(const ReferenceProblem& p) { return ReferenceSolver(p).u(); }
 
 TEST(ReferenceEnergy, DataTermSkipsForbiddenAndForcedLabels) {
-  ReferenceProblem p = randomProblem(2, 1, 2, 0);
+  ReferenceProblem p = randomReferenceProblem(2, 1, 2, 0);
   p.rho = {3, FLT_MAX, -2, -FLT_MAX};
   EXPECT_DOUBLE_EQ(referenceDataEnergy(p, {0.5, 0.25, 0.5, 0.75}), 0.5);
 }
 
 TEST(ReferenceEnergy, LengthTermCountsEachBoundaryByBothOfItsLabels) {
-  ReferenceProblem p = randomProblem(3, 2, 2, 0);
+  ReferenceProblem p = randomReferenceProblem(3, 2, 2, 0);
   p.weight.clear();
   p.lambda = 5;
   // A vertical boundary of two pixels between two labels: 2 edges of cost lambda.
@@ -57,14 +57,14 @@ TEST(ReferenceEnergy, LengthTermCountsEachBoundaryByBothOfItsLabels) {
 }
 
 TEST(ReferenceEnergy, LengthTermIsTheEuclideanNormOfTheForwardDifferences) {
-  ReferenceProblem p = randomProblem(2, 2, 1, 0);
+  ReferenceProblem p = randomReferenceProblem(2, 2, 1, 0);
   p.weight.clear();
   p.lambda = 2;
   EXPECT_DOUBLE_EQ(referenceLengthEnergy(p, {0, 3, 4, 3}), 5 + 0 + 1);
 }
 
 TEST(ReferenceEnergy, WithoutBoundOnTheFieldABoundaryCostsInfinitelyMuch) {
-  ReferenceProblem p = randomProblem(2, 1, 1, 0);
+  ReferenceProblem p = randomReferenceProblem(2, 1, 1, 0);
   p.weight = {FLT_MAX, 1};
   EXPECT_EQ(referenceLengthEnergy(p, {0, 1}), INFINITY);
   EXPECT_EQ(referenceLengthEnergy(p, {1, 1}), 0);
@@ -121,7 +121,7 @@ TEST(ReferenceEnergy, UpperBoundLiesAboveMuTimesTheDeviationAndTouchesIt) {
 }
 
 TEST(ReferenceMinimum, WithoutRegulariserAndPriorIsThePixelwiseBestLabel) {
-  ReferenceProblem p = randomProblem(6, 5, 4, 0);
+  ReferenceProblem p = randomReferenceProblem(6, 5, 4, 0);
   p.lambda = 0;
   const Values best = cheapest(p);
   ReferenceProblem upper = p;
@@ -237,7 +237,7 @@ void expectMinimum(const ReferenceProblem& p, const Values& u, double tolerance)
 
 TEST(ReferenceMinimum, NoneAndUpperBoundArriveAtTheLeastEnergy) {
   for (int kind : {0, 3}) {
-    const ReferenceProblem p = randomProblem(6, 5, 3, kind);
+    const ReferenceProblem p = randomReferenceProblem(6, 5, 3, kind);
     const Values u = converged(p, 20000);
     expectMinimum(p, u, 1e-7);
     EXPECT_LT(referenceEnergy(p, u), referenceEnergy(p, cheapest(p)) - 0.01);
@@ -245,7 +245,7 @@ TEST(ReferenceMinimum, NoneAndUpperBoundArriveAtTheLeastEnergy) {
 }
 
 TEST(ReferenceMinimum, TheGapToTheLeastEnergyShrinksAsTheIterationGoesOn) {
-  const ReferenceProblem p = randomProblem(8, 8, 3, 3);
+  const ReferenceProblem p = randomReferenceProblem(8, 8, 3, 3);
   const double least = referenceEnergy(p, converged(p, 20000));
   double gap = INFINITY;
   for (std::size_t iterations : {10u, 100u, 1000u, 4000u}) {
@@ -257,7 +257,7 @@ TEST(ReferenceMinimum, TheGapToTheLeastEnergyShrinksAsTheIterationGoesOn) {
 }
 
 TEST(ReferenceMinimum, DoesNotDependOnTheStart) {
-  ReferenceProblem p = randomProblem(5, 4, 3, 3);
+  ReferenceProblem p = randomReferenceProblem(5, 4, 3, 3);
   const double fromBest = referenceEnergy(p, converged(p, 20000));
   p.initLocalSolution = false;
   EXPECT_NEAR(referenceEnergy(p, converged(p, 20000)), fromBest, 1e-8);

@@ -17,7 +17,7 @@ using Values = std::vector<double>;
 
 // A problem without neighbours or prior: one pixel per entry of a column, lambda 0.
 ReferenceProblem pixels(std::size_t count, std::size_t n, Values rho) {
-  ReferenceProblem p = randomProblem(count, 1, n, 0);
+  ReferenceProblem p = randomReferenceProblem(count, 1, n, 0);
   p.weight.clear();
   p.rho = std::move(rho);
   p.lambda = 0;
@@ -48,7 +48,7 @@ TEST(ReferenceStart, IsZeroWhenAskedTo) {
 }
 
 TEST(ReferenceStart, MissingBoundsAreThreeSigmasAroundTheRatioClampedToZeroAndOne) {
-  ReferenceProblem p = randomProblem(2, 2, 4, 1);
+  ReferenceProblem p = randomReferenceProblem(2, 2, 4, 1);
   p.ratios = {0.5, 0.1, 0.9, 0};
   p.sigmas = {0.1, 0.1, 0.1, 0};
   const ReferenceSolver s(p);
@@ -60,7 +60,7 @@ TEST(ReferenceStart, MissingBoundsAreThreeSigmasAroundTheRatioClampedToZeroAndOn
 }
 
 TEST(ReferenceStart, ASpreadOfZeroMakesBothMissingBoundsTheRatio) {
-  ReferenceProblem p = randomProblem(2, 2, 3, 1);
+  ReferenceProblem p = randomReferenceProblem(2, 2, 3, 1);
   p.ratios = {0.7, 1.4, 0};
   p.sigmas = {0, 0, 0};
   const ReferenceSolver s(p);
@@ -70,7 +70,7 @@ TEST(ReferenceStart, ASpreadOfZeroMakesBothMissingBoundsTheRatio) {
 
 TEST(ReferenceStart, RefusesProblemsThatDoNotFitTogether) {
   const auto refused = [](auto change) {
-    ReferenceProblem p = randomProblem(3, 4, 2, 1);
+    ReferenceProblem p = randomReferenceProblem(3, 4, 2, 1);
     change(p);
     EXPECT_THROW(ReferenceSolver{p}, std::invalid_argument);
   };
@@ -92,14 +92,14 @@ TEST(ReferenceStart, RefusesProblemsThatDoNotFitTogether) {
 }
 
 TEST(ReferenceRun, NoIterationsChangeNothing) {
-  ReferenceSolver s(randomProblem(3, 3, 3, 3));
+  ReferenceSolver s(randomReferenceProblem(3, 3, 3, 3));
   s.run(0);
   EXPECT_EQ(s.u_bar(), Values(27, 0.0));
   EXPECT_EQ(s.a, Values(3, 0.0));
 }
 
 TEST(ReferenceRun, ContinuesWhereItStopped) {
-  ReferenceSolver once(randomProblem(4, 3, 3, 3)), twice = once;
+  ReferenceSolver once(randomReferenceProblem(4, 3, 3, 3)), twice = once;
   once.run(7);
   twice.run(3);
   twice.run(4);
@@ -108,7 +108,7 @@ TEST(ReferenceRun, ContinuesWhereItStopped) {
 }
 
 TEST(ReferenceDualLength, LastColumnAndLastRowHaveNoDifference) {
-  ReferenceProblem p = randomProblem(2, 2, 1, 0);
+  ReferenceProblem p = randomReferenceProblem(2, 2, 1, 0);
   p.weight.clear();
   p.lambda = 100;
   ReferenceSolver s(p);
@@ -119,7 +119,7 @@ TEST(ReferenceDualLength, LastColumnAndLastRowHaveNoDifference) {
 }
 
 TEST(ReferenceDualLength, StepIsHalfTheReciprocalMultiplierAndTheRadiusHalfOfLambdaTimesWeight) {
-  ReferenceProblem p = randomProblem(2, 1, 1, 0);
+  ReferenceProblem p = randomReferenceProblem(2, 1, 1, 0);
   p.dt_multiplier = 4;
   p.lambda = 3;
   p.weight = {0.5, 1};
@@ -132,7 +132,7 @@ TEST(ReferenceDualLength, StepIsHalfTheReciprocalMultiplierAndTheRadiusHalfOfLam
 }
 
 TEST(ReferenceDualLength, LambdaZeroSetsTheFieldToZero) {
-  ReferenceProblem p = randomProblem(3, 3, 2, 0);
+  ReferenceProblem p = randomReferenceProblem(3, 3, 2, 0);
   p.lambda = 0;
   p.weight.assign(9, FLT_MAX);
   ReferenceSolver s(p);
@@ -143,7 +143,7 @@ TEST(ReferenceDualLength, LambdaZeroSetsTheFieldToZero) {
 }
 
 TEST(ReferenceDualLength, LambdaOfFltMaxLeavesTheFieldUnbounded) {
-  ReferenceProblem p = randomProblem(2, 1, 1, 0);
+  ReferenceProblem p = randomReferenceProblem(2, 1, 1, 0);
   p.weight.clear();
   p.lambda = FLT_MAX;
   ReferenceSolver s(p);
@@ -153,7 +153,7 @@ TEST(ReferenceDualLength, LambdaOfFltMaxLeavesTheFieldUnbounded) {
 }
 
 TEST(ReferenceDualLength, AWeightOfFltMaxUnboundsItsPixelOnlyHoweverSmallLambda) {
-  ReferenceProblem p = randomProblem(3, 1, 1, 0);
+  ReferenceProblem p = randomReferenceProblem(3, 1, 1, 0);
   p.weight = {FLT_MAX, 1, 1};
   p.lambda = 1e-37;
   ReferenceSolver s(p);
@@ -164,7 +164,7 @@ TEST(ReferenceDualLength, AWeightOfFltMaxUnboundsItsPixelOnlyHoweverSmallLambda)
 }
 
 TEST(ReferenceDualLength, NoWeightCountsAsOne) {
-  ReferenceProblem absent = randomProblem(5, 4, 3, 3), ones = absent;
+  ReferenceProblem absent = randomReferenceProblem(5, 4, 3, 3), ones = absent;
   absent.weight.clear();
   ones.weight.assign(20, 1);
   ReferenceSolver a(absent), b(ones);
@@ -175,7 +175,7 @@ TEST(ReferenceDualLength, NoWeightCountsAsOne) {
 
 TEST(ReferenceDivergence, IsTheNegativeAdjointOfTheForwardDifferences) {
   for (const auto& [w, h] : {std::pair<std::size_t, std::size_t>{5, 4}, {1, 6}, {6, 1}, {1, 1}}) {
-    ReferenceProblem p = randomProblem(w, h, 2, 0);
+    ReferenceProblem p = randomReferenceProblem(w, h, 2, 0);
     ReferenceSolver s(p);
     ReferenceBandState& b = s.bands[0];
     b.u_bar = randomValues(b.u_bar.size(), -1, 1, 7);
@@ -198,7 +198,7 @@ TEST(ReferenceDivergence, IsTheNegativeAdjointOfTheForwardDifferences) {
 }
 
 TEST(ReferenceDivergence, BordersReadNeitherTheirOwnOuterComponentNorTheHalo) {
-  ReferenceSolver s(randomProblem(2, 2, 1, 0));
+  ReferenceSolver s(randomReferenceProblem(2, 2, 1, 0));
   s.bands[0].px = {1e9, 1e9, 1, 2, 4, 8};
   s.bands[0].py = {1e9, 1e9, 16, 32, 64, 128};
   EXPECT_EQ(s.divergence(s.bands[0], 0, 0, 0), 1 + 16);
@@ -247,7 +247,7 @@ TEST(ReferenceLabeling, AForbiddenLabelIsLiftedWhenTheOthersSumToLessThanOne) {
 }
 
 TEST(ReferenceLabeling, OneLabelIsEverywhereOneAfterTheFirstStep) {
-  ReferenceProblem p = randomProblem(3, 2, 1, 0);
+  ReferenceProblem p = randomReferenceProblem(3, 2, 1, 0);
   p.initLocalSolution = false;
   ReferenceSolver s(p);
   s.run(1);
@@ -255,7 +255,7 @@ TEST(ReferenceLabeling, OneLabelIsEverywhereOneAfterTheFirstStep) {
 }
 
 TEST(ReferenceCoupling, GammaMovesByHalfTheGapBetweenShareAndMeasure) {
-  ReferenceProblem p = randomProblem(2, 2, 2, 0);
+  ReferenceProblem p = randomReferenceProblem(2, 2, 2, 0);
   p.dt_multiplier = 0.5;
   ReferenceSolver s(p);
   s.a_bar = {0.75, 0.5};
@@ -265,7 +265,7 @@ TEST(ReferenceCoupling, GammaMovesByHalfTheGapBetweenShareAndMeasure) {
 }
 
 TEST(ReferenceCoupling, SumsAreThoseOfTheOverRelaxedLabelingWithoutTheHalo) {
-  ReferenceSolver s(randomProblem(2, 1, 2, 0));
+  ReferenceSolver s(randomReferenceProblem(2, 1, 2, 0));
   s.bands[0].u_bar = {1, 2, 1e9, 1e9, 4, 8, 1e9, 1e9};
   s.sumLabels();
   EXPECT_EQ(s.sum_u, (Values{3, 12}));
@@ -273,7 +273,7 @@ TEST(ReferenceCoupling, SumsAreThoseOfTheOverRelaxedLabelingWithoutTheHalo) {
 
 // A solver of 2 x 2 pixels with shares and duals that make each update easy to follow.
 ReferenceSolver shares(int kind_prior, double mu) {
-  ReferenceProblem p = randomProblem(2, 2, 3, kind_prior);
+  ReferenceProblem p = randomReferenceProblem(2, 2, 3, kind_prior);
   p.ratios = {0.25, 0.75, 9};
   p.sigmas = {0.5, 0.25, 9};
   p.mu = mu;
@@ -299,7 +299,8 @@ TEST(ReferencePrior, NoneMovesTheSharesAgainstGammaAlone) {
 }
 
 TEST(ReferencePrior, AnUnknownKindCountsAsNone) {
-  ReferenceSolver unknown(randomProblem(3, 2, 3, 7)), none(randomProblem(3, 2, 3, 0));
+  ReferenceSolver unknown(randomReferenceProblem(3, 2, 3, 7)),
+      none(randomReferenceProblem(3, 2, 3, 0));
   unknown.run(5);
   none.run(5);
   EXPECT_EQ(unknown.u(), none.u());
@@ -375,7 +376,7 @@ TEST(ReferencePrior, UpperBoundOfNegativeOrFltMaxWeightLeavesAlphaFree) {
 }
 
 TEST(ReferencePrior, UpperBoundWithoutSpreadLeavesAlphaFree) {
-  ReferenceProblem p = randomProblem(2, 2, 3, 3);
+  ReferenceProblem p = randomReferenceProblem(2, 2, 3, 3);
   p.sigmas.assign(3, 0);
   ReferenceSolver s(p);
   s.a_bar = {1, 0, 0.5};
@@ -395,7 +396,7 @@ TEST(ReferencePrior, TheBackgroundsDualsAreNeverWritten) {
 
 TEST(ReferencePrior, TheBackgroundMayBeAnyLabel) {
   for (int kind = 0; kind <= 3; ++kind) {
-    ReferenceProblem last = randomProblem(4, 3, 3, kind), first = last;
+    ReferenceProblem last = randomReferenceProblem(4, 3, 3, kind), first = last;
     const auto rotated = [](const Values& v, std::size_t plane) {
       Values r(v.end() - static_cast<std::ptrdiff_t>(plane), v.end());
       r.insert(r.end(), v.begin(), v.end() - static_cast<std::ptrdiff_t>(plane));
