@@ -5,6 +5,8 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "algorithms/rat_segments/alg/rat_seg.h"
 #include "app/inputs.h"

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
@@ -87,14 +88,19 @@ bool isNumber(const std::string& text) {
   return stream >> number && (stream >> std::ws).eof();
 }
 
+std::string shown(const std::string& text) { return inQuotes(text); }
+template <class T>
+std::string shown(T number) {
+  return (std::ostringstream() << number).str();
+}
+
 // Warns when the option's values are not one value of type T; used is what is taken instead.
 template <class T>
 void warnOfValues(Cmd& cmd, const OptionText& option, const T& used) {
-  std::ostringstream taken;
-  taken << "; " << used << " is used";
   const std::string name = std::string("-") + option.name;
+  const std::string instead = "; " + shown(used) + " is used";
   const std::size_t count = cmd.numOptions(option.name);
-  if (cmd.hasArg(option.name) && count == 0) warn(name + " has no value" + taken.str());
+  if (cmd.hasArg(option.name) && count == 0) warn(name + " has no value" + instead);
   if (count > 1) warn(name + " has " + std::to_string(count) + " values; only the first is used");
   if constexpr (std::is_arithmetic_v<T>) {
     const std::string text = cmd.getString(option.name);
@@ -102,7 +108,7 @@ void warnOfValues(Cmd& cmd, const OptionText& option, const T& used) {
     const char* expected = std::is_floating_point_v<T> ? "a number"
                            : std::is_unsigned_v<T>     ? "a whole number from 0 on"
                                                        : "a whole number";
-    warn(name + " must be " + expected + ", but is " + inQuotes(text) + taken.str());
+    warn(name + " must be " + expected + ", but is " + inQuotes(text) + instead);
   }
 }
 

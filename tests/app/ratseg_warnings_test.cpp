@@ -1,0 +1,172 @@
+// What the program says on standard error about inputs that make little sense. Standard output and
+// the course of the run stay as they are.
+
+#include <filesystem>
+#include <limits>
+
+#include "app/ratseg_program.h"
+
+namespace namespace_ratseg {
+namespace {
+
+class RatsegWarnings : public RatsegProgram {
+ protected:
+  // Runs with the changes and expects exactly these lines on standard error.
+  ProgramResult expectWarnings(const Changes& changes, const std::vector<std::string>& lines,
+                               int status = 0) const {
+    std::string err;
+    for (const std::string& line : lines) err += "ratseg: warning: " + line + "\n";
+    ProgramResult result = run(changes);
+    EXPECT_EQ(result.err, err);
+    EXPECT_EQ(result.status, status);
+    return result;
+  }
+
+  void expectEcho(const ProgramResult& result, const std::string& line) const {
+    EXPECT_NE(result.out.find("\n" + line + "\n"), std::string::npos) << result.out;
+  }
+};
+
+TEST_F(RatsegWarnings, TellValuesThatAreNoNumbers) {
+  expectEcho(expectWarnings({{"-lambda", "five"}},
+                            {"-lambda must be a number, but is \"five\"; 0 is used"}),
+             "-lambda 0");
+  expectEcho(expectWarnings({{"-mu", "nan"}}, {"-mu must be a number, but is \"nan\"; 0 is used"}),
+             "-mu 0");
+  expectEcho(expectWarnings({{"-mu", "2,5"}}, {"-mu must be a number, but is \"2,5\"; 2 is used"}),
+             "-mu 2");
+  expectEcho(expectWarnings({{"-epsilon", "1e99"}},
+                            {"-epsilon must be a number, but is \"1e99\"; 3.40282e+38 is used"}),
+             "-epsilon 3.40282e+38");
+  expectEcho(
+      expectWarnings({{"-iterations", "2.5"}},
+                     {"-iterations must be a whole number from 0 on, but is \"2.5\"; 2 is used"}),
+      "-iterations 2");
+  expectEcho(expectWarnings({{"-gpu", "first"}},
+                            {"-gpu must be a whole number, but is \"first\"; 0 is used"}),
+             "-gpu 0");
+}
+
+TEST_F(RatsegWarnings, TellNegativeIterations) {
+  const ProgramResult result =
+      expectWarnings({{"-iterations", "-5"}, {"-image", "missing.png"}},
+                     {"-iterations must be a whole number from 0 on, but is \"-5\"; "
+                      "18446744073709551611 is used",
+                      "\"missing.png\": No such file or directory"},
+                     1);
+  expectEcho(result, "-iterations 18446744073709551611");
+}
+
+TEST_F(RatsegWarnings, TellNumbersOfTheWrongSign) {
+  expectWarnings({{"-lambda", "-5"}, {"-iterations", "1"}}, {"-lambda should not be negative"});
+  expectWarnings({{"-epsilon", "0"}, {"-iterations", "1"}}, {"-epsilon should be positive"});
+}
+
+TEST_F(RatsegWarnings, TellOptionsWithoutOrWithSeveralValues) {
+  expectEcho(expectWarnings({{"-lambda", ""}}, {"-lambda has no value; 0 is used"}), "-lambda 0");
+  expectEcho(expectWarnings({{"-outprefix", ""}}, {"-outprefix has no value; \"out\" is used"}),
+             "-outprefix out");
+  std::vector<std::string> words = commandLine();
+  words.insert(words.end(), {"-outprefix", "my", "results"});
+  EXPECT_EQ(runWords(words).err,
+            "ratseg: warning: -outprefix has 2 values; only the first is used\n");
+}
+
+TEST_F(RatsegWarnings, TellUnknownOptions) {
+  expectWarnings({{"-iteration", "100"}}, {"unknown option \"-iteration\" is ignored"});
+}
+
+TEST_F(RatsegWarnings, TellAFolderThatResultsCannotBeSavedInBeforeTheRun) {
+  const std::string missing = (dir_.path() / "missing").string();
+  expectWarnings({{"-outprefix", "missing/out"}}, {"results cannot be saved in the folder \"" +
+                                                   missing + "\": No such file or directory"});
+  saveText("missing", "a file");
+  expectWarnings({{"-outprefix", "missing/out"}},
+                 {"results cannot be saved in the folder \"" + missing + "\": Not a directory"});
+}
+
+TEST_F(RatsegWarnings, TellFilesThatCannotBeRead) {
+  std::filesystem::create_directory(dir_.file("folder"));
+  expectWarnings({{"-image", "missing"}}, {"\"missing\": No such file or directory"}, 1);
+  expectWarnings({{"-image", "folder"}}, {"\"folder\" is a folder"}, 1);
+  expectWarnings({{"-proportions", "missing"}}, {"\"missing\": No such file or directory"}, 1);
+  expectWarnings({{"-proportions", "folder"}}, {"\"folder\" is a folder"}, 1);
+  expectWarnings({{"-dataterm", "missing"}},
+                 {"\"missing\": No such file or directory",
+                  "the data term must be a packed array of floats for 12 x 8 pixels x 4 labels, "
+                  "the background label included"},
+                 1);
+}
+
+TEST_F(RatsegWarnings, TellWhatADatatermMustHold) {
+  saveDataterm("dataterm.gz", FourLabels::dataterm(5));
+  expectWarnings({},
+                 {"the data term must be a packed array of floats for 12 x 8 pixels x 4 labels, "
+                  "the background label included"},
+                 1);
+}
+
+TEST_F(RatsegWarnings, TellWhereReadingOfProportionsStopped) {
+  saveText("proportions.txt", "0.33 0.1 0.33 0.1 0.34 0.1\nend 1\n");
+  expectWarnings({}, {"\"proportions.txt\": reading stopped at \"end\", which is not a number, "
+                      "after 3 labels"});
+  saveText("proportions.txt", "0.3,0.1\n");
+  expectWarnings({},
+                 {"\"proportions.txt\": reading stopped at \",0.1\", which is not a number, in the "
+                  "sigma of label 0"},
+                 1);
+  saveText("proportions.txt", "nan 0.1\n");
+  expectWarnings({},
+                 {"\"proportions.txt\": reading stopped at \"nan\", which is not a number, after 0 "
+                  "labels"},
+                 1);
+}
+
+TEST_F(RatsegWarnings, TellProportionsWithoutSense) {
+  saveText("proportions.txt", "-0.5 0.1 1.5 0 0 -2");
+  expectWarnings({}, {"\"proportions.txt\": mean -0.5 of label 0 is not from 0 to 1",
+                      "\"proportions.txt\": mean 1.5 of label 1 is not from 0 to 1",
+                      "\"proportions.txt\": sigma 0 of label 1 is not positive",
+                      "\"proportions.txt\": sigma -2 of label 2 is not positive"});
+  saveText("proportions.txt", "0.1 0.1 0.1 0.1 0.2 0.1");
+  expectWarnings({}, {"\"proportions.txt\": the means sum to 0.4; they are shares of the "
+                      "foreground and should sum to 1"});
+}
+
+TEST_F(RatsegWarnings, TellASingleForegroundLabel) {
+  saveText("proportions.txt", "0.3 0.1");
+  saveDataterm("dataterm.gz", std::vector<float>(2 * 96));
+  expectWarnings({}, {"\"proportions.txt\": with a single foreground label the proportions have no "
+                      "effect"});
+}
+
+TEST_F(RatsegWarnings, TellTheGammaThatANegativeWeightCoefficientBecomes) {
+  QImage image(2, 1, QImage::Format_RGB32);
+  image.setPixel(0, 0, qRgb(0, 0, 0));
+  image.setPixel(1, 0, qRgb(0, 255, 0));
+  saveImage("image.png", image);
+  saveDataterm("dataterm.gz", std::vector<float>(2 * 4));
+  // The mean gradient is 1/2, and gamma 2 divided by it.
+  const ProgramResult result = expectWarnings(
+      {{"-weightcoeff", "-1"}}, {"-weightcoeff is negative; 4 is computed from the image"});
+  expectEcho(result, "-weightcoeff -1");
+}
+
+TEST_F(RatsegWarnings, CutAndCleanWhatTheyQuote) {
+  expectWarnings(
+      {{"-lambda", "\x1b[2J" + std::string(100, 'x')}},
+      {"-lambda must be a number, but is \"?[2J" + std::string(56, 'x') + "...\"; 0 is used"});
+}
+
+TEST_F(RatsegWarnings, OfNaNInTheDatatermEndTheRun) {
+  std::vector<float> rho = FourLabels::dataterm();
+  rho[2 * 96 + 3 * 12 + 5] = std::numeric_limits<float>::quiet_NaN();
+  saveDataterm("dataterm.gz", rho);
+  const ProgramResult result = run();
+  EXPECT_TRUE(result.out.ends_with("\nDataterm: dataterm.gz\n"));
+  EXPECT_EQ(result.err, "ERROR: dataterm dataterm.gz holds NaN at label 2, pixel (5, 3)\n");
+  EXPECT_EQ(result.status, 1);
+}
+
+}  // namespace
+}  // namespace namespace_ratseg
