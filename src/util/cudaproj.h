@@ -2,7 +2,7 @@
 #define RATSEG_UTIL_CUDAPROJ_H
 
 // Projections that host and GPU kernels share: onto the probability simplex, onto the region above
-// a parabola, onto the polar cone of an interval. docs/math.md derives each.
+// a parabola, onto the polar cone of an interval. docs/math.md, sections 7.2 to 7.4, derives each.
 
 #include <cfloat>
 #include <cmath>
@@ -11,43 +11,55 @@
 
 namespace namespace_ratseg {
 
+// One pass of projectOntoSimplex: subtracts the mean excess of the active components and clamps at
+// 0. Active are all components in the first pass, the positive ones afterwards; a lane takes part
+// while clamped[l] is not 0. Leaves in clamped[l] whether the lane clamped something and returns
+// whether any did.
+template <int LANES, bool FIRST>
+RATSEG_HD inline bool simplexPass(float* __restrict__ v, int n, int* __restrict__ clamped) {
+  float sum[LANES] = {};
+  float active[LANES] = {};
+  for (int j = 0; j < n; ++j) {
+    const float* vj = v + j * LANES;
+    for (int l = 0; l < LANES; ++l) {
+      sum[l] += FIRST || vj[l] > 0.0f ? vj[l] : 0.0f;
+      active[l] += FIRST || vj[l] > 0.0f ? 1.0f : 0.0f;
+    }
+  }
+  float mean[LANES];
+  for (int l = 0; l < LANES; ++l) {
+    const float excess = (sum[l] - 1.0f) / (active[l] > 0.0f ? active[l] : 1.0f);
+    mean[l] = active[l] > 0.0f ? excess : 0.0f;
+    mean[l] = clamped[l] != 0 ? mean[l] : 0.0f;
+  }
+  int below[LANES] = {};
+  for (int j = 0; j < n; ++j) {
+    float* vj = v + j * LANES;
+    for (int l = 0; l < LANES; ++l) {
+      const float moved = vj[l] - (FIRST || vj[l] > 0.0f ? mean[l] : 0.0f);
+      below[l] |= moved < 0.0f ? 1 : 0;
+      vj[l] = moved < 0.0f ? 0.0f : moved;
+    }
+  }
+  int any = 0;
+  for (int l = 0; l < LANES; ++l) {
+    clamped[l] = below[l];
+    any |= below[l];
+  }
+  return any != 0;
+}
+
 // Projects LANES vectors of n components, one per lane, onto the probability simplex
 // {v >= 0, sum v = 1}, in place. Component j of lane l is v[j * LANES + l]. Each lane subtracts the
-// mean excess of its active components (all in the first pass, the positive ones afterwards) and
-// clamps at 0, until a pass clamps nothing or n passes are done. Lanes do not influence each other.
+// mean excess of its active components and clamps at 0, until a pass clamps nothing or n passes are
+// done. Lanes do not influence each other.
 template <int LANES>
 RATSEG_HD inline void projectOntoSimplex(float* __restrict__ v, int n) {
-  float mean[LANES];
+  if (n <= 0) return;
   int clamped[LANES];
   for (int l = 0; l < LANES; ++l) clamped[l] = 1;
-  for (int pass = 0; pass < n; ++pass) {
-    float sum[LANES] = {};
-    float active[LANES] = {};
-    for (int j = 0; j < n; ++j) {
-      for (int l = 0; l < LANES; ++l) {
-        const float value = v[j * LANES + l];
-        const bool counts = (pass == 0) | (value > 0.0f);
-        sum[l] += counts ? value : 0.0f;
-        active[l] += counts ? 1.0f : 0.0f;
-      }
-    }
-    for (int l = 0; l < LANES; ++l) {
-      const float excess = (sum[l] - 1.0f) / active[l];
-      mean[l] = (clamped[l] != 0) & (active[l] > 0.0f) ? excess : 0.0f;
-      clamped[l] = 0;
-    }
-    for (int j = 0; j < n; ++j) {
-      for (int l = 0; l < LANES; ++l) {
-        const float value = v[j * LANES + l];
-        const float moved = (pass == 0) | (value > 0.0f) ? value - mean[l] : value;
-        clamped[l] |= moved < 0.0f ? 1 : 0;
-        v[j * LANES + l] = moved < 0.0f ? 0.0f : moved;
-      }
-    }
-    int any = 0;
-    for (int l = 0; l < LANES; ++l) any |= clamped[l];
-    if (any == 0) return;
-  }
+  bool more = simplexPass<LANES, true>(v, n, clamped);
+  for (int pass = 1; pass < n && more; ++pass) more = simplexPass<LANES, false>(v, n, clamped);
 }
 
 namespace parabola {

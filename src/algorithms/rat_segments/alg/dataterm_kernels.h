@@ -2,7 +2,7 @@
 #define RATSEG_ALG_DATATERM_KERNELS_H
 
 // The arithmetic of the colour-scribble data term, shared by host and GPU launchers. Formulas:
-// docs/math.md, scribble data term.
+// docs/math.md, section 3.2.
 
 #include <cfloat>
 #include <cmath>

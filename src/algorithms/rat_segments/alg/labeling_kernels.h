@@ -3,7 +3,7 @@
 
 // The per-pixel arithmetic of one iteration, shared by host and GPU launchers: functions of a tile
 // of LANES adjacent pixels (x .. x + LANES - 1, y) of a band. A GPU thread does a tile of one, the
-// host a SIMD vector's worth. Formulas: docs/math.md.
+// host a SIMD vector's worth. Formulas: docs/math.md, sections 4, 6.3 and 6.7.
 //
 // Band: image rows [ymin, ymax), hb = ymax - ymin of them; y is the row within the band. All arrays
 // are label-major. Element (x, y) of label i is
@@ -26,6 +26,7 @@ namespace namespace_ratseg::tile {
 
 // Dual ascent of the length term, from the over-relaxed labeling u:
 //   p_i <- projection of p_i + (dt/2) grad u_i onto the disc of radius weight lambda/2
+// docs/math.md, section 6.3.
 template <int LANES>
 RATSEG_HD inline void ratseg_dual_p(float2* __restrict__ p, const float* __restrict__ u,
                                     const float* __restrict__ weight, float lambda, float dt,
@@ -59,6 +60,7 @@ RATSEG_HD inline void ratseg_dual_p(float2* __restrict__ p, const float* __restr
 //   u_new = projection of u + tau (div p_i + gamma_i constGamma/N - rho_i),
 //   u_bar = u_new + theta_bar (u_new - u),    tau = dt / (constGamma/N + 4),  N = w h
 // A label with rho >= FLT_MAX enters the projection at 0, one with rho <= -FLT_MAX at 1.
+// docs/math.md, section 6.7.
 // v is scratch of n LANES floats.
 template <int LANES>
 RATSEG_HD inline void ratseg_prim_u(float* __restrict__ u, float* __restrict__ u_bar,
@@ -123,8 +125,9 @@ RATSEG_HD inline void ratseg_copyLastToFirst(float2* dst, const float2* src, std
   dst[i * w * (h_dst + 1) + x] = src[i * w * (h_src + 1) + h_src * w + x];
 }
 
-// Pixelwise best label of the data term: u = 1 for the label of least cost (the lowest on ties),
-// 0 for the others. Costs of FLT_MAX or more never win; where all are, label 0 does.
+// Pixelwise best label of the data term (docs/math.md, section 6.8): u = 1 for the label of least
+// cost (the lowest on ties), 0 for the others. Costs of FLT_MAX or more never win; where all are,
+// label 0 does.
 RATSEG_HD inline void ratseg_setLocalSolution_kernel(float* u, const float* rho, std::size_t w,
                                                      std::size_t ymin, std::size_t ymax,
                                                      std::size_t n, std::size_t x, std::size_t y) {

@@ -3,7 +3,7 @@
 
 // The per-label arithmetic of the proportion prior, shared by host and GPU launchers: functions of
 // one label i. All arrays hold n floats. The entries of alpha, beta, ratios, sigmas, mins and maxs
-// at the background label ind_bgr are never used. Formulas: docs/math.md.
+// at the background label ind_bgr are never used. Formulas: docs/math.md, sections 6.4 to 6.6.
 //
 // dt is the step multiplier: 1/dt_multiplier for the dual updates, dt_multiplier for the primal
 // ones. Unused parameters belong to the launch interface and are kept in its order.
@@ -151,7 +151,7 @@ RATSEG_HD inline void ratseg_prim_a__lowerBound(float* a, float* a_bar, const fl
 }
 
 // The minimiser of (a - at)^2 / 2 + E / (1 - a) over a < 1: 1 - z for the root z of
-// z^2 (z - (1 - at)) = E, in closed form.
+// z^2 (z - (1 - at)) = E, in closed form. docs/math.md, section 7.5.
 RATSEG_HD inline float barrierProx(float at, float E) {
   const float A = (1.0f - at) / 3.0f;
   const float cube = A * A * A;

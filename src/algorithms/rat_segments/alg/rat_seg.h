@@ -3,7 +3,7 @@
 
 // The solver. Given a data term, an edge weight and, per foreground label, a mean and a spread of
 // its share of the foreground, it computes a labeling that balances data term, boundary length and
-// the deviation of the shares. The model and every update: docs/math.md.
+// the deviation of the shares. The model: docs/math.md, section 2; every update: section 6.
 //
 //   RatSeg solver;
 //   Params& par = solver.getParams();
@@ -94,7 +94,8 @@ class RatSeg {
 
   // Data term from colour scribbles: image has w*h colours with channels in [0, 1], scribbles[i]
   // holds the scribblesNum[i] (at most w*h, may be 0) colours marked with label i. The cost is
-  // min(thr, -ln of the mean over the scribbles of exp(-D^2 / (2 sigma^2))), D the CIELAB distance.
+  // min(thr, -ln of the mean over the scribbles of exp(-D^2 / (2 sigma^2))), D the CIELAB distance
+  // (docs/math.md, section 3.2).
   void setDataterm(float4* image, float4** scribbles, std::size_t* scribblesNum, float sigma,
                    float thr);
 
