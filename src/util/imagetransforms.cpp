@@ -165,9 +165,9 @@ float4* ImageTransforms::downsample(const float4* src, int w, int h, float facto
 
 void ImageTransforms::downsampleAndReplace(float4** image, int w, int h, float factor, int* newW,
                                            int* newH) {
-  float4* shrunk = downsample(*image, w, h, factor, newW, newH);
-  delete[] * image;
-  *image = shrunk;
+  float4* old = *image;
+  *image = downsample(old, w, h, factor, newW, newH);
+  delete[] old;
 }
 
 float2* ImageTransforms::computeDirections(const float4* image, int w, int h) {

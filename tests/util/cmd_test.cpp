@@ -74,6 +74,12 @@ TEST(CmdLine, DigitAfterTheMinusSignMakesAValue) {
   EXPECT_EQ(cmd.getFloat("lambda"), -5.0f);
   EXPECT_EQ(cmd.getFloat("mu"), -0.5f);
   EXPECT_FALSE(cmd.hasArg("5"));
+  for (const char digit : std::string("0123456789")) {
+    const std::string word = std::string("-") + digit;
+    EXPECT_EQ(commandLine({"-a", word.c_str()}).getString("a"), word);
+  }
+  EXPECT_TRUE(commandLine({"-/"}).hasArg("/"));
+  EXPECT_TRUE(commandLine({"-:"}).hasArg(":"));
 }
 
 TEST(CmdLine, MinusSignAndNoDigitMakesAName) {

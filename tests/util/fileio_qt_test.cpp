@@ -109,6 +109,21 @@ TEST_F(ImageFile, ThatCannotBeLoadedIsNull) {
   }
 }
 
+int qtMessages = 0;
+
+TEST_F(ImageFile, WithoutANameIsNotOpened) {
+  // Qt complains when it is to open a file without a name.
+  qtMessages = 0;
+  const QtMessageHandler before = qInstallMessageHandler(
+      [](QtMsgType, const QMessageLogContext&, const QString&) { ++qtMessages; });
+  QImage* image = nullptr;
+  EXPECT_FALSE(FileIO::loadImage("", image));
+  EXPECT_EQ(qtMessages, 0);
+  QImageReader(QString()).read();
+  EXPECT_GE(qtMessages, 1);
+  qInstallMessageHandler(before);
+}
+
 TEST_F(ImageFile, IsLoadedAsColours) {
   const QImage saved = smallImage();
   ASSERT_TRUE(FileIO::saveImagePNG(&saved, dir_.file("image.png")));

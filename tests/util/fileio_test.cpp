@@ -80,11 +80,12 @@ struct Load {
 template <class T>
 Load<T> load(const std::string& file, std::size_t count) {
   Load<T> result{false, "", std::vector<T>(count, T{-1})};
-  const int before = nextDescriptor();
   testing::internal::CaptureStdout();
+  const int before = nextDescriptor();
   result.ok = FileIO::loadArray<T>(file, result.array.data(), count);
+  const int after = nextDescriptor();
   result.output = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(nextDescriptor(), before) << "the file was left open";
+  EXPECT_EQ(after, before) << "the file was left open";
   return result;
 }
 

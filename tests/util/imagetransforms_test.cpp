@@ -298,6 +298,12 @@ TEST(ComputeDirections, PointAcrossAnEdge) {
   expectDirection(directionsOf(greyImage({0.5f, 1, 0, 0}), 2, 2)[0], -half, half);
 }
 
+TEST(ComputeDirections, HaveAPositiveComponentAlongTheLargerDifference) {
+  const float length = std::hypot(0.8f, 0.2f);
+  expectDirection(directionsOf(greyImage({0.2f, 1, 0, 0}), 2, 2)[0], 0.8f / length, -0.2f / length);
+  expectDirection(directionsOf(greyImage({0.8f, 1, 0, 0}), 2, 2)[0], -0.2f / length, 0.8f / length);
+}
+
 TEST(ComputeDirections, AreOneDifferenceAtTheBorderAndHorizontalWithoutAny) {
   const std::vector<float2> directions = directionsOf(greyImage({0, 0.5f, 0.25f, 1}), 2, 2);
   expectDirection(directions[1], 0, 1);
