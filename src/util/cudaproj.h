@@ -64,17 +64,18 @@ RATSEG_HD inline void projectOntoSimplex(float* __restrict__ v, int n) {
 
 namespace parabola {
 
-// The root t >= 0 of t^3 + 3 q t - 2 r = 0, r >= 0, that is nearest on the parabola.
-RATSEG_HD inline float nearestRoot(float r, float q) {
-  const float discriminant = r * r + q * q * q;
-  if (discriminant >= 0.0f) {
-    const float c = cbrtf(r + sqrtf(discriminant));
-    return c > 0.0f ? c - q / c : 0.0f;
+// The root t >= 0 of t^3 + 3 q t - 2 r = 0, r >= 0, that is nearest on the parabola. In double
+// precision, since the closed forms cancel.
+RATSEG_HD inline double nearestRoot(double r, double q) {
+  const double discriminant = r * r + q * q * q;
+  if (discriminant >= 0.0) {
+    const double c = cbrt(r + sqrt(discriminant));
+    return c > 0.0 ? c - q / c : 0.0;
   }
-  const float s = sqrtf(fabsf(q));
-  const float v = fminf(r / (s * s * s), 1.0f);
-  constexpr float twoPi = 6.283185307f;
-  return 2.0f * s * sinf((twoPi - asinf(v)) / 3.0f);
+  const double s = sqrt(fabs(q));
+  const double v = fmin(r / (s * s * s), 1.0);
+  constexpr double twoPi = 6.283185307179586;
+  return 2.0 * s * sin((twoPi - asin(v)) / 3.0);
 }
 
 // x of the point of the parabola y = x^2 / (4 d) nearest to (x, y), which lies below it. Series
@@ -98,10 +99,10 @@ RATSEG_HD inline float nearestX(float x, float y, float d) {
     const float k = -d / (y * y * y);
     return (k * (2.0f * x * y * y)) * (1.0f - k * (x * x + 2.0f * y * y));
   }
-  const float X = x / (2.0f * d);
-  const float q = (1.0f - y / (2.0f * d)) * (2.0f / 3.0f);
-  const float t = nearestRoot(fabsf(X), q);
-  return X >= 0.0f ? 2.0f * d * t : -2.0f * d * t;
+  const double X = xd / (2.0 * dd);
+  const double q = (1.0 - yd / (2.0 * dd)) * 2.0 / 3.0;
+  const auto magnitude = static_cast<float>(2.0 * dd * nearestRoot(fabs(X), q));
+  return X >= 0.0 ? magnitude : -magnitude;
 }
 
 }  // namespace parabola

@@ -151,18 +151,20 @@ RATSEG_HD inline void ratseg_prim_a__lowerBound(float* a, float* a_bar, const fl
 }
 
 // The minimiser of (a - at)^2 / 2 + E / (1 - a) over a < 1: 1 - z for the root z of
-// z^2 (z - (1 - at)) = E, in closed form. docs/math.md, section 7.5.
+// z^2 (z - (1 - at)) = E, in closed form; in double precision, since that cancels. docs/math.md,
+// section 7.5.
 RATSEG_HD inline float barrierProx(float at, float E) {
-  const float A = (1.0f - at) / 3.0f;
-  const float cube = A * A * A;
-  const float Q = E / 4.0f + cube;
-  if (Q >= 0.0f) {
-    const float C = cbrtf(E / 2.0f + cube + sqrtf(E * Q));
-    return (1.0f - A) - C - (C != 0.0f ? A * A / C : 0.0f);
+  const double A = (1.0 - static_cast<double>(at)) / 3.0;
+  const double e = E;
+  const double cube = A * A * A;
+  const double Q = e / 4.0 + cube;
+  if (Q >= 0.0) {
+    const double C = cbrt(e / 2.0 + cube + sqrt(e * Q));
+    return static_cast<float>((1.0 - A) - C - (C != 0.0 ? A * A / C : 0.0));
   }
-  const float v = fminf(fmaxf(2.0f * Q / cube - 1.0f, -1.0f), 1.0f);
-  constexpr float twoPi = 6.283185307f;
-  return 1.0f + A * (2.0f * sinf((asinf(v) + twoPi) / 3.0f) - 1.0f);
+  const double v = fmin(fmax(2.0 * Q / cube - 1.0, -1.0), 1.0);
+  constexpr double twoPi = 6.283185307179586;
+  return static_cast<float>(1.0 + A * (2.0 * sin((asin(v) + twoPi) / 3.0) - 1.0));
 }
 
 // As above with slope_i = gamma_i constGamma + alpha_i constAlpha, and for the background

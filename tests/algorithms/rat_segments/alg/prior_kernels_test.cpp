@@ -313,7 +313,7 @@ TEST(BarrierProx, SolvesItsCubic) {
         (z * z * (z - c) < static_cast<double>(E) ? low : high) = z;
       }
       const double z = 1.0 - static_cast<double>(tile::barrierProx(at, E));
-      EXPECT_NEAR(z, low, 2e-5 * (1.0 + std::abs(c)) + 2e-4 * low) << "at " << at << " E " << E;
+      EXPECT_NEAR(z, low, 2e-7 * (1.0 + std::abs(c))) << "at " << at << " E " << E;
     }
   }
 }
