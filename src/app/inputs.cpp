@@ -44,6 +44,15 @@ void failOnNaN(const std::string& file, const float* dataterm, const Image& imag
   fail(std::cerr, message.str());
 }
 
+void warnOfAutomaticGamma(float gamma) {
+  if (std::isfinite(gamma)) {
+    warn("-weightcoeff is negative; " + (std::ostringstream() << gamma).str() +
+         " is computed from the image");
+  } else {
+    warn("-weightcoeff is negative, but the image has a single colour: no weight can be computed");
+  }
+}
+
 }  // namespace
 
 Image loadImage(const std::string& file) {
@@ -62,9 +71,10 @@ Image loadImage(const std::string& file) {
 std::unique_ptr<float[]> loadDataterm(const std::string& file, const Image& image, std::size_t n) {
   std::unique_ptr<float[]> dataterm = allocateDataterm(image, n);
   if (!FileIO::loadArray<float>(file, dataterm.get(), image.count() * n)) {
-    warnIfUnreadable(file);
-    warn("the data term must be a packed array of floats for " + sizeText(image, n) +
-         ", the background label included");
+    if (!warnIfUnreadable(file)) {
+      warn("the data term must be a packed array of floats for " + sizeText(image, n) +
+           ", the background label included");
+    }
     fail(std::cout, "ERROR loading dataterm " + file);
   }
   std::cout << "Dataterm: " << file << std::endl;
@@ -78,14 +88,10 @@ std::unique_ptr<float[]> edgeWeight(const Image& image, float gamma) {
     std::fill_n(ones.get(), image.count(), 1.0f);
     return ones;
   }
-  const bool automatic = gamma < 0;
+  const bool automatic = !(gamma > 0);
   std::unique_ptr<float[]> weight(
       ImageTransforms::computeWeight(image.pixels.get(), image.w, image.h, 1.0f, &gamma));
-  if (automatic) {
-    std::ostringstream message;
-    message << "-weightcoeff is negative; " << gamma << " is computed from the image";
-    warn(message.str());
-  }
+  if (automatic) warnOfAutomaticGamma(gamma);
   return weight;
 }
 

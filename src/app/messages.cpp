@@ -18,13 +18,16 @@ void fail(std::ostream& out, const std::string& message) {
 
 void warn(const std::string& message) { std::cerr << "ratseg: warning: " << message << std::endl; }
 
-void warnIfUnreadable(const std::string& file) {
+bool warnIfUnreadable(const std::string& file) {
   std::error_code ignored;
   if (access(file.c_str(), R_OK) != 0) {
     warn(inQuotes(file) + ": " + std::strerror(errno));
   } else if (std::filesystem::is_directory(file, ignored)) {
     warn(inQuotes(file) + " is a folder");
+  } else {
+    return false;
   }
+  return true;
 }
 
 std::string inQuotes(const std::string& text) {

@@ -15,9 +15,9 @@ namespace namespace_ratseg {
 // Prints "ratseg: warning: " and the message as a line on standard error.
 void warn(const std::string& message);
 
-// Why a file cannot be read, as a warning: it does not exist, is a folder, may not be read. Nothing
-// when none of these is the reason.
-void warnIfUnreadable(const std::string& file);
+// Warns of a file that does not exist, may not be read or is a folder. False, with nothing said,
+// when it is none of these.
+bool warnIfUnreadable(const std::string& file);
 
 // Text in double quotes, fit for a line: cut after 60 bytes and without control characters.
 std::string inQuotes(const std::string& text);

@@ -88,19 +88,21 @@ bool isNumber(const std::string& text) {
   return stream >> number && (stream >> std::ws).eof();
 }
 
-std::string shown(const std::string& text) { return inQuotes(text); }
+// What is taken instead of a value that is missing or wrong.
+std::string used(const std::string& text) {
+  return text.empty() ? "" : "; " + inQuotes(text) + " is used";
+}
 template <class T>
-std::string shown(T number) {
-  return (std::ostringstream() << number).str();
+std::string used(T number) {
+  return (std::ostringstream() << "; " << number << " is used").str();
 }
 
-// Warns when the option's values are not one value of type T; used is what is taken instead.
+// Warns when the option's values are not one value of type T; taken is what they were read as.
 template <class T>
-void warnOfValues(Cmd& cmd, const OptionText& option, const T& used) {
+void warnOfValues(Cmd& cmd, const OptionText& option, const T& taken) {
   const std::string name = std::string("-") + option.name;
-  const std::string instead = "; " + shown(used) + " is used";
   const std::size_t count = cmd.numOptions(option.name);
-  if (cmd.hasArg(option.name) && count == 0) warn(name + " has no value" + instead);
+  if (cmd.hasArg(option.name) && count == 0) warn(name + " has no value" + used(taken));
   if (count > 1) warn(name + " has " + std::to_string(count) + " values; only the first is used");
   if constexpr (std::is_arithmetic_v<T>) {
     const std::string text = cmd.getString(option.name);
@@ -108,7 +110,7 @@ void warnOfValues(Cmd& cmd, const OptionText& option, const T& used) {
     const char* expected = std::is_floating_point_v<T> ? "a number"
                            : std::is_unsigned_v<T>     ? "a whole number from 0 on"
                                                        : "a whole number";
-    warn(name + " must be " + expected + ", but is " + inQuotes(text) + instead);
+    warn(name + " must be " + expected + ", but is " + inQuotes(text) + used(taken));
   }
 }
 
@@ -126,6 +128,7 @@ void readOption(Cmd& cmd, const OptionText& option, T& target) {
   std::cout << option.description << std::endl;
   if (!missing) return;
   std::cout << option.format << std::flush;
+  std::cerr << "ratseg: without arguments it lists all options" << std::endl;
   std::exit(1);
 }
 

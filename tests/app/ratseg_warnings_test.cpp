@@ -66,6 +66,9 @@ TEST_F(RatsegWarnings, TellOptionsWithoutOrWithSeveralValues) {
   expectEcho(expectWarnings({{"-lambda", ""}}, {"-lambda has no value; 0 is used"}), "-lambda 0");
   expectEcho(expectWarnings({{"-outprefix", ""}}, {"-outprefix has no value; \"out\" is used"}),
              "-outprefix out");
+  EXPECT_EQ(runWords({"-image"}).err,
+            "ratseg: warning: -image has no value\n"
+            "ratseg: without arguments it lists all options\n");
   std::vector<std::string> words = commandLine();
   words.insert(words.end(), {"-outprefix", "my", "results"});
   EXPECT_EQ(runWords(words).err,
@@ -91,11 +94,8 @@ TEST_F(RatsegWarnings, TellFilesThatCannotBeRead) {
   expectWarnings({{"-image", "folder"}}, {"\"folder\" is a folder"}, 1);
   expectWarnings({{"-proportions", "missing"}}, {"\"missing\": No such file or directory"}, 1);
   expectWarnings({{"-proportions", "folder"}}, {"\"folder\" is a folder"}, 1);
-  expectWarnings({{"-dataterm", "missing"}},
-                 {"\"missing\": No such file or directory",
-                  "the data term must be a packed array of floats for 12 x 8 pixels x 4 labels, "
-                  "the background label included"},
-                 1);
+  expectWarnings({{"-dataterm", "missing"}}, {"\"missing\": No such file or directory"}, 1);
+  expectWarnings({{"-dataterm", "folder"}}, {"\"folder\" is a folder"}, 1);
 }
 
 TEST_F(RatsegWarnings, TellWhatADatatermMustHold) {
@@ -150,6 +150,13 @@ TEST_F(RatsegWarnings, TellTheGammaThatANegativeWeightCoefficientBecomes) {
   const ProgramResult result = expectWarnings(
       {{"-weightcoeff", "-1"}}, {"-weightcoeff is negative; 4 is computed from the image"});
   expectEcho(result, "-weightcoeff -1");
+}
+
+TEST_F(RatsegWarnings, TellAnImageOfOneColourThatNoGammaCanBeComputedFrom) {
+  saveImage("image.png", blackImage(FourLabels::w, FourLabels::h));
+  expectWarnings(
+      {{"-weightcoeff", "-1"}},
+      {"-weightcoeff is negative, but the image has a single colour: no weight can be computed"});
 }
 
 TEST_F(RatsegWarnings, CutAndCleanWhatTheyQuote) {
