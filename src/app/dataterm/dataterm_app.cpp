@@ -7,11 +7,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -107,14 +109,16 @@ struct Problem {
 void warn(const Problem& problem, const DatatermOptions& options) {
   for (std::size_t k = 0; k < problem.labels; ++k) {
     if (problem.colours[k].empty()) {
-      std::cerr << "WARNING: label " << k << " has no scribbles in " << options.scribbles
-                << ": it costs thr = " << options.thr << " everywhere" << std::endl;
+      std::cerr << "ratseg-dataterm: warning: label " << k << " has no scribbles in "
+                << options.scribbles << ": it costs thr = " << options.thr << " everywhere"
+                << std::endl;
     }
   }
   if (problem.labels == 2 && !options.sharesOfImage) {
-    std::cerr << "WARNING: with a single foreground label, shares of the foreground say nothing; "
-                 "-shares image makes the prior work"
-              << std::endl;
+    std::cerr
+        << "ratseg-dataterm: warning: with a single foreground label, shares of the foreground "
+           "say nothing; -shares image makes the prior work"
+        << std::endl;
   }
 }
 
@@ -141,7 +145,7 @@ std::vector<float> computeDataterm(Problem& problem, const DatatermOptions& opti
   par.n = problem.labels;
   const std::size_t planes = problem.labels + (options.sharesOfImage ? 1 : 0);
   std::vector<float> rho(planes * problem.image.size(), options.voidCost());
-  if (!solver.alloc()) throw std::bad_alloc();
+  if (!solver.alloc()) throw std::runtime_error("could not allocate solver");
   std::vector<RGB*> lists;
   std::vector<std::size_t> counts;
   for (auto& list : problem.colours) {
@@ -153,6 +157,22 @@ std::vector<float> computeDataterm(Problem& problem, const DatatermOptions& opti
   solver.getDataterm(rho.data());
   solver.free();
   return rho;
+}
+
+// Hand-drawn scribbles are not to be lost by a slip of the fingers.
+void refuseOverwriting(const DatatermOptions& options) {
+  const auto refuse = [](const std::string& option, const std::string& out, const std::string& in) {
+    std::error_code ignored;
+    if (out == in || std::filesystem::equivalent(out, in, ignored)) {
+      throw InputError(option + " " + out, "a file of its own", "that it is " + in + " as well");
+    }
+  };
+  for (const std::string& in : {options.image, options.scribbles, options.truth}) {
+    if (in.empty()) continue;
+    refuse("-out", options.out, in);
+    if (!options.proportions.empty()) refuse("-proportions", options.proportions, in);
+  }
+  if (!options.proportions.empty()) refuse("-proportions", options.proportions, options.out);
 }
 
 [[noreturn]] void failWriting(const std::string& option, const std::string& file) {
@@ -202,6 +222,7 @@ void report(const Problem& problem, const DatatermOptions& options) {
 }
 
 void run(const DatatermOptions& options) {
+  refuseOverwriting(options);
   Problem problem(options);
   chooseDevice(options);
   warn(problem, options);
@@ -220,6 +241,7 @@ int runDatatermApp(int argc, const char* const* argv) {
     return 0;
   }
   // What Qt has to say about broken image files is not for the user: the errors below say it.
+  // (libpng's own line on standard error stays.)
   qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
   try {
     run(DatatermOptions::parse(argc, argv));

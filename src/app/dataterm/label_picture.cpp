@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <memory>
 
 #include "app/dataterm/input_error.h"
@@ -25,10 +26,14 @@ struct PngHeader {
 
   // "a PNG of 16-bit grey"
   std::string describe() const {
-    static const char* const names[] = {
-        "grey", "", "colour", "indexed", "grey with alpha", "", "colour with alpha"};
-    const char* name = colourType >= 0 && colourType < 7 ? names[colourType] : "";
-    return "a PNG of " + std::to_string(bits) + "-bit " + name;
+    const std::map<int, std::string> names = {{kGrey, "grey"},
+                                              {2, "colour"},
+                                              {kIndexed, "indexed"},
+                                              {4, "grey with alpha"},
+                                              {6, "colour with alpha"}};
+    const auto name = names.find(colourType);
+    const std::string colours = name == names.end() ? "unknown colours" : name->second;
+    return "a PNG of " + std::to_string(bits) + "-bit " + colours;
   }
 };
 
@@ -48,16 +53,17 @@ PngHeader readPngHeader(const std::string& file) {
   return {head[24], head[25]};
 }
 
-// The bytes of an image of one byte a pixel, or of one bit a pixel.
-void copyIndices(const QImage& image, std::vector<std::uint8_t>& pixels) {
-  const int w = image.width();
-  for (int y = 0; y < image.height(); ++y) {
-    std::uint8_t* row = pixels.data() + static_cast<std::size_t>(y) * w;
-    if (image.depth() == 8) {
-      std::copy_n(image.constScanLine(y), w, row);
-    } else {
-      for (int x = 0; x < w; ++x) row[x] = static_cast<std::uint8_t>(image.pixelIndex(x, y));
-    }
+// The number of a pixel, whatever form its picture was decoded into.
+std::uint8_t numberAt(const QImage& image, int x, int y) {
+  switch (image.format()) {
+    case QImage::Format_Grayscale8:
+    case QImage::Format_Indexed8:
+      return image.constScanLine(y)[x];
+    case QImage::Format_Mono:
+      return static_cast<std::uint8_t>(image.pixelIndex(x, y));
+    default:
+      // Grey with a transparent value comes in four channels.
+      return static_cast<std::uint8_t>(qRed(image.pixel(x, y)));
   }
 }
 
@@ -70,19 +76,15 @@ LabelPicture LabelPicture::load(const std::string& file) {
   if (!indexed && !grey) throw InputError(file, kExpected, header.describe());
   QImage* loaded = nullptr;
   FileIO::loadImage(file, loaded);
-  std::unique_ptr<QImage> image(loaded);
-  if (image && grey && image->format() != QImage::Format_Grayscale8) {
-    // A grey PNG with a transparent colour comes in four channels.
-    *image = image->convertToFormat(QImage::Format_Grayscale8);
-  }
-  if (!image || image->isNull() || (image->depth() != 8 && image->depth() != 1)) {
-    throw InputError(file, kExpected, "a PNG that cannot be decoded");
-  }
+  const std::unique_ptr<QImage> image(loaded);
+  if (!image) throw InputError(file, kExpected, "a PNG that cannot be decoded");
   LabelPicture picture;
   picture.w = static_cast<std::size_t>(image->width());
   picture.h = static_cast<std::size_t>(image->height());
-  picture.pixels.resize(picture.w * picture.h);
-  copyIndices(*image, picture.pixels);
+  picture.pixels.reserve(picture.w * picture.h);
+  for (int y = 0; y < image->height(); ++y) {
+    for (int x = 0; x < image->width(); ++x) picture.pixels.push_back(numberAt(*image, x, y));
+  }
   return picture;
 }
 

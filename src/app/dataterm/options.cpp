@@ -83,7 +83,7 @@ class Reader {
 
   void required(const std::string& name, std::string& target) const {
     if (!text(name, "a file name", target)) {
-      throw InputError("-" + name, "a file name", "no such option");
+      throw InputError("-" + name, "a file name", "that the option is missing");
     }
   }
 
@@ -136,17 +136,19 @@ void readTruth(const Reader& reader, DatatermOptions& options) {
   const bool truth = reader.text("truth", "a file name", options.truth);
   const bool proportions = reader.text("proportions", "a file name", options.proportions);
   if (truth && !proportions) {
-    throw InputError("-proportions", "a file name, since -truth is given", "no such option");
+    throw InputError("-proportions", "a file name, since -truth is given",
+                     "that the option is missing");
   }
   if (proportions && !truth) {
-    throw InputError("-truth", "a file name, since -proportions is given", "no such option");
+    throw InputError("-truth", "a file name, since -proportions is given",
+                     "that the option is missing");
   }
   const double absent = -1;
   double spread = absent;
   reader.number("spread", "a number of at least 0", spread,
                 [](double v) { return v >= 0 && v <= std::numeric_limits<float>::max(); });
   if (spread != absent && !truth) {
-    throw InputError("-truth", "a file name, since -spread is given", "no such option");
+    throw InputError("-truth", "a file name, since -spread is given", "that the option is missing");
   }
   if (spread != absent) options.spread = spread;
 }
