@@ -123,6 +123,7 @@ TEST_F(HostBackendTest, PeerAccessIsEnabledOncePerDirection) {
   EXPECT_EQ(cudaDeviceEnablePeerAccess(2, 0), cudaSuccess);
   cudaSetDevice(1);
   EXPECT_EQ(cudaDeviceEnablePeerAccess(0, 0), cudaSuccess);
+  EXPECT_EQ(cudaDeviceEnablePeerAccess(2, 0), cudaSuccess);
 }
 
 TEST_F(HostBackendTest, BadPeersAndFlagsAreRefused) {
@@ -283,6 +284,15 @@ TEST_F(HostBackendTest, TheLastErrorIsTheOneThatIsPending) {
 TEST_F(HostBackendTest, ErrorsWithoutANameHaveATextToo) {
   EXPECT_STREQ(cudaGetErrorString(cudaErrorInvalidDevicePointer), "invalid device pointer");
   EXPECT_STREQ(cudaGetErrorString(static_cast<cudaError_t>(kNativeErrorBase + 1)), "unknown error");
+}
+
+TEST(CudaErrorNumber, IsTheCodeOrTheRuntimesOwn) {
+  EXPECT_EQ(cudaErrorNumber(cudaSuccess), 0);
+  EXPECT_EQ(cudaErrorNumber(cudaErrorMemoryAllocation), 2);
+  EXPECT_EQ(cudaErrorNumber(cudaErrorInvalidDeviceFunction), 8);
+  EXPECT_EQ(cudaErrorNumber(cudaErrorInsufficientDriver), 35);
+  EXPECT_EQ(cudaErrorNumber(cudaErrorNoDevice), 38);
+  EXPECT_EQ(cudaErrorNumber(static_cast<cudaError_t>(kNativeErrorBase + 700)), 700);
 }
 
 }  // namespace
