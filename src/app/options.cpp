@@ -132,6 +132,13 @@ void readOption(Cmd& cmd, const OptionText& option, T& target) {
   std::exit(1);
 }
 
+// A negative number of iterations is read as one that no machine finishes.
+void refuseEndlessRun(const Params& par) {
+  constexpr std::size_t kEndless = std::size_t{1} << 62;
+  if (par.Nsteps < kEndless) return;
+  fail(std::cerr, "ERROR: cannot run " + std::to_string(par.Nsteps) + " iterations");
+}
+
 void warnOfSenselessNumbers(const Params& par) {
   if (par.lambda < 0) warn("-lambda should not be negative");
   if (!(par.eps > 0)) warn("-epsilon should be positive");
@@ -184,6 +191,7 @@ Options readOptions(Cmd& cmd, Params& par) {
   readOption(cmd, kWeightcoeff, options.weightcoeff);
   readOption(cmd, kOutprefix, options.outprefix);
   readOption(cmd, kGpu, options.gpu);
+  refuseEndlessRun(par);
   warnOfSenselessNumbers(par);
   warnOfOutputFolder(options.outprefix);
   return options;
