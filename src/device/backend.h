@@ -32,7 +32,8 @@ class Backend {
                                std::size_t height) = 0;
   virtual cudaError_t memGetInfo(std::size_t* freeBytes, std::size_t* totalBytes) = 0;
 
-  virtual cudaError_t memcpy(void* dst, const void* src, std::size_t bytes, cudaMemcpyKind kind) = 0;
+  virtual cudaError_t memcpy(void* dst, const void* src, std::size_t bytes,
+                             cudaMemcpyKind kind) = 0;
   virtual cudaError_t memcpyPeer(void* dst, int dstDevice, const void* src, int srcDevice,
                                  std::size_t bytes) = 0;
   virtual cudaError_t deviceCanAccessPeer(int* can, int device, int peer) = 0;

@@ -45,7 +45,11 @@ enum cudaError_t : int {
 };
 inline constexpr int kNativeErrorBase = 100000;
 
-enum cudaMemcpyKind { cudaMemcpyHostToDevice = 1, cudaMemcpyDeviceToHost = 2, cudaMemcpyDeviceToDevice = 3 };
+enum cudaMemcpyKind {
+  cudaMemcpyHostToDevice = 1,
+  cudaMemcpyDeviceToHost = 2,
+  cudaMemcpyDeviceToDevice = 3
+};
 
 // What a device is. The first six fields rank devices (CudaUtil::getDevices); the others bound
 // launches.
@@ -55,10 +59,10 @@ struct cudaDeviceProp {
   int minor = 0;
   int clockRate = 0;  // kHz
   int multiProcessorCount = 0;
-  int l2CacheSize = 0;                    // bytes
-  int maxThreadsPerBlock = 0;             // threads in one block
-  std::size_t sharedMemPerBlock = 0;      // bytes a launch may ask for as it stands
-  std::size_t sharedMemPerBlockOptin = 0; // bytes a kernel may be allowed (>= sharedMemPerBlock)
+  int l2CacheSize = 0;                     // bytes
+  int maxThreadsPerBlock = 0;              // threads in one block
+  std::size_t sharedMemPerBlock = 0;       // bytes a launch may ask for as it stands
+  std::size_t sharedMemPerBlockOptin = 0;  // bytes a kernel may be allowed (>= sharedMemPerBlock)
 };
 
 // An event of the backend that made it.

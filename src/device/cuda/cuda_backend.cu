@@ -12,34 +12,57 @@ namespace {
 // Native errors by name, since the numbers of several changed in version 10.1.
 cudaError_t translate(::cudaError_t error) {
   switch (error) {
-    case ::cudaSuccess: return cudaSuccess;
-    case ::cudaErrorMemoryAllocation: return cudaErrorMemoryAllocation;
-    case ::cudaErrorInvalidDeviceFunction: return cudaErrorInvalidDeviceFunction;
-    case ::cudaErrorInvalidConfiguration: return cudaErrorInvalidConfiguration;
-    case ::cudaErrorInvalidDevice: return cudaErrorInvalidDevice;
-    case ::cudaErrorInvalidValue: return cudaErrorInvalidValue;
-    case ::cudaErrorInvalidResourceHandle: return cudaErrorInvalidResourceHandle;
-    case ::cudaErrorInsufficientDriver: return cudaErrorInsufficientDriver;
-    case ::cudaErrorNoDevice: return cudaErrorNoDevice;
-    case ::cudaErrorPeerAccessAlreadyEnabled: return cudaErrorPeerAccessAlreadyEnabled;
-    default: return static_cast<cudaError_t>(kNativeErrorBase + static_cast<int>(error));
+    case ::cudaSuccess:
+      return cudaSuccess;
+    case ::cudaErrorMemoryAllocation:
+      return cudaErrorMemoryAllocation;
+    case ::cudaErrorInvalidDeviceFunction:
+      return cudaErrorInvalidDeviceFunction;
+    case ::cudaErrorInvalidConfiguration:
+      return cudaErrorInvalidConfiguration;
+    case ::cudaErrorInvalidDevice:
+      return cudaErrorInvalidDevice;
+    case ::cudaErrorInvalidValue:
+      return cudaErrorInvalidValue;
+    case ::cudaErrorInvalidResourceHandle:
+      return cudaErrorInvalidResourceHandle;
+    case ::cudaErrorInsufficientDriver:
+      return cudaErrorInsufficientDriver;
+    case ::cudaErrorNoDevice:
+      return cudaErrorNoDevice;
+    case ::cudaErrorPeerAccessAlreadyEnabled:
+      return cudaErrorPeerAccessAlreadyEnabled;
+    default:
+      return static_cast<cudaError_t>(kNativeErrorBase + static_cast<int>(error));
   }
 }
 
 ::cudaError_t native(cudaError_t error) {
   switch (error) {
-    case cudaSuccess: return ::cudaSuccess;
-    case cudaErrorMemoryAllocation: return ::cudaErrorMemoryAllocation;
-    case cudaErrorInvalidDeviceFunction: return ::cudaErrorInvalidDeviceFunction;
-    case cudaErrorInvalidConfiguration: return ::cudaErrorInvalidConfiguration;
-    case cudaErrorInvalidDevice: return ::cudaErrorInvalidDevice;
-    case cudaErrorInvalidValue: return ::cudaErrorInvalidValue;
-    case cudaErrorInvalidDevicePointer: return ::cudaErrorInvalidDevicePointer;
-    case cudaErrorInvalidResourceHandle: return ::cudaErrorInvalidResourceHandle;
-    case cudaErrorInsufficientDriver: return ::cudaErrorInsufficientDriver;
-    case cudaErrorNoDevice: return ::cudaErrorNoDevice;
-    case cudaErrorPeerAccessAlreadyEnabled: return ::cudaErrorPeerAccessAlreadyEnabled;
-    default: return static_cast<::cudaError_t>(static_cast<int>(error) - kNativeErrorBase);
+    case cudaSuccess:
+      return ::cudaSuccess;
+    case cudaErrorMemoryAllocation:
+      return ::cudaErrorMemoryAllocation;
+    case cudaErrorInvalidDeviceFunction:
+      return ::cudaErrorInvalidDeviceFunction;
+    case cudaErrorInvalidConfiguration:
+      return ::cudaErrorInvalidConfiguration;
+    case cudaErrorInvalidDevice:
+      return ::cudaErrorInvalidDevice;
+    case cudaErrorInvalidValue:
+      return ::cudaErrorInvalidValue;
+    case cudaErrorInvalidDevicePointer:
+      return ::cudaErrorInvalidDevicePointer;
+    case cudaErrorInvalidResourceHandle:
+      return ::cudaErrorInvalidResourceHandle;
+    case cudaErrorInsufficientDriver:
+      return ::cudaErrorInsufficientDriver;
+    case cudaErrorNoDevice:
+      return ::cudaErrorNoDevice;
+    case cudaErrorPeerAccessAlreadyEnabled:
+      return ::cudaErrorPeerAccessAlreadyEnabled;
+    default:
+      return static_cast<::cudaError_t>(static_cast<int>(error) - kNativeErrorBase);
   }
 }
 
@@ -69,7 +92,8 @@ class CudaBackend final : public Backend {
     prop->l2CacheSize = theirs.l2CacheSize;
     prop->maxThreadsPerBlock = theirs.maxThreadsPerBlock;
     prop->sharedMemPerBlock = theirs.sharedMemPerBlock;
-    prop->sharedMemPerBlockOptin = std::max(theirs.sharedMemPerBlock, theirs.sharedMemPerBlockOptin);
+    prop->sharedMemPerBlockOptin =
+        std::max(theirs.sharedMemPerBlock, theirs.sharedMemPerBlockOptin);
     return cudaSuccess;
   }
 

@@ -23,11 +23,11 @@ class HostBackend final : public Backend {
  public:
   // One call that moved data, launched a kernel or waited; what an observer sees.
   struct Call {
-    std::string name;         // a kernel's name, or "cudaMemcpy", "cudaMemcpyPeer",
-                              // "cudaDeviceSynchronize"
-    int device = 0;           // the current device at the call
-    LaunchShape shape;        // of a kernel launch
-    std::size_t bytes = 0;    // of a copy
+    std::string name;       // a kernel's name, or "cudaMemcpy", "cudaMemcpyPeer",
+                            // "cudaDeviceSynchronize"
+    int device = 0;         // the current device at the call
+    LaunchShape shape;      // of a kernel launch
+    std::size_t bytes = 0;  // of a copy
   };
   using Observer = std::function<void(const Call&)>;
 

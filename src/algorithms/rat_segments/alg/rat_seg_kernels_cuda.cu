@@ -6,12 +6,11 @@
 #include "algorithms/rat_segments/alg/labeling_kernels.h"
 #include "algorithms/rat_segments/alg/prior_kernels.h"
 #include "algorithms/rat_segments/alg/rat_seg_kernels.h"
+#include "device/cuda/cuda_launch.h"
 
 namespace namespace_ratseg {
 
 namespace {
-
-::dim3 native(const dim3& d) { return {d.x, d.y, d.z}; }
 
 namespace kernel {
 
