@@ -1,0 +1,143 @@
+// Prints how well labelings of ratseg do beside the true labels, and puts them side by side into
+// one picture.
+
+#include <QImage>
+#include <QPainter>
+#include <QtGlobal>
+#include <algorithm>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/dataterm/input_error.h"
+#include "app/dataterm/label_picture.h"
+#include "app/dataterm/scribble_problem.h"
+#include "app/result_files.h"
+#include "labeling_scores.h"
+#include "util/cmd.h"
+#include "util/fileio.h"
+#include "util/imagetransforms.h"
+
+namespace namespace_ratseg {
+namespace {
+
+constexpr char kUsage[] =
+    "compare_labelings -truth F -scribbles F -labelings F.gz ... -names NAME ...\n"
+    "                  [-shares foreground|image] [-image F -sheet F.png]\n"
+    "\n"
+    "Prints a table with the accuracy of each labeling that ratseg wrote and the shares of its\n"
+    "labels. The sheet shows image, truth and labelings side by side.\n";
+
+struct Comparison {
+  LabelPicture truth;
+  std::size_t labels = 0;  // of the truth and the scribbles, without a void background label
+  bool sharesOfImage = false;
+  std::vector<std::string> names;
+  std::vector<std::vector<int>> labelings;
+};
+
+// All values of an option.
+std::vector<std::string> values(const Cmd& cmd, const std::string& name) {
+  const auto found = cmd.values.find(name);
+  if (found == cmd.values.end() || found->second.empty()) {
+    throw InputError("-" + name, "a value", "none");
+  }
+  return found->second;
+}
+
+std::vector<int> loadLabeling(const std::string& file, const LabelPicture& truth) {
+  std::vector<int> labeling(truth.pixels.size());
+  if (!FileIO::loadArray(file, labeling.data(), labeling.size())) {
+    throw InputError(file, std::to_string(labeling.size()) + " labels, one for each pixel",
+                     "something else");
+  }
+  return labeling;
+}
+
+Comparison readComparison(const Cmd& cmd) {
+  Comparison c;
+  c.truth = LabelPicture::load(values(cmd, "truth")[0]);
+  c.labels = countLabels(LabelPicture::load(values(cmd, "scribbles")[0]), c.truth);
+  c.sharesOfImage = cmd.hasArg("shares") && values(cmd, "shares")[0] == "image";
+  c.names = values(cmd, "names");
+  const auto files = values(cmd, "labelings");
+  if (files.size() != c.names.size()) {
+    throw InputError("-names", std::to_string(files.size()) + " names, one for each labeling",
+                     std::to_string(c.names.size()));
+  }
+  for (const std::string& file : files) c.labelings.push_back(loadLabeling(file, c.truth));
+  return c;
+}
+
+void printTable(const Comparison& c) {
+  const auto trueShares = shares(c.truth, c.labels, c.sharesOfImage);
+  std::vector<LabelingScore> scores;
+  for (std::size_t k = 0; k < c.labelings.size(); ++k) {
+    scores.push_back(scoreLabeling(c.names[k], c.labelings[k], c.truth.pixels, trueShares.size()));
+  }
+  std::cout << scoreTable(trueShares, scores, c.sharesOfImage ? "image" : "foreground");
+}
+
+// A labeling in the colours of ratseg's result pictures.
+QImage picture(const std::vector<int>& labeling, const Comparison& c) {
+  const std::size_t n = c.labels + (c.sharesOfImage ? 1 : 0);
+  std::vector<int> known = labeling;
+  for (int& label : known) label = std::clamp(label, 0, static_cast<int>(n) - 1);
+  const auto colours = colourLabeling(known, labelColours(n));
+  const std::unique_ptr<QImage> image(ImageTransforms::imageToQImage(
+      colours.data(), static_cast<int>(c.truth.w), static_cast<int>(c.truth.h), nullptr));
+  return *image;
+}
+
+QImage drawSheet(const std::string& imageFile, const Comparison& c) {
+  constexpr int kWidest = 480;
+  constexpr int kGap = 6;
+  QImage* loaded = nullptr;
+  if (!FileIO::loadImage(imageFile, loaded)) throw InputError(imageFile, "an image", "none");
+  std::vector<QImage> panels = {std::move(*std::unique_ptr<QImage>(loaded))};
+  panels.push_back(picture({c.truth.pixels.begin(), c.truth.pixels.end()}, c));
+  for (const auto& labeling : c.labelings) panels.push_back(picture(labeling, c));
+  const int width = std::min(static_cast<int>(c.truth.w), kWidest);
+  for (QImage& panel : panels) {
+    panel =
+        panel.convertToFormat(QImage::Format_RGB32).scaledToWidth(width, Qt::SmoothTransformation);
+  }
+  QImage sheet(static_cast<int>(panels.size()) * (width + kGap) - kGap, panels[0].height(),
+               QImage::Format_RGB32);
+  sheet.fill(Qt::darkGray);
+  QPainter painter(&sheet);
+  for (std::size_t k = 0; k < panels.size(); ++k) {
+    painter.drawImage(static_cast<int>(k) * (width + kGap), 0, panels[k]);
+  }
+  return sheet;
+}
+
+int run(int argc, const char* const* argv) {
+  if (argc <= 1) {
+    std::cout << kUsage;
+    return 0;
+  }
+  const Cmd cmd(argc, argv, "", nullptr, 0);
+  const Comparison comparison = readComparison(cmd);
+  printTable(comparison);
+  if (cmd.hasArg("sheet")) {
+    const std::string file = values(cmd, "sheet")[0];
+    const QImage sheet = drawSheet(values(cmd, "image")[0], comparison);
+    if (!FileIO::saveImagePNG(&sheet, file)) throw InputError(file, "a writable file", "none");
+  }
+  return 0;
+}
+
+}  // namespace
+}  // namespace namespace_ratseg
+
+int main(int argc, char** argv) {
+  try {
+    return namespace_ratseg::run(argc, argv);
+  } catch (const std::exception& e) {
+    std::cerr << "ERROR: " << e.what() << std::endl;
+    return 1;
+  }
+}

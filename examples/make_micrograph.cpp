@@ -1,0 +1,73 @@
+// make_micrograph FOLDER [SEED]: draws a micrograph of 640 x 480 pixels into an existing folder:
+// image.png, truth.png (label numbers) and scribbles.png (label + 1), the latter two as indexed
+// pictures whose colours are only for the eye.
+
+#include <QImage>
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "app/result_files.h"
+#include "micrograph.h"
+#include "util/fileio.h"
+
+namespace namespace_ratseg {
+namespace {
+
+constexpr unsigned kDefaultSeed = 7;
+
+void copyPixels(const std::vector<std::uint8_t>& pixels, QImage& image) {
+  const auto w = static_cast<std::size_t>(image.width());
+  for (int y = 0; y < image.height(); ++y) {
+    std::memcpy(image.scanLine(y), pixels.data() + static_cast<std::size_t>(y) * w, w);
+  }
+}
+
+QRgb toQRgb(const RGB& c) {
+  return qRgb(static_cast<int>(c.x * 255), static_cast<int>(c.y * 255),
+              static_cast<int>(c.z * 255));
+}
+
+bool save(const QImage& image, const std::string& file) {
+  const bool ok = FileIO::saveImagePNG(&image, file);
+  if (!ok) std::cerr << "ERROR: " << file << ": cannot be written" << std::endl;
+  return ok;
+}
+
+bool saveAll(const Micrograph& m, const std::string& folder) {
+  QImage grey(m.w, m.h, QImage::Format_Grayscale8);
+  copyPixels(m.grey, grey);
+  QList<QRgb> labels;
+  for (const RGB& c : labelColours(Micrograph::kLabels)) labels.append(toQRgb(c));
+  QImage truth(m.w, m.h, QImage::Format_Indexed8);
+  truth.setColorTable(labels);
+  copyPixels(m.truth, truth);
+  QImage scribbles(m.w, m.h, QImage::Format_Indexed8);
+  labels.prepend(qRgb(0, 0, 0));
+  scribbles.setColorTable(labels);
+  copyPixels(m.scribbles, scribbles);
+  return save(grey, folder + "/image.png") && save(truth, folder + "/truth.png") &&
+         save(scribbles, folder + "/scribbles.png");
+}
+
+int run(int argc, char** argv) {
+  unsigned seed = kDefaultSeed;
+  if (argc == 3) {
+    const char* end = argv[2] + std::strlen(argv[2]);
+    const auto [stop, error] = std::from_chars(argv[2], end, seed);
+    if (error != std::errc() || stop != end) argc = 0;
+  }
+  if (argc != 2 && argc != 3) {
+    std::cerr << "Usage: make_micrograph FOLDER [SEED]" << std::endl;
+    return 1;
+  }
+  return saveAll(Micrograph::draw(640, 480, seed), argv[1]) ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace namespace_ratseg
+
+int main(int argc, char** argv) { return namespace_ratseg::run(argc, argv); }

@@ -1,0 +1,111 @@
+#!/usr/bin/env bash
+# Shows what the share prior does, on a made-up micrograph or on one's own picture.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+usage() {
+  cat <<'USAGE'
+scripts/demo.sh [FOLDER] [options]
+
+Builds ratseg and segments a picture three times: by the pixelwise best label, without the share
+prior, and with it. Prints how many pixels get their true label and the shares of the labels.
+
+FOLDER has image.* (any format), scribbles.png (8-bit grey or indexed; label + 1 where marked) and
+truth.png (label numbers, the background last). Without FOLDER a micrograph is drawn.
+
+-shares foreground|image   what the shares are of         (foreground; image for two labels)
+-lambda L                  weight of the boundary length  (2)
+-mu M                      weight of the share prior      (500)
+-epsilon E                 tolerance of the share prior   (10)
+-spread S                  spread of the shares           (0.02)
+-sigma S                   width of the colour kernel     (5)
+-thr T                     greatest cost                  (10)
+-iterations N              iterations                     (1000)
+
+Results go to demo-out/ in the project's folder, for FOLDER to demo-out/<name of FOLDER>/.
+RATSEG_DEVICE=auto|cuda|host chooses where to compute.
+USAGE
+}
+
+folder=
+declare -A option=([shares]=foreground [lambda]=2 [mu]=500 [epsilon]=10 [spread]=0.02 [sigma]=5
+                   [thr]=10 [iterations]=1000)
+while (($# > 0)); do
+  case $1 in
+    -h | -help | --help)
+      usage
+      exit 0
+      ;;
+    -*)
+      name=${1#-}
+      [[ -n $name && -v option[$name] ]] || die "unknown option $1; see scripts/demo.sh -help"
+      (($# > 1)) || die "$1 needs a value"
+      option[$name]=$2
+      shift 2
+      ;;
+    *)
+      [[ -z $folder ]] || die "expected one folder, but found \"$folder\" and \"$1\""
+      folder=$1
+      shift
+      ;;
+  esac
+done
+
+# Sets image, scribbles, truth and out.
+find_pictures() {
+  out=$root/demo-out
+  if [[ -z $folder ]]; then
+    image=$out/image.png
+    scribbles=$out/scribbles.png
+    truth=$out/truth.png
+    return
+  fi
+  [[ -d $folder ]] || die "expected a folder, but found none at \"$folder\""
+  folder=$(cd "$folder" && pwd)
+  shopt -s nullglob
+  local images=("$folder"/image.*)
+  shopt -u nullglob
+  ((${#images[@]} == 1)) || die "expected one file image.* in \"$folder\", but found ${#images[@]}"
+  image=${images[0]}
+  scribbles=$folder/scribbles.png
+  truth=$folder/truth.png
+  local file
+  for file in "$scribbles" "$truth"; do
+    [[ -f $file ]] || die "expected a file \"$file\", but found none"
+  done
+  out=$out/$(basename "$folder")
+}
+
+# Runs ratseg: name of the results, mu, iterations.
+solve() {
+  rm -f "$out/$1"_*
+  quietly "$bin/ratseg" -image "$image" -dataterm "$out/dataterm.gz" \
+    -proportions "$out/proportions.txt" -lambda "${option[lambda]}" -mu "$2" \
+    -epsilon "${option[epsilon]}" -iterations "$3" -outprefix "$out/$1"
+}
+
+find_pictures
+install_missing_packages
+build release ratseg ratseg-dataterm make_micrograph compare_labelings
+bin=$root/build/release/bin
+mkdir -p "$out"
+[[ -n $folder ]] || "$bin/make_micrograph" "$out"
+
+"$bin/ratseg-dataterm" -image "$image" -scribbles "$scribbles" -out "$out/dataterm.gz" \
+  -sigma "${option[sigma]}" -thr "${option[thr]}" -truth "$truth" \
+  -proportions "$out/proportions.txt" -spread "${option[spread]}" \
+  -shares "${option[shares]}" >"$out/dataterm.log"
+solve pixelwise 0 0
+solve without 0 "${option[iterations]}"
+solve with "${option[mu]}" "${option[iterations]}"
+
+echo
+"$bin/compare_labelings" -truth "$truth" -scribbles "$scribbles" -shares "${option[shares]}" \
+  -labelings "$out"/{pixelwise,without,with}_result_labeling.gz \
+  -names pixelwise "without prior" "with prior" -image "$image" -sheet "$out/sheet.png"
+echo
+echo "Pictures in $out:"
+echo "  sheet.png: image, truth, pixelwise, without and with the prior"
+echo "  {pixelwise,without,with}_result_labeling.png: the labelings"
+echo "  {pixelwise,without,with}_result_labeling_overlaid.png: the labelings over the image"
+[[ -n $folder ]] || echo "  image.png, scribbles.png, truth.png: the drawn micrograph"
