@@ -46,6 +46,9 @@ struct Params {
   static constexpr int kind_prior_lowerBound = 2;  // mu and ratios; linear dual
   static constexpr int kind_prior_upperBound = 3;  // mu, eps, ratios and sigmas
 
+  static constexpr int engine_auto = 0;   // the fastest that the devices allow
+  static constexpr int engine_plain = 1;  // one launch per kernel
+
   std::size_t w = 128;            // image width in pixels
   std::size_t h = 128;            // image height in pixels
   std::size_t n = 32;             // number of labels
@@ -60,8 +63,9 @@ struct Params {
   std::vector<int> gpu;           // device numbers, one band each; overrides gpu_num
   float lambda = 0.2f;            // weight of the length term, >= 0; FLT_MAX = no bound on its dual
   int kind_prior = kind_prior_upperBound;  // others than the four count as none
-  float mu = 10000.0f;  // weight of the prior; 0 = off, negative or FLT_MAX = strict
-  float eps = 0.01f;    // tolerance of the upper-bound prior, > 0
+  float mu = 10000.0f;       // weight of the prior; 0 = off, negative or FLT_MAX = strict
+  float eps = 0.01f;         // tolerance of the upper-bound prior, > 0
+  int engine = engine_auto;  // how run() computes; results are the same up to rounding
 };
 
 class RatSeg {

@@ -45,6 +45,7 @@ struct gpudata {
   float* weightHat = nullptr;  // the run's weight: the array, or null for 1 everywhere
   cuda_summator<float> summator;
   LaunchShape primU;  // of ratseg_prim_u: block and grid unless its scratch needs a smaller block
+  cudaEvent_t queued = nullptr;  // recorded behind what other devices wait for
 };
 
 class RatSegImpl {
@@ -107,6 +108,7 @@ class RatSegImpl {
   float* sum_u_host = nullptr;  // n nDev floats
 
  private:
+  friend class HostEngine;
   struct Report;
 
   bool chooseDevices();
@@ -117,6 +119,8 @@ class RatSegImpl {
   void forgetRecords();
 
   void select(int d, unsigned long line);
+  void selectAfter(int d, int other, unsigned long line);
+  void plainStep(float tau, float sigma);
   void dualStepOfLength(float sigma);
   void broadcastGamma();
   void updateShares(float tau, float sigma);

@@ -2,8 +2,10 @@
 
 #include <iomanip>
 #include <iostream>
+#include <optional>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/host_engine.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
 #include "algorithms/rat_segments/alg/rat_seg_kernels.h"
@@ -26,9 +28,6 @@ struct RatSegImpl::Report {
   std::vector<float> a, gamma, alpha, beta, ratios, sigmas;
 };
 
-// Bytes that one iteration moves per pixel and label: 20 in the dual step (u_bar and p read, p
-// written, the row below from cache), 4 in the sums, 24 in the primal step (u, p, rho read; u and
-// u_bar written).
 void RatSegImpl::run() {
   if (!allocatedArrays) {
     std::cout << "ERROR (run()): Must call alloc() first" << std::endl;
@@ -40,6 +39,8 @@ void RatSegImpl::run() {
   const float tau = par.dt_multiplier;
   const float sigma = 1.0f / par.dt_multiplier;
   Report report(par.n);
+  std::optional<HostEngine> engine;
+  if (par.engine != Params::engine_plain && HostEngine::canRun(*this)) engine.emplace(*this);
   par.cancel = false;
 
   for (std::size_t step = 1; step <= par.Nsteps; ++step) {
@@ -51,15 +52,27 @@ void RatSegImpl::run() {
         std::cout << "Step " << step << " of " << par.Nsteps << std::endl;
       }
     }
-    dualStepOfLength(sigma);
-    copyExtraRegions_p();
-    computeSumU__save_on_gpu0();
-    updateShares(tau, sigma);
-    primalStepOfLabeling(tau);
-    copyExtraRegions_u();
+    if (engine) {
+      engine->step(tau, sigma, kThetaBar);
+    } else {
+      plainStep(tau, sigma);
+    }
     if (reports) printReport(report);
   }
+  engine.reset();
   deviceSynchronizeAll();
+}
+
+// One launch per kernel. Bytes moved per pixel and label: 20 in the dual step (u_bar and p read, p
+// written, the row below from cache), 4 in the sums, 24 in the primal step (u, p, rho read; u and
+// u_bar written).
+void RatSegImpl::plainStep(float tau, float sigma) {
+  dualStepOfLength(sigma);
+  copyExtraRegions_p();
+  computeSumU__save_on_gpu0();
+  updateShares(tau, sigma);
+  primalStepOfLabeling(tau);
+  copyExtraRegions_u();
 }
 
 LaunchShape RatSegImpl::perLabel() const {
@@ -82,13 +95,14 @@ void RatSegImpl::copyExtraRegions_p() {
   for (int d = 1; d < bands(); ++d) {
     gpudata& to = arrays[d];
     gpudata& from = arrays[d - 1];
-    select(d, kRunLines + __LINE__);
     if (canAccess(d, d - 1)) {
+      selectAfter(d, d - 1, kRunLines + __LINE__);
       ratSegKernels().ratseg_copyLastToFirst({grid_copy, block_copy, 0}, to.p, from.p, par.w, to.h,
                                              from.h, par.n);
       check(kRunLines + __LINE__);
       continue;
     }
+    select(d, kRunLines + __LINE__);
     // The copy engine takes row h-1 where the kernel takes row h; both are meant.
     for (std::size_t i = 0; i < par.n; ++i) {
       cudaMemcpyPeer(to.p.get_ptr() + i * to.NOmegaOffset, dev[d],
@@ -104,13 +118,14 @@ void RatSegImpl::copyExtraRegions_u() {
   for (int d = 0; d + 1 < bands(); ++d) {
     gpudata& to = arrays[d];
     gpudata& from = arrays[d + 1];
-    select(d, kRunLines + __LINE__);
     if (canAccess(d, d + 1)) {
+      selectAfter(d, d + 1, kRunLines + __LINE__);
       ratSegKernels().ratseg_copyFirstToLast({grid_copy, block_copy, 0}, to.u_bar, from.u_bar,
                                              par.w, to.h, from.h, par.n);
       check(kRunLines + __LINE__);
       continue;
     }
+    select(d, kRunLines + __LINE__);
     // The copy engine fills row h-1 where the kernel fills row h; both are meant.
     for (std::size_t i = 0; i < par.n; ++i) {
       cudaMemcpyPeer(to.u_bar.get_ptr() + i * to.NOmegaOffset + (to.h - 1) * par.w, dev[d],
@@ -139,7 +154,7 @@ void RatSegImpl::computeSumU__save_on_gpu0() {
       allReached = false;
       continue;
     }
-    select(0, kRunLines + __LINE__);
+    selectAfter(0, d, kRunLines + __LINE__);
     ratSegKernels().computeSumU_sumKernel(perLabel(), arrays[0].sum_u, arrays[d].sum_u, n);
     check(kRunLines + __LINE__);
   }
@@ -164,10 +179,11 @@ void RatSegImpl::computeSumU__save_on_gpu0() {
 
 void RatSegImpl::broadcastGamma() {
   for (int d = 1; d < bands(); ++d) {
-    select(d, kRunLines + __LINE__);
     if (canAccess(d, 0)) {
+      selectAfter(d, 0, kRunLines + __LINE__);
       ratSegKernels().ratseg_copyGamma(perLabel(), arrays[d].gamma, arrays[0].gamma, par.n);
     } else {
+      select(d, kRunLines + __LINE__);
       cudaMemcpyPeer(arrays[d].gamma.get_ptr(), dev[d], arrays[0].gamma.get_ptr(), dev[0],
                      par.n * sizeof(float));
     }

@@ -44,6 +44,7 @@ class Trace {
 std::vector<std::string> traceOfOneStep(int devices, bool peer, int kind_prior) {
   HostMachine machine(hostConfig(devices, peer));
   SolverProblem p = randomProblem(4, 6, 2);
+  p.par.engine = Params::engine_plain;
   p.par.kind_prior = kind_prior;
   p.par.Nsteps = 1;
   p.par.outModulo = 2;
@@ -112,6 +113,7 @@ TEST(RatSegImplRun, DevicesWithoutPeerAccessExchangeByCopies) {
 TEST(RatSegImplRun, LaunchShapesAreThoseOfTheBand) {
   HostMachine machine(hostConfig(2));
   SolverProblem p = randomProblem(300, 9, 3);
+  p.par.engine = Params::engine_plain;
   p.par.Nsteps = 1;
   p.par.outModulo = 2;
   p.par.gpu = {0, 1};
@@ -149,6 +151,7 @@ TEST(RatSegImplRun, LaunchShapesAreThoseOfTheBand) {
 TEST(RatSegImplRun, NothingWaitsInsideAnIterationWithPeerAccess) {
   HostMachine machine(hostConfig(2));
   SolverProblem p = randomProblem(16, 8, 3);
+  p.par.engine = Params::engine_plain;
   p.par.Nsteps = 10;
   p.par.outModulo = 11;
   p.par.gpu = {0, 1};
@@ -219,6 +222,7 @@ TEST(RatSegImplRun, BeforeAllocIsReported) {
 TEST(RatSegImplRun, CancelStopsBeforeTheNextIteration) {
   HostMachine machine;
   SolverProblem p = randomProblem(7, 6, 3);
+  p.par.engine = Params::engine_plain;
   p.par.Nsteps = 3;
   p.par.outModulo = 100;
   const std::vector<float> expected = solve(p).u;

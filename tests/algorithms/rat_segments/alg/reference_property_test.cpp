@@ -74,6 +74,7 @@ Trial randomTrial(unsigned seed) {
   par.eps = choose.between(0.5f, 20.0f);
   par.dt_multiplier = choose.chance(0.6) ? 1.0f : choose.between(0.3f, 3.0f);
   par.initLocalSolution = choose.chance(0.8);
+  par.engine = choose.chance(0.5) ? Params::engine_auto : Params::engine_plain;
 
   SolverProblem& p = t.problem;
   p.rho.resize(par.w * par.h * par.n);

@@ -1,0 +1,274 @@
+// The fused engine against the plain one, on every instruction set that this processor runs.
+
+#include "algorithms/rat_segments/alg/host_engine.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "support/machine.h"
+#include "support/solver_problem.h"
+
+namespace namespace_ratseg {
+namespace {
+
+using testing::HasSubstr;
+
+float largestDifference(const std::vector<float>& a, const std::vector<float>& b) {
+  float largest = a.size() == b.size() ? 0.0f : FLT_MAX;
+  for (std::size_t k = 0; k < std::min(a.size(), b.size()); ++k) {
+    const float difference = std::abs(a[k] - b[k]);
+    largest = std::isnan(difference) ? FLT_MAX : std::max(largest, difference);
+  }
+  return largest;
+}
+
+SolverResult solvePlain(SolverProblem p, const std::vector<int>& gpu = {}) {
+  p.par.engine = Params::engine_plain;
+  return solve(p, gpu);
+}
+
+// The problem's steps on the fused engine with the given sweep.
+SolverResult solveFused(SolverProblem p, const HostSweep& sweep, const std::vector<int>& gpu = {}) {
+  p.par.gpu = gpu;
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  for (int d = 0; d < solver.bands(); ++d) {
+    gpudata& g = solver.arrays[d];
+    g.weightHat = solver.kind_weight != RatSegImpl::kind_weight_none ? g.weight.get_ptr() : nullptr;
+  }
+  {
+    HostEngine engine(solver, sweep);
+    const float tau = p.par.dt_multiplier;
+    for (std::size_t k = 0; k < p.par.Nsteps; ++k) engine.step(tau, 1.0f / tau, 1.0f);
+  }
+  SolverResult result = resultOf(solver);
+  solver.free();
+  return result;
+}
+
+class HostEngineOnEveryIsa : public testing::TestWithParam<const HostSweep*> {
+ protected:
+  static void expectAgreement(const SolverProblem& p, const std::vector<int>& gpu = {}) {
+    const SolverResult plain = solvePlain(p, gpu);
+    const SolverResult fused = solveFused(p, *GetParam(), gpu);
+    EXPECT_LE(largestDifference(plain.u, fused.u), 5e-5f);
+    EXPECT_LE(largestDifference(plain.a, fused.a), 1e-5f);
+    EXPECT_LE(largestDifference(plain.gamma, fused.gamma), 1e-4f);
+    const auto scale = static_cast<float>(p.par.w * p.par.h);
+    EXPECT_LE(largestDifference(plain.sum_u, fused.sum_u), 1e-5f * scale);
+  }
+};
+
+// 1 x 1, one row, one column, one lane more and less than a vector, many labels.
+TEST_P(HostEngineOnEveryIsa, AgreesWithThePlainEngineOnAwkwardSizes) {
+  const HostMachine machine;
+  const std::vector<std::vector<std::size_t>> sizes = {
+      {1, 1, 3},   {70, 1, 3}, {1, 70, 3},   {2, 2, 2},   {3, 5, 1},  {15, 9, 4},
+      {16, 9, 4},  {17, 9, 4}, {31, 9, 2},   {32, 9, 2},  {33, 9, 2}, {48, 9, 2},
+      {130, 7, 5}, {9, 8, 70}, {597, 43, 3}, {7, 3, 1024}};
+  for (const auto& size : sizes) {
+    SCOPED_TRACE(testing::Message() << size[0] << "x" << size[1] << "x" << size[2]);
+    expectAgreement(randomProblem(size[0], size[1], size[2], 7));
+  }
+}
+
+TEST_P(HostEngineOnEveryIsa, AgreesWithThePlainEngineForEveryPriorAndParameter) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(37, 21, 4, 2);
+  for (int kind = 0; kind <= 3; ++kind) {
+    SCOPED_TRACE(testing::Message() << "kind of prior " << kind);
+    p.par.kind_prior = kind;
+    p.par.mu = kind == Params::kind_prior_lowerBound ? 1.0f : 100.0f;
+    expectAgreement(p);
+  }
+  for (const float lambda : {0.0f, 0.3f, FLT_MAX}) {
+    SCOPED_TRACE(testing::Message() << "lambda " << lambda);
+    p.par.lambda = lambda;
+    expectAgreement(p);
+  }
+  p.par.lambda = 2.0f;
+  p.par.dt_multiplier = 0.7f;
+  expectAgreement(p);
+  p.par.initLocalSolution = false;
+  expectAgreement(p);
+}
+
+TEST_P(HostEngineOnEveryIsa, AgreesWithThePlainEngineForEveryWeight) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(37, 21, 4, 2);
+  for (std::size_t k = 0; k < p.weight.size(); ++k) {
+    if (k % 5 == 0) p.weight[k] = 0.0f;
+    if (k % 7 == 0) p.weight[k] = FLT_MAX;
+  }
+  expectAgreement(p);
+  p.weight.clear();
+  expectAgreement(p);
+}
+
+TEST_P(HostEngineOnEveryIsa, AgreesWithThePlainEngineForForcedAndForbiddenLabels) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(37, 21, 4, 2);
+  for (std::size_t k = 0; k < p.rho.size(); ++k) {
+    if (k % 5 == 0) p.rho[k] = FLT_MAX;
+    if (k % 7 == 0) p.rho[k] = -FLT_MAX;
+  }
+  for (std::size_t i = 0; i < 4; ++i) p.rho[i * 37 * 21 + 100] = FLT_MAX;  // every label forbidden
+  expectAgreement(p);
+}
+
+TEST_P(HostEngineOnEveryIsa, AgreesWithThePlainEngineOnSeveralBands) {
+  const HostMachine machine(hostConfig(3));
+  expectAgreement(randomProblem(37, 41, 4, 2), {0, 1});
+  expectAgreement(randomProblem(37, 41, 4, 2), {2, 0, 1});
+  expectAgreement(randomProblem(37, 3, 4, 2), {0, 1, 2});
+  expectAgreement(randomProblem(37, 41, 4, 2), {0, 0, 0, 0});
+}
+
+TEST_P(HostEngineOnEveryIsa, FindsTheStoredCases) {
+  const std::vector<std::string> names = referenceCaseNames();
+  if (names.empty()) GTEST_SKIP() << "no folder " << referenceCaseFolder();
+  const HostMachine machine;
+  for (const std::string& name : names) {
+    SCOPED_TRACE(name);
+    const ReferenceCase c = loadReferenceCase(name);
+    EXPECT_LE(largestDifference(solveFused(problemFromCase(c), *GetParam()).u, c.u), 1e-4f);
+  }
+}
+
+TEST_P(HostEngineOnEveryIsa, ThreadsChangeNothing) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(131, 97, 5, 3);
+  const SolverResult once = solveFused(p, *GetParam());
+  const int usual = hostThreads();
+  for (const int threads : {1, 2, 5}) {
+    omp_set_num_threads(threads);
+    EXPECT_EQ(solveFused(p, *GetParam()).u, once.u) << threads << " threads";
+  }
+  omp_set_num_threads(usual);
+}
+
+INSTANTIATE_TEST_SUITE_P(Isa, HostEngineOnEveryIsa, testing::ValuesIn(usableHostSweeps()),
+                         [](const auto& named) { return std::string(named.param->isa); });
+
+TEST(HostEngine, IsUsedByDefaultAndNotWhenThePlainEngineIsAskedFor) {
+  HostMachine machine;
+  SolverProblem p = randomProblem(20, 20, 3);
+  std::vector<std::string> names;
+  machine.backend.setObserver([&](const HostBackend::Call& call) { names.push_back(call.name); });
+  solve(p);
+  EXPECT_THAT(names, testing::Contains("ratseg_sweep"));
+  EXPECT_THAT(names, testing::Not(testing::Contains("ratseg_prim_u")));
+  names.clear();
+  solvePlain(p);
+  EXPECT_THAT(names, testing::Not(testing::Contains("ratseg_sweep")));
+  EXPECT_THAT(names, testing::Contains("ratseg_prim_u"));
+  machine.backend.setObserver({});
+}
+
+// The copy engine's rows differ from the kernels', so bands without peer access take the plain one.
+TEST(HostEngine, NeedsPeerAccessBetweenBands) {
+  const auto canRun = [](int devices, bool peer) {
+    const HostMachine machine(hostConfig(devices, peer));
+    SolverProblem p = randomProblem(8, 12, 2);
+    for (int d = 0; d < devices; ++d) p.par.gpu.push_back(d);
+    RatSegImpl solver(p.par);
+    setUp(solver, p);
+    const bool can = HostEngine::canRun(solver);
+    solver.free();
+    return can;
+  };
+  EXPECT_TRUE(canRun(1, true));
+  EXPECT_TRUE(canRun(1, false));
+  EXPECT_TRUE(canRun(3, true));
+  EXPECT_FALSE(canRun(2, false));
+}
+
+// A run leaves p as the plain engine does, so runs of both kinds may follow each other.
+TEST(HostEngine, RunsOfBothEnginesMayFollowEachOther) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(19, 13, 3);
+  p.par.Nsteps = 15;
+  SolverProblem twice = p;
+  twice.par.Nsteps = 30;
+  twice.par.outModulo = 31;
+  const SolverResult expected = solvePlain(twice);
+  for (const int first : {Params::engine_auto, Params::engine_plain}) {
+    p.par.engine = first;
+    RatSegImpl solver(p.par);
+    setUp(solver, p);
+    solver.run();
+    p.par.engine = first == Params::engine_plain ? Params::engine_auto : Params::engine_plain;
+    solver.run();
+    EXPECT_LE(largestDifference(resultOf(solver).u, expected.u), 1e-5f);
+    solver.free();
+  }
+}
+
+TEST(HostSweepChoice, HoldsTheBaselineFirst) {
+  const auto sweeps = usableHostSweeps();
+  ASSERT_FALSE(sweeps.empty());
+  EXPECT_STREQ(sweeps.front()->isa, "baseline");
+}
+
+TEST(HostSweepChoice, FindsByName) {
+  const auto sweeps = usableHostSweeps();
+  std::string error;
+  for (const HostSweep* sweep : sweeps) EXPECT_EQ(findHostSweep(sweeps, sweep->isa, error), sweep);
+  EXPECT_EQ(error, "");
+}
+
+TEST(HostSweepChoice, RefusesUnknownNames) {
+  std::string error;
+  EXPECT_EQ(findHostSweep({usableHostSweeps().front()}, "mmx", error), nullptr);
+  EXPECT_EQ(error,
+            "ERROR: RATSEG_ISA must be one that this program has and this processor runs "
+            "(baseline), but is \"mmx\"");
+}
+
+TEST(HostSweepChoice, FollowsTheEnvironment) {
+  for (const HostSweep* sweep : usableHostSweeps()) {
+    EXPECT_EXIT(
+        {
+          setenv("RATSEG_ISA", sweep->isa, 1);
+          std::exit(&hostSweep() == sweep ? 0 : 2);
+        },
+        testing::ExitedWithCode(0), "");
+  }
+  EXPECT_EXIT(
+      {
+        setenv("RATSEG_ISA", "mmx", 1);
+        hostSweep();
+      },
+      testing::ExitedWithCode(1), "ERROR: RATSEG_ISA must be one");
+}
+
+TEST(SplitRows, SeparateComponentsAndJoinThemAgain) {
+  for (const std::size_t w : {1u, 2u, 7u, 33u}) {
+    std::vector<float2> row(w);
+    for (std::size_t x = 0; x < w; ++x) {
+      row[x] = {static_cast<float>(x), -1.0f - static_cast<float>(x)};
+    }
+    std::vector<float> scratch(w);
+    splitRow(row.data(), w, scratch.data());
+    const float* parts = &row[0].x;
+    for (std::size_t x = 0; x < w; ++x) {
+      EXPECT_EQ(parts[x], static_cast<float>(x));
+      EXPECT_EQ(parts[w + x], -1.0f - static_cast<float>(x));
+    }
+    joinRow(row.data(), w, scratch.data());
+    for (std::size_t x = 0; x < w; ++x) {
+      EXPECT_EQ(row[x].x, static_cast<float>(x));
+      EXPECT_EQ(row[x].y, -1.0f - static_cast<float>(x));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace namespace_ratseg
