@@ -45,9 +45,17 @@ inline vec splat(float x) { return vec{} + x; }
 inline vec maxOf(vec a, vec b) { return a > b ? a : b; }
 
 inline bool anyOf(mask m) {
+#if defined(__AVX512F__)
+  return _mm512_test_epi32_mask((__m512i)m, (__m512i)m) != 0;
+#elif defined(__AVX__)
+  return _mm256_testz_si256((__m256i)m, (__m256i)m) == 0;
+#elif defined(__SSE__)
+  return _mm_movemask_ps((__m128)m) != 0;
+#else
   int any = 0;
   for (std::size_t l = 0; l < kLanes; ++l) any |= m[l];
   return any != 0;
+#endif
 }
 
 inline float sumOf(vec v) {
@@ -72,7 +80,7 @@ inline vec inverseSqrt(vec a) {
   return y * (1.5f - 0.5f * a * y * y);
 }
 
-// The places of one row of one label.
+// The places of one row of one label; next() goes on to the next label.
 struct Row {
   float* u;
   float* bar;
@@ -81,19 +89,32 @@ struct Row {
   float* py;
   const float* pyAbove;
   const float* rho;
+  std::size_t plane;
+  std::size_t rhoPlane;
+
+  inline void next() {
+    u += plane;
+    bar += plane;
+    barBelow += plane;
+    px += 2 * plane;
+    py += 2 * plane;
+    pyAbove += 2 * plane;
+    rho += rhoPlane;
+  }
 };
 
-inline Row rowOf(const SweepBand& b, std::size_t y, std::size_t i) {
-  const std::size_t hb = b.ymax - b.ymin;
-  const std::size_t plane = b.w * (hb + 1);
+// Row y of label 0.
+inline Row firstRow(const SweepBand& b, std::size_t y) {
   Row r;
-  r.u = b.u + i * plane + y * b.w;
-  r.bar = b.u_bar + i * plane + y * b.w;
+  r.rhoPlane = b.w * (b.ymax - b.ymin);
+  r.plane = r.rhoPlane + b.w;
+  r.u = b.u + y * b.w;
+  r.bar = b.u_bar + y * b.w;
   r.barBelow = r.bar + b.w;
-  r.px = b.p + 2 * (i * plane + (y + 1) * b.w);
+  r.px = b.p + 2 * (y + 1) * b.w;
   r.py = r.px + b.w;
   r.pyAbove = r.py - 2 * b.w;
-  r.rho = b.rho + i * b.w * hb + y * b.w;
+  r.rho = b.rho + y * b.w;
   return r;
 }
 
@@ -203,15 +224,16 @@ template <class Load, class Store>
 inline void primalTile(const SweepBand& b, const Scratch& s, std::size_t y, Load&& value,
                        Store&& keep) {
   vec greatest = splat(-FLT_MAX);
-  for (std::size_t i = 0; i < b.n; ++i) {
-    const vec v = value(rowOf(b, y, i), i);
+  Row r = firstRow(b, y);
+  for (std::size_t i = 0; i < b.n; ++i, r.next()) {
+    const vec v = value(r, i);
     store(s.v + i * kLanes, v);
     greatest = maxOf(v, greatest);
   }
   const vec t = simplexThreshold(s.v, b.n, greatest);
-  for (std::size_t i = 0; i < b.n; ++i) {
-    const vec fresh = maxOf(load(s.v + i * kLanes) - t, vec{});
-    keep(rowOf(b, y, i), i, fresh);
+  r = firstRow(b, y);
+  for (std::size_t i = 0; i < b.n; ++i, r.next()) {
+    keep(r, i, maxOf(load(s.v + i * kLanes) - t, vec{}));
   }
 }
 
@@ -290,9 +312,8 @@ void dualRow(const SweepBand& b, std::size_t y, float* scratch) {
   const Scratch s = divide(scratch, b.w, b.n);
   rowRadii(b, y, s.radius);
   const bool hasBelow = b.ymin + y + 1 < b.h;
-  for (std::size_t i = 0; i < b.n; ++i) {
-    dualColumns(b, rowOf(b, y, i), s.radius, hasBelow, 0, b.w);
-  }
+  Row r = firstRow(b, y);
+  for (std::size_t i = 0; i < b.n; ++i, r.next()) dualColumns(b, r, s.radius, hasBelow, 0, b.w);
 }
 
 void primalRow(const SweepBand& b, std::size_t y, bool dualToo, float* rowSums, float* scratch) {
@@ -307,8 +328,9 @@ void primalRow(const SweepBand& b, std::size_t y, bool dualToo, float* rowSums, 
   const std::size_t block = blockColumns(b.n);
   for (std::size_t x0 = 0; x0 < b.w; x0 += block) {
     const std::size_t x1 = x0 + block < b.w ? x0 + block : b.w;
-    for (std::size_t i = 0; i < b.n && dualToo; ++i) {
-      dualColumns(b, rowOf(b, y, i), s.radius, hasBelow, x0, x1);
+    Row r = firstRow(b, y);
+    for (std::size_t i = 0; i < b.n && dualToo; ++i, r.next()) {
+      dualColumns(b, r, s.radius, hasBelow, x0, x1);
     }
     columns(b, s, y, x0, x1);
   }
@@ -316,8 +338,9 @@ void primalRow(const SweepBand& b, std::size_t y, bool dualToo, float* rowSums, 
 }
 
 void sumRow(const SweepBand& b, std::size_t y, float* rowSums) {
-  for (std::size_t i = 0; i < b.n; ++i) {
-    const float* bar = rowOf(b, y, i).bar;
+  Row r = firstRow(b, y);
+  for (std::size_t i = 0; i < b.n; ++i, r.next()) {
+    const float* bar = r.bar;
     vec sum = {};
     std::size_t x = 0;
     for (; x + kLanes <= b.w; x += kLanes) sum += load(bar + x);
