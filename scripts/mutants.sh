@@ -1,0 +1,226 @@
+#!/usr/bin/env bash
+# scripts/mutants.sh [--resume] [--list] [PATTERN...]
+#
+# Are the tests sharp? Puts one small fault at a time (a mutant, tests/mutants/*.txt) into a private
+# copy of the sources under build/mutants, builds the test programs that the mutant names and runs
+# them: at least one must fail. Prints "caught" or "SURVIVED" for each and the totals; ends with
+# status 1 when one survived that is not expected to, when an expected survivor was caught, or when
+# one did not compile.
+#
+#   PATTERN    only mutants whose name matches one of the patterns (as in the shell, "sum-*")
+#   --resume   go on where the last run ended: keep what build/mutants/results says
+#   --list     print the names and end
+#
+# The format of the lists stands in tests/mutants/README.md.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+work=$root/build/mutants
+tree=$work/tree
+build=$work/build
+results=$work/results
+jobs=${JOBS:-$(nproc)}
+build_timeout=600
+
+names=() files=() tests=() whys=() befores=() afters=() expected=()
+
+# Reads one list into the arrays above.
+read_list() {
+  local list=$1 line key rest i=-1 number=0
+  while IFS= read -r line || [[ -n $line ]]; do
+    number=$((number + 1))
+    [[ -n $line && $line != \#* ]] || continue
+    key=${line%% *}
+    rest=${line#"$key"}
+    rest=${rest# }
+    if [[ $key == mutant ]]; then
+      names+=("$rest") files+=("") tests+=("") whys+=("") befores+=("") afters+=("") expected+=(caught)
+      i=$((${#names[@]} - 1))
+      continue
+    fi
+    ((i >= 0)) || die "$list:$number: expected a line \"mutant NAME\" first"
+    case $key in
+      file) files[i]=$rest ;;
+      tests) tests[i]=$rest ;;
+      why) whys[i]=$rest ;;
+      survives) expected[i]=SURVIVED ;;
+      '<') befores[i]+=${befores[i]:+$'\n'}$rest ;;
+      '>') afters[i]+=${afters[i]:+$'\n'}$rest ;;
+      *) die "$list:$number: expected mutant, file, tests, why, survives, < or >, but found: $key" ;;
+    esac
+  done <"$list"
+}
+
+# How often text $2 stands in text $1.
+count() {
+  local rest=${1//"$2"/}
+  echo $(((${#1} - ${#rest}) / ${#2}))
+}
+
+# Ends the script unless every mutant is complete and its snippet stands once in its file.
+check_lists() {
+  local i found text
+  local -A seen=()
+  for i in "${!names[@]}"; do
+    [[ -z ${seen[${names[i]}]:-} ]] || die "two mutants are called ${names[i]}"
+    seen[${names[i]}]=1
+    [[ -n ${files[i]} && -n ${tests[i]} && -n ${whys[i]} && -n ${befores[i]} ]] ||
+      die "mutant ${names[i]}: file, tests, why and < are all needed"
+    [[ -f $root/${files[i]} ]] || die "mutant ${names[i]}: there is no file ${files[i]}"
+    [[ ${befores[i]} != "${afters[i]}" ]] || die "mutant ${names[i]}: changes nothing"
+    text=$(<"$root/${files[i]}")
+    found=$(count "$text" "${befores[i]}")
+    ((found == 1)) ||
+      die "mutant ${names[i]}: its snippet must stand once in ${files[i]}, but stands there $found times"
+  done
+}
+
+matches() {
+  local name=$1 pattern
+  shift
+  (($# > 0)) || return 0
+  for pattern in "$@"; do
+    # shellcheck disable=SC2053
+    [[ $name != $pattern ]] || return 0
+  done
+  return 1
+}
+
+# Makes the private copy equal to the working tree; files that are equal keep their times, so that
+# only what changed is built again.
+copy_tree() {
+  local file
+  mkdir -p "$tree"
+  cd "$root"
+  local inputs=(CMakeLists.txt CMakePresets.json cmake src tests)
+  while IFS= read -r file; do
+    cmp -s "$file" "$tree/$file" && continue
+    mkdir -p "$tree/$(dirname "$file")"
+    cp "$file" "$tree/$file"
+  done < <(find "${inputs[@]}" -type f)
+  cd "$tree"
+  while IFS= read -r file; do
+    [[ -e $root/$file ]] || rm -f "$file"
+  done < <(find "${inputs[@]}" -type f)
+  # Data that some tests find beside the source tree.
+  if [[ -d $root/../shared ]]; then ln -sfn "$root/../shared" "$work/shared"; fi
+  cd "$root"
+}
+
+# Builds the test programs named.
+build_tests() {
+  timeout "$build_timeout" cmake --build "$build" --parallel "$jobs" --target "$@" \
+    >"$work/build.log" 2>&1 </dev/null
+}
+
+# Runs one test program for at most $2 seconds.
+run_test() {
+  mkdir -p "$work/cwd"
+  (
+    cd "$work/cwd"
+    ulimit -v $((16 << 20)) # KiB: a mutant may ask for all the memory there is
+    export RATSEG_DEVICE=host RATSEG_TEST_DEVICE=host GTEST_BRIEF=1 GTEST_FAIL_FAST=1
+    exec timeout -k 5 "$2" "$build/tests-bin/$1"
+  ) >"$work/test.log" 2>&1 </dev/null
+}
+
+# Builds and runs all programs without any fault: they must pass, and tell how long they may take.
+declare -A limit
+run_without_faults() {
+  local programs program begin
+  mapfile -t programs < <(printf '%s\n' "$@" | tr ' ' '\n' | sort -u)
+  echo "Without faults: ${#programs[@]} test programs"
+  quietly cmake -S "$tree" -B "$build" --preset mutants
+  build_tests "${programs[@]}" || { tail -n 30 "$work/build.log" >&2; die "the tests do not build"; }
+  for program in "${programs[@]}"; do
+    begin=$SECONDS
+    run_test "$program" 600 || { tail -n 30 "$work/test.log" >&2; die "$program fails without a fault"; }
+    limit[$program]=$((20 + 10 * (SECONDS - begin)))
+  done
+}
+
+# Judges mutant $1: sets verdict and remark.
+judge() {
+  local i=$1 program status
+  local file=$tree/${files[i]} text programs
+  read -ra programs <<<"${tests[i]}"
+  text=$(<"$file")
+  printf '%s\n' "${text/"${befores[i]}"/"${afters[i]}"}" >"$file"
+  verdict=SURVIVED remark="passed: ${tests[i]}"
+  if ! build_tests "${programs[@]}"; then
+    verdict=uncompiled remark=$(grep -m1 -E 'error|ERROR' "$work/build.log" || echo "build failed")
+  else
+    for program in "${programs[@]}"; do
+      status=0
+      run_test "$program" "${limit[$program]}" || status=$?
+      ((status != 0)) || continue
+      verdict=caught
+      remark=$(grep -m1 -oE '\[  FAILED  \] [A-Za-z0-9_/.]+' "$work/test.log" | sed 's/.*\] //' || true)
+      ((status != 124 && status != 137)) || remark="ran too long"
+      remark="$program: ${remark:-ended with status $status}"
+      break
+    done
+  fi
+  printf '%s\n' "$text" >"$file"
+}
+
+resume= only_list= patterns=()
+for argument; do
+  case $argument in
+    --resume) resume=yes ;;
+    --list) only_list=yes ;;
+    -*) die "unknown option $argument" ;;
+    *) patterns+=("$argument") ;;
+  esac
+done
+
+for list in "$root"/tests/mutants/*.txt; do read_list "$list"; done
+check_lists
+chosen=()
+for i in "${!names[@]}"; do
+  if matches "${names[i]}" "${patterns[@]}"; then chosen+=("$i"); fi
+done
+((${#chosen[@]} > 0)) || die "no mutant has a name like: ${patterns[*]}"
+if [[ -n $only_list ]]; then
+  for i in "${chosen[@]}"; do printf '%-45s %s: %s\n' "${names[i]}" "${files[i]}" "${whys[i]}"; done
+  exit 0
+fi
+
+mkdir -p "$work"
+[[ -n $resume && -f $results ]] || : >"$results"
+declare -A done_before=()
+while read -r verdict name _; do done_before[$name]=$verdict; done <"$results"
+
+todo=() needed=()
+for i in "${chosen[@]}"; do
+  [[ -z ${done_before[${names[i]}]:-} ]] || continue
+  todo+=("$i")
+  needed+=("${tests[i]}")
+done
+if ((${#todo[@]} > 0)); then
+  copy_tree
+  run_without_faults "${needed[@]}"
+fi
+for i in "${todo[@]}"; do
+  begin=$SECONDS
+  judge "$i"
+  printf '%-10s %-45s %4ds  %s\n' "$verdict" "${names[i]}" $((SECONDS - begin)) "$remark"
+  printf '%s %s\n' "$verdict" "${names[i]}" >>"$results"
+  done_before[${names[i]}]=$verdict
+done
+
+caught=0 survived=0 uncompiled=0 wrong=()
+for i in "${chosen[@]}"; do
+  verdict=${done_before[${names[i]}]}
+  case $verdict in
+    caught) caught=$((caught + 1)) ;;
+    SURVIVED) survived=$((survived + 1)) ;;
+    uncompiled) uncompiled=$((uncompiled + 1)) ;;
+  esac
+  [[ $verdict == "${expected[i]}" ]] || wrong+=("${names[i]} ($verdict)")
+done
+echo "Mutants: $((caught + survived)), caught: $caught, survived: $survived, did not compile: $uncompiled"
+if ((${#wrong[@]} > 0)); then
+  printf 'Other than expected: %s\n' "${wrong[@]}"
+  exit 1
+fi
