@@ -44,21 +44,21 @@ void printLabels(const std::string& file, const Proportions& proportions) {
 void checkDevice(int gpu, const Params& par) {
   const int count = CudaUtil::numDevices();
   if (gpu < 0 || gpu >= count) {
-    fail(std::cerr, "ERROR: -gpu must be a device number from 0 to " + std::to_string(count - 1) +
-                        ", but is " + std::to_string(gpu));
+    fail("ERROR: -gpu must be a device number from 0 to " + std::to_string(count - 1) +
+         ", but is " + std::to_string(gpu));
   }
   cudaDeviceProp prop;
   if (cudaGetDeviceProperties(&prop, gpu) != cudaSuccess || par.Nsteps == 0) return;
   if (par.n > static_cast<std::size_t>(prop.maxThreadsPerBlock)) {
-    fail(std::cerr, "ERROR: device " + std::to_string(gpu) + " takes at most " +
-                        std::to_string(prop.maxThreadsPerBlock) + " labels, but there are " +
-                        std::to_string(par.n));
+    fail("ERROR: device " + std::to_string(gpu) + " takes at most " +
+         std::to_string(prop.maxThreadsPerBlock) + " labels, but there are " +
+         std::to_string(par.n));
   }
 }
 
 // Sets up the solver's memory, shares and data term; frees the data term, which the solver copies.
 void setUpSolver(RatSeg& solver, Proportions& proportions, std::unique_ptr<float[]> dataterm) {
-  if (!solver.alloc()) fail(std::cout, "ERROR: could not allocate solver");
+  if (!solver.alloc()) fail("ERROR: could not allocate solver");
   solver.setRatios(proportions.means.data(), proportions.sigmas.data(), solver.getParams().n - 1,
                    nullptr, nullptr);
   solver.setDataterm(dataterm.get());
@@ -115,7 +115,7 @@ App_ReleaseRatSeg::App_ReleaseRatSeg(int argc, char** argv) {
     Cmd cmd(argc, argv, optionFile, nullptr, 0);
     chooseDevice(cmd);
     if (!CudaUtil::hasCuda()) {
-      fail(std::cout, "ERROR: No CUDA devices found (or CUDA not installed)");
+      fail("ERROR: No CUDA devices found (or CUDA not installed)");
     }
     if (argc <= 1) {
       printUsage();
@@ -123,7 +123,7 @@ App_ReleaseRatSeg::App_ReleaseRatSeg(int argc, char** argv) {
       segment(cmd);
     }
   } catch (const std::bad_alloc&) {
-    fail(std::cerr, "ERROR: out of memory");
+    fail("ERROR: out of memory");
   }
 }
 

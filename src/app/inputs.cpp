@@ -1,5 +1,7 @@
 #include "app/inputs.h"
 
+#include <QImageReader>
+#include <QString>
 #include <algorithm>
 #include <cmath>
 #include <iostream>
@@ -27,7 +29,7 @@ std::unique_ptr<float[]> allocateDataterm(const Image& image, std::size_t n) {
     }
     return std::make_unique_for_overwrite<float[]>(image.count() * n);
   } catch (const std::bad_alloc&) {
-    fail(std::cerr, "ERROR: no memory for the data term of " + sizeText(image, n));
+    fail("ERROR: no memory for the data term of " + sizeText(image, n));
   }
 }
 
@@ -41,7 +43,14 @@ void failOnNaN(const std::string& file, const float* dataterm, const Image& imag
   std::ostringstream message;
   message << "ERROR: dataterm " << file << " holds NaN at label " << index / image.count()
           << ", pixel (" << pixel % w << ", " << pixel / w << ")";
-  fail(std::cerr, message.str());
+  fail(message.str());
+}
+
+void warnOfImage(const std::string& file) {
+  if (warnIfUnreadable(file)) return;
+  const bool known = QImageReader(QString::fromUtf8(file)).canRead();
+  warn(inQuotes(file) + (known ? " is damaged or does not fit into memory"
+                               : " is not an image of a format that can be read"));
 }
 
 void warnOfAutomaticGamma(float gamma) {
@@ -59,8 +68,8 @@ Image loadImage(const std::string& file) {
   Image image;
   RGB* pixels = nullptr;
   if (!FileIO::loadImage(file, pixels, image.w, image.h, true)) {
-    warnIfUnreadable(file);
-    fail(std::cout, "ERROR loading image to segment: " + file);
+    warnOfImage(file);
+    fail("ERROR loading image to segment: " + file);
   }
   image.pixels.reset(pixels);
   std::cout << "Image to segment: " << file << " (" << image.w << " x " << image.h << ")"
@@ -70,12 +79,18 @@ Image loadImage(const std::string& file) {
 
 std::unique_ptr<float[]> loadDataterm(const std::string& file, const Image& image, std::size_t n) {
   std::unique_ptr<float[]> dataterm = allocateDataterm(image, n);
-  if (!FileIO::loadArray<float>(file, dataterm.get(), image.count() * n)) {
+  const std::size_t count = image.count() * n;
+  bool more = false;
+  if (!FileIO::loadArray<float>(file, dataterm.get(), count, &more)) {
     if (!warnIfUnreadable(file)) {
       warn("the data term must be a packed array of floats for " + sizeText(image, n) +
            ", the background label included");
     }
-    fail(std::cout, "ERROR loading dataterm " + file);
+    fail("ERROR loading dataterm " + file);
+  }
+  if (more) {
+    warn(inQuotes(file) + " holds more bytes than its " + std::to_string(count) +
+         " floats of 4 bytes; the rest is ignored");
   }
   std::cout << "Dataterm: " << file << std::endl;
   failOnNaN(file, dataterm.get(), image, n);

@@ -11,8 +11,8 @@
 
 namespace namespace_ratseg {
 
-void fail(std::ostream& out, const std::string& message) {
-  out << message << std::endl;
+void fail(const std::string& message) {
+  std::cout << message << std::endl;
   std::exit(1);
 }
 

@@ -2,15 +2,15 @@
 #define RATSEG_APP_MESSAGES_H
 
 // What the program tells its user beside the results. Standard output has a fixed form, which other
-// programs may read; hints that are not part of it go to standard error.
+// programs may read: a run that fails ends it with a line that begins with "ERROR". Hints that are
+// not part of it go to standard error.
 
-#include <iosfwd>
 #include <string>
 
 namespace namespace_ratseg {
 
-// Prints the message as a line on out and ends the process with status 1.
-[[noreturn]] void fail(std::ostream& out, const std::string& message);
+// Prints the message as a line on standard output and ends the process with status 1.
+[[noreturn]] void fail(const std::string& message);
 
 // Prints "ratseg: warning: " and the message as a line on standard error.
 void warn(const std::string& message);

@@ -136,7 +136,7 @@ void readOption(Cmd& cmd, const OptionText& option, T& target) {
 void refuseEndlessRun(const Params& par) {
   constexpr std::size_t kEndless = std::size_t{1} << 62;
   if (par.Nsteps < kEndless) return;
-  fail(std::cerr, "ERROR: cannot run " + std::to_string(par.Nsteps) + " iterations");
+  fail("ERROR: cannot run " + std::to_string(par.Nsteps) + " iterations");
 }
 
 void warnOfSenselessNumbers(const Params& par) {
@@ -208,7 +208,7 @@ void chooseDevice(Cmd& cmd) {
   } else {
     deviceChoiceFromEnvironment(choice, error);
   }
-  if (!error.empty()) fail(std::cerr, error);
+  if (!error.empty()) fail(error);
   chooseBackend(choice, std::cerr);
 }
 

@@ -28,8 +28,8 @@ void printUsage();
 Options readOptions(Cmd& cmd, Params& par);
 
 // Chooses the backend by -device (auto, cuda or host), or by the environment variable RATSEG_DEVICE
-// when the option is not given (device/selection.h). Any other value ends the process with status 1
-// and a line on standard error.
+// when the option is not given (device/selection.h). Ends the process with status 1 at any other
+// value.
 void chooseDevice(Cmd& cmd);
 
 }  // namespace namespace_ratseg

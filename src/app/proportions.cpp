@@ -5,6 +5,7 @@
 #include <iostream>
 #include <locale>
 #include <sstream>
+#include <utility>
 
 #include "app/messages.h"
 
@@ -16,11 +17,13 @@ std::istringstream openText(const std::string& file) {
   std::ifstream stream(file);
   if (!stream.is_open()) {
     warnIfUnreadable(file);
-    fail(std::cout, "ERROR opening proportions file " + file);
+    fail("ERROR opening proportions file " + file);
   }
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return std::istringstream(text.str());
+  // No text holds a zero byte; what is behind one is not read, as it may have no end.
+  std::string text;
+  std::getline(stream, text, '\0');
+  if (stream.good()) text += '\0';
+  return std::istringstream(std::move(text));
 }
 
 // Extracts a number. False, with the text where it was, when none follows.
@@ -75,8 +78,7 @@ Proportions readProportions(const std::string& file) {
     const std::string label = std::to_string(proportions.means.size());
     if (!extract(text, sigma)) {
       warnOfRest(file, text, "in the sigma of label " + label);
-      fail(std::cout,
-           "ERROR reading proportions file " + file + ": no sigma given for label " + label);
+      fail("ERROR reading proportions file " + file + ": no sigma given for label " + label);
     }
     proportions.means.push_back(mean);
     proportions.sigmas.push_back(sigma);
@@ -84,7 +86,7 @@ Proportions readProportions(const std::string& file) {
   warnOfRest(file, text, "after " + std::to_string(proportions.means.size()) + " labels");
   if (proportions.means.empty()) {
     warnIfUnreadable(file);
-    fail(std::cout, "ERROR reading proportions file " + file + ": no data found");
+    fail("ERROR reading proportions file " + file + ": no data found");
   }
   warnOfSenselessValues(file, proportions);
   proportions.means.push_back(0);

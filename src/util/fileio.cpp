@@ -42,7 +42,7 @@ bool FileIO::writeGZ(gzFile file, const void* src, std::size_t len, std::size_t 
 }
 
 template <class T>
-bool FileIO::loadArray(const std::string& filename, T* array, std::size_t count) {
+bool FileIO::loadArray(const std::string& filename, T* array, std::size_t count, bool* more) {
   if (array == nullptr) {
     std::cout << "ERROR (FileIO::loadArray()): array must be allocated" << std::endl;
     return false;
@@ -63,6 +63,8 @@ bool FileIO::loadArray(const std::string& filename, T* array, std::size_t count)
     return false;
   }
   if (!loadGZ(file, array, count * sizeof(T))) return false;
+  char byte;
+  if (more != nullptr) *more = gzread(file, &byte, 1) > 0;
   gzclose(file);
   return true;
 }
@@ -77,8 +79,8 @@ bool FileIO::saveArray(const std::string& filename, const T* array, std::size_t 
          gzclose(file) == Z_OK;
 }
 
-template bool FileIO::loadArray(const std::string&, float*, std::size_t);
-template bool FileIO::loadArray(const std::string&, int*, std::size_t);
+template bool FileIO::loadArray(const std::string&, float*, std::size_t, bool*);
+template bool FileIO::loadArray(const std::string&, int*, std::size_t, bool*);
 template bool FileIO::saveArray(const std::string&, const float*, std::size_t);
 template bool FileIO::saveArray(const std::string&, const int*, std::size_t);
 

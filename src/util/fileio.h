@@ -13,7 +13,7 @@ class QImage;
 namespace namespace_ratseg {
 
 // Packed arrays and image files. Failures are reported by false; only loadArray prints (on standard
-// output), and nothing throws. File names are UTF-8.
+// output), and nothing throws. File names are bytes, as the system takes them.
 //
 // A packed array is a gzip stream of an 8-byte little-endian element count, which is not 0, and the
 // elements in the machine's own little-endian layout. Nothing in it tells the elements' type.
@@ -33,9 +33,11 @@ class FileIO {
 
   // Fills the caller's array of count elements from a packed array of exactly that many. An
   // uncompressed file of the same bytes is read too. The array's contents are undefined after a
-  // failure. T is float or int.
+  // failure. Bytes behind the elements are ignored; after a success *more says whether there are
+  // any, unless more is null. T is float or int.
   template <class T>
-  static bool loadArray(const std::string& filename, T* array, std::size_t count);
+  static bool loadArray(const std::string& filename, T* array, std::size_t count,
+                        bool* more = nullptr);
 
   // Writes count elements as a packed array. A failure may leave a partial file. T is float or int.
   template <class T>

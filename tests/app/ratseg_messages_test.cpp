@@ -138,6 +138,20 @@ TEST_F(RatsegMessages, TellAnImageThatCannotBeLoaded) {
   }
 }
 
+// Every input is wrong; the next run has one of them put right.
+TEST_F(RatsegMessages, TellTheFirstInputThatCannotBeLoadedImageProportionsDataterm) {
+  Changes wrong = {{"-image", "no.png"}, {"-dataterm", "no.gz"}, {"-proportions", "no.txt"}};
+  const auto lastLine = [&] {
+    const std::string out = run(wrong).out;
+    return out.substr(out.rfind('\n', out.size() - 2) + 1);
+  };
+  EXPECT_EQ(lastLine(), "ERROR loading image to segment: no.png\n");
+  wrong["-image"] = "image.png";
+  EXPECT_EQ(lastLine(), "ERROR opening proportions file no.txt\n");
+  wrong["-proportions"] = "proportions.txt";
+  EXPECT_EQ(lastLine(), "ERROR loading dataterm no.gz\n");
+}
+
 TEST_F(RatsegMessages, TellAnImageOptionWithoutValueAsAnImageThatCannotBeLoaded) {
   const ProgramResult result = run({{"-image", ""}});
   EXPECT_TRUE(result.out.starts_with("Params: \n-image \n    Image to segment\n-dataterm "));
@@ -165,13 +179,21 @@ TEST_F(RatsegMessages, TellAMeanWithoutSigma) {
 }
 
 TEST_F(RatsegMessages, TellAProportionsFileWithoutNumbers) {
-  for (const char* text : {"", " \n\n", "mean sigma\n0.3 0.1\n"}) {
+  const std::string zeroByte("\0 0.3 0.1", 9);
+  for (const std::string& text :
+       {std::string(), std::string(" \n\n"), std::string("mean sigma\n0.3 0.1\n"), zeroByte}) {
     SCOPED_TRACE(text);
     saveText("proportions.txt", text);
     expectFailure({},
                   "Image to segment: image.png (12 x 8)\n"
                   "ERROR reading proportions file proportions.txt: no data found\n");
   }
+}
+
+TEST_F(RatsegMessages, TellAProportionsFileWithoutAnEndAsOneWithoutNumbers) {
+  const ProgramResult result = run({{"-proportions", "/dev/zero"}});
+  EXPECT_TRUE(result.out.ends_with("\nERROR reading proportions file /dev/zero: no data found\n"));
+  EXPECT_EQ(result.status, 1);
 }
 
 TEST_F(RatsegMessages, TellAProportionsFolder) {
@@ -243,7 +265,9 @@ TEST_F(RatsegMessages, TellHostMemoryThatDoesNotHoldTheDataterm) {
   for (int i = 0; i < 999; ++i) pairs += "0.001 1\n";
   saveText("proportions.txt", pairs);
   const ProgramResult result = run();
-  EXPECT_EQ(result.err, "ERROR: no memory for the data term of 1000 x 1000 pixels x 1000 labels\n");
+  EXPECT_TRUE(result.out.ends_with(
+      "\nERROR: no memory for the data term of 1000 x 1000 pixels x 1000 labels\n"))
+      << result.out;
   EXPECT_EQ(result.status, 1);
 }
 

@@ -53,8 +53,8 @@ TEST_F(RatsegWarnings, NegativeIterationsEndTheRun) {
   const ProgramResult result = runWords(words);
   EXPECT_EQ(result.err,
             "ratseg: warning: -iterations must be a whole number from 0 on, but is \"-5\"; "
-            "18446744073709551611 is used\n"
-            "ERROR: cannot run 18446744073709551611 iterations\n");
+            "18446744073709551611 is used\n");
+  EXPECT_TRUE(result.out.ends_with("\nERROR: cannot run 18446744073709551611 iterations\n"));
   EXPECT_EQ(result.status, 1);
   expectEcho(result, "-iterations 18446744073709551611");
 }
@@ -100,6 +100,26 @@ TEST_F(RatsegWarnings, TellFilesThatCannotBeRead) {
   expectWarnings({{"-dataterm", "folder"}}, {"\"folder\" is a folder"}, 1);
 }
 
+TEST_F(RatsegWarnings, TellImagesThatAreNoneOrDamaged) {
+  saveText("text.png", "no image");
+  expectWarnings({{"-image", "text.png"}},
+                 {"\"text.png\" is not an image of a format that can be read"}, 1);
+  std::filesystem::resize_file(dir_.file("image.png"), 60);
+  const ProgramResult result = run();
+  EXPECT_NE(
+      result.err.find("ratseg: warning: \"image.png\" is damaged or does not fit into memory\n"),
+      std::string::npos)
+      << result.err;
+}
+
+TEST_F(RatsegWarnings, TellADatatermOfLongerNumbersThanFloats) {
+  const std::vector<float> rho = FourLabels::dataterm();
+  writePackedArray(dir_.file("dataterm.gz"), std::vector<double>(rho.begin(), rho.end()));
+  const ProgramResult result = expectWarnings({}, {"\"dataterm.gz\" holds more bytes than its 384 "
+                                                   "floats of 4 bytes; the rest is ignored"});
+  expectEcho(result, "Dataterm: dataterm.gz");
+}
+
 TEST_F(RatsegWarnings, TellWhatADatatermMustHold) {
   saveDataterm("dataterm.gz", FourLabels::dataterm(5));
   expectWarnings({},
@@ -117,6 +137,9 @@ TEST_F(RatsegWarnings, TellWhereReadingOfProportionsStopped) {
                  {"\"proportions.txt\": reading stopped at \",0.1\", which is not a number, in the "
                   "sigma of label 0"},
                  1);
+  saveText("proportions.txt", std::string("0.33 0.1 0.33 0.1 0.34 0.1\0", 27));
+  expectWarnings({}, {"\"proportions.txt\": reading stopped at \"?\", which is not a number, after "
+                      "3 labels"});
   saveText("proportions.txt", "nan 0.1\n");
   expectWarnings({},
                  {"\"proportions.txt\": reading stopped at \"nan\", which is not a number, after 0 "
@@ -172,8 +195,9 @@ TEST_F(RatsegWarnings, OfNaNInTheDatatermEndTheRun) {
   rho[2 * 96 + 3 * 12 + 5] = std::numeric_limits<float>::quiet_NaN();
   saveDataterm("dataterm.gz", rho);
   const ProgramResult result = run();
-  EXPECT_TRUE(result.out.ends_with("\nDataterm: dataterm.gz\n"));
-  EXPECT_EQ(result.err, "ERROR: dataterm dataterm.gz holds NaN at label 2, pixel (5, 3)\n");
+  EXPECT_EQ(fromLine(result.out, "Dataterm: "),
+            "Dataterm: dataterm.gz\n"
+            "ERROR: dataterm dataterm.gz holds NaN at label 2, pixel (5, 3)\n");
   EXPECT_EQ(result.status, 1);
 }
 

@@ -242,12 +242,28 @@ TEST_F(PackedArray, UncompressedFileIsLoaded) {
   EXPECT_EQ(result.array, floats);
 }
 
+TEST_F(PackedArray, BytesBehindTheElementsAreIgnoredAndTold) {
+  for (const char* rest : {"", "x", "12345678"}) {
+    writeGzip(file_, packedBytes<float>(2, {1, 2}) + rest);
+    const auto result = load<float>(file_, 2);
+    EXPECT_TRUE(result.ok);
+    EXPECT_THAT(result.array, ElementsAre(1, 2));
+    EXPECT_EQ(result.output, "");
+    bool more = *rest == '\0';
+    float array[2];
+    EXPECT_TRUE(FileIO::loadArray<float>(file_, array, 2, &more));
+    EXPECT_EQ(more, *rest != '\0');
+  }
+}
+
 TEST_F(PackedArray, MissingArrayIsAnError) {
   writePackedArray<float>(file_, {1});
-  testing::internal::CaptureStdout();
-  EXPECT_FALSE(FileIO::loadArray<float>(file_, nullptr, 1));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "ERROR (FileIO::loadArray()): array must be allocated\n");
+  for (const std::string& file : {file_, dir_.file("missing")}) {
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(FileIO::loadArray<float>(file, nullptr, 1));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "ERROR (FileIO::loadArray()): array must be allocated\n");
+  }
 }
 
 TEST_F(PackedArray, NoElementsIsAnError) {
