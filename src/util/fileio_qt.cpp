@@ -1,8 +1,12 @@
+#include <QBuffer>
+#include <QByteArray>
 #include <QImage>
 #include <QImageReader>
 #include <QString>
+#include <fstream>
 #include <memory>
 #include <new>
+#include <sstream>
 
 #include "util/fileio.h"
 #include "util/imagetransforms.h"
@@ -11,18 +15,37 @@ namespace namespace_ratseg {
 
 namespace {
 
+// Whether Qt opens the file of that name: its names are UTF-8, and those that begin with ':' are of
+// resources in the program.
+bool isQtName(const std::string& filename) {
+  return !filename.starts_with(':') && QString::fromUtf8(filename).toStdString() == filename;
+}
+
+QImage readImage(const std::string& filename) {
+  if (isQtName(filename)) return QImage(QString::fromUtf8(filename));
+  std::ostringstream bytes;
+  bytes << std::ifstream(filename, std::ios::binary).rdbuf();
+  return QImage::fromData(QByteArray::fromStdString(bytes.str()));
+}
+
+// Qt encodes the image, but would neither take every name nor notice a disk that is full.
 bool savePNG(const QImage& image, const std::string& filename) {
-  return image.save(QString::fromUtf8(filename), "PNG", -1);
+  QByteArray png;
+  QBuffer buffer(&png);
+  if (!buffer.open(QIODevice::WriteOnly) || !image.save(&buffer, "PNG", -1)) return false;
+  std::ofstream file(filename, std::ios::binary);
+  file.write(png.constData(), png.size());
+  file.close();
+  return file.good();
 }
 
 }  // namespace
 
 bool FileIO::loadImage(const std::string& filename, QImage*& image) {
   image = nullptr;
-  const QString name = QString::fromUtf8(filename);
-  if (name.isEmpty()) return false;
+  if (filename.empty()) return false;
   QImageReader::setAllocationLimit(0);  // Qt's own limit is 128 MB of pixels.
-  auto loaded = std::make_unique<QImage>(name);
+  auto loaded = std::make_unique<QImage>(readImage(filename));
   if (loaded->isNull()) return false;
   image = loaded.release();
   return true;

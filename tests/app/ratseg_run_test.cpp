@@ -3,6 +3,7 @@
 #include <cfloat>
 #include <filesystem>
 #include <limits>
+#include <set>
 
 #include "app/ratseg_program.h"
 
@@ -62,6 +63,17 @@ Saved out_regularizer_weight.png
 )");
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(RatsegRun, LeavesNothingButTheResultFiles) {
+  ASSERT_EQ(run().status, 0);
+  std::set<std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_.path())) {
+    files.insert(entry.path().filename().string());
+  }
+  EXPECT_EQ(files, (std::set<std::string>{"dataterm.gz", "image.png", "out_regularizer_weight.png",
+                                          "out_result_labeling.gz", "out_result_labeling.png",
+                                          "out_result_labeling_overlaid.png", "proportions.txt"}));
 }
 
 TEST_F(RatsegRun, EchoesTheOptionsThatItWasGiven) {
@@ -197,6 +209,38 @@ TEST_F(RatsegRun, FindsTheOptionFileBesideTheProgramAsItWasCalled) {
   const ProgramResult result = program_.run(commandLine({{"-mu", "none"}}), "tools/seg");
   EXPECT_NE(result.out.find("\n-mu 77\n"), std::string::npos);
   EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(RatsegRun, TakesItsDefaultWhereTheCommandLineRepeatsAnOptionOfTheFileWithoutValue) {
+  saveText("ratseg.cfg", "outprefix fromfile\nweightcoeff 3\n");
+  std::vector<std::string> words = commandLine();
+  words.insert(words.end(), {"-outprefix", "-weightcoeff", "2"});
+  const ProgramResult result = runWords(words);
+  EXPECT_NE(result.out.find("\n-weightcoeff 2\n"), std::string::npos);
+  EXPECT_NE(result.out.find("\n-outprefix out\n"), std::string::npos);
+  EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(RatsegRun, RunsWithoutAnOptionFileThatItCanRead) {
+  std::filesystem::create_directory(dir_.file("ratseg.cfg"));
+  const ProgramResult result = run();
+  EXPECT_TRUE(result.out.starts_with(wholeEcho()));
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.status, 0);
+}
+
+// Qt's own names are UTF-8, and those that begin with a colon are not names of files.
+TEST_F(RatsegRun, ReadsAndWritesFilesWhoseNamesQtDoesNotKnow) {
+  for (const std::string name : {"caf\xE9", ":name"}) {
+    SCOPED_TRACE(name);
+    saveImage("image.png", FourLabels::image());
+    std::filesystem::rename(dir_.file("image.png"), dir_.file(name + ".png"));
+    EXPECT_EQ(run({{"-image", name + ".png"}, {"-outprefix", name}}).status, 0);
+    for (const char* suffix : {"_result_labeling.gz", "_result_labeling.png",
+                               "_result_labeling_overlaid.png", "_regularizer_weight.png"}) {
+      EXPECT_TRUE(std::filesystem::exists(dir_.file(name + suffix))) << suffix;
+    }
+  }
 }
 
 TEST_F(RatsegRun, ReadsAndWritesFilesWithBlanksAndForeignLettersInTheirNames) {

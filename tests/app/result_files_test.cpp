@@ -1,5 +1,6 @@
 #include "app/result_files.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <QImage>
@@ -62,6 +63,17 @@ TEST(LabelColours, HuesAdvanceInEqualStepsFromGreen) {
     expectColour(colours[i], hues[i][0], hues[i][1], hues[i][2], 2e-6f);
   }
   expectColour(colours[12], 1, 1, 1);
+}
+
+// The yellow of seven labels is a trace less than full green, which a picture shows as 254.
+TEST(LabelColours, AreComputedInSinglePrecision) {
+  expectColour(labelColours(5)[1], 0, 0.499999762f, 1);
+  expectColour(labelColours(6)[4], 1, 0.799999952f, 0);
+  expectColour(labelColours(7)[5], 1, 0.999999762f, 0);
+  expectColour(labelColours(8)[6], 0.857142925f, 1, 0);
+  expectColour(labelColours(12)[1], 0, 1, 0.545454502f);
+  expectColour(labelColours(12)[5], 0.727272987f, 0, 1);
+  expectColour(labelColours(12)[7], 1, 0, 0.181818008f);
 }
 
 TEST(LabelColours, ManyLabelsStayWithinTheColourRange) {
@@ -139,6 +151,22 @@ TEST_F(ResultFiles, AreAnnouncedInOrderWithTheLegendOfTheColours) {
                           "_regularizer_weight.png\n");
 }
 
+TEST_F(ResultFiles, HaveALegendOfSixDigits) {
+  testing::internal::CaptureStdout();
+  writeResultFiles(dir_.file("p"), {2, 1, 8, labeling_, image_, weight_});
+  EXPECT_THAT(testing::internal::GetCapturedStdout(),
+              testing::HasSubstr("_result_labeling.png\n"
+                                 "  Color for foreground label 0: (0, 1, 0)\n"
+                                 "  Color for foreground label 1: (0, 1, 0.857143)\n"
+                                 "  Color for foreground label 2: (0, 0.285714, 1)\n"
+                                 "  Color for foreground label 3: (0.571429, 0, 1)\n"
+                                 "  Color for foreground label 4: (1, 0, 0.571428)\n"
+                                 "  Color for foreground label 5: (1, 0.285715, 0)\n"
+                                 "  Color for foreground label 6: (0.857143, 1, 0)\n"
+                                 "  Color for background label 7: (1, 1, 1)\n"
+                                 "Saved "));
+}
+
 TEST_F(ResultFiles, HoldLabelingColoursOverlayAndWeight) {
   write(dir_.file("p"));
   EXPECT_EQ(readPackedArray<int>(dir_.file("p_result_labeling.gz")), labeling_);
@@ -166,6 +194,40 @@ TEST_F(ResultFiles, AreWrittenAlthoughOneBeforeThemCouldNotBe) {
                           "_result_labeling_overlaid.png\n" + "Saved " + p +
                           "_regularizer_weight.png\n");
   EXPECT_EQ(saved("p_result_labeling_overlaid.png").pixel(1, 0), qRgb(102, 255, 102));
+}
+
+TEST_F(ResultFiles, MayFailOneByOne) {
+  const std::vector<std::string> suffixes = {
+      "_result_labeling.gz  (zlib-packed plain int array)\n", "_result_labeling.png\n",
+      "_result_labeling_overlaid.png\n", "_regularizer_weight.png\n"};
+  for (const std::string& failing : suffixes) {
+    const TempDir dir;
+    const std::string p = dir.file("p");
+    const std::string ending = failing.substr(0, failing.find_first_of(" \n"));
+    std::filesystem::create_directory(p + ending);
+    std::string expected;
+    for (const std::string& suffix : suffixes) {
+      expected += (suffix == failing ? "ERROR saving " : "Saved ") + p + suffix;
+      if (suffix == suffixes[1] && failing != suffix) {
+        expected +=
+            "  Color for foreground label 0: (0, 1, 0)\n"
+            "  Color for background label 1: (1, 1, 1)\n";
+      }
+    }
+    EXPECT_EQ(write(p), expected);
+  }
+}
+
+TEST_F(ResultFiles, ThatDoNotFitOntoTheDiskAreNotSaved) {
+  const std::string p = dir_.file("p");
+  for (const char* suffix : {"_result_labeling.gz", "_result_labeling.png",
+                             "_result_labeling_overlaid.png", "_regularizer_weight.png"}) {
+    std::filesystem::create_symlink("/dev/full", p + suffix);
+  }
+  EXPECT_EQ(write(p), "ERROR saving " + p + "_result_labeling.gz  (zlib-packed plain int array)\n" +
+                          "ERROR saving " + p + "_result_labeling.png\n" + "ERROR saving " + p +
+                          "_result_labeling_overlaid.png\n" + "ERROR saving " + p +
+                          "_regularizer_weight.png\n");
 }
 
 TEST_F(ResultFiles, ReplaceOlderOnes) {

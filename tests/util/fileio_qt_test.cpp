@@ -100,6 +100,21 @@ TEST_F(ImageFile, NamesAreUTF8) {
   EXPECT_EQ(load(name)->size(), QSize(3, 2));
 }
 
+TEST_F(ImageFile, NamesMayBeAnyBytes) {
+  const QImage image = smallImage();
+  const std::string name = dir_.file("caf\xE9.png");
+  EXPECT_TRUE(FileIO::saveImagePNG(&image, name));
+  EXPECT_TRUE(std::filesystem::exists(name));
+  EXPECT_EQ(load(name)->convertToFormat(QImage::Format_RGB32), image);
+  QImage* none = nullptr;
+  EXPECT_FALSE(FileIO::loadImage(dir_.file("missing\xE9.png"), none));
+}
+
+TEST_F(ImageFile, ThatDoesNotFitOntoTheDiskIsAFailure) {
+  const QImage image = smallImage();
+  EXPECT_FALSE(FileIO::saveImagePNG(&image, "/dev/full"));
+}
+
 TEST_F(ImageFile, ThatCannotBeLoadedIsNull) {
   for (const std::string& name : {std::string(), nowhere(), notAnImage(), dir_.path().string()}) {
     QImage other;
