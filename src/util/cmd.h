@@ -72,8 +72,9 @@ class Cmd {
   bool getBool(const std::string& name);
 
   // Stores the first value in target; without one target keeps what it holds, the default. T is
-  // string, int, float, double, size_t or bool. A value that is no number stores 0 (false); one out
-  // of the type's range stores the nearest number of the type (true for bool).
+  // string, int, float, double, size_t or bool. A value that is no number stores 0 (false), an
+  // empty one nothing; one out of the type's range stores the nearest number of the type (true for
+  // bool).
   template <class T>
   void get(const std::string& name, T& target);
 

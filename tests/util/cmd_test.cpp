@@ -189,6 +189,15 @@ TEST(CmdFile, NameAsItStandsIsTheLastResort) {
   EXPECT_EQ(cmd.getString("found"), "here");
 }
 
+TEST(CmdFile, EmptyFolderIsTheRoot) {
+  const TempDir dir;
+  writeText(dir.file("options"), "found here");
+  const std::string folder;
+  Cmd cmd;
+  EXPECT_TRUE(cmd.parseFile(dir.file("options").substr(1), &folder, 1));
+  EXPECT_EQ(cmd.getString("found"), "here");
+}
+
 TEST(CmdFile, MissingFileIsSilentlyFalse) {
   const TempDir dir;
   const std::string folders[] = {dir.path().string()};
@@ -387,7 +396,32 @@ TEST(CmdGet, TargetOfAWordIsZeroAndOfALargeNumberTheLargest) {
   EXPECT_EQ(whole, std::numeric_limits<int>::max());
 }
 
+TEST(CmdGet, EmptyValueLeavesNumbersAndEmptiesStrings) {
+  Cmd cmd = commandLine({"-a", ""});
+  std::string text = "default";
+  int whole = 7;
+  double number = 7;
+  bool flag = true;
+  EXPECT_EQ(printed([&] {
+              cmd.get("a", text);
+              cmd.get("a", whole);
+              cmd.get("a", number);
+              cmd.get("a", flag);
+            }),
+            "");
+  EXPECT_EQ(text, "");
+  EXPECT_EQ(whole, 7);
+  EXPECT_EQ(number, 7.0);
+  EXPECT_TRUE(flag);
+}
+
 // Descriptions.
+
+TEST(CmdDesc, IsTheTypeAndThenTheText) {
+  const auto& [type, text] = Cmd::ArgDesc{.type = "int", .desc = "steps"};
+  EXPECT_EQ(type, "int");
+  EXPECT_EQ(text, "steps");
+}
 
 TEST(CmdDesc, FirstDescriptionStays) {
   Cmd cmd;

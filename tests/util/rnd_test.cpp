@@ -97,6 +97,18 @@ TEST(Rnd, NoiseIsTheBoxMullerTransformOfTwoDraws) {
   EXPECT_EQ(Rnd::random(1), next);
 }
 
+TEST(Rnd, NoiseTakesADrawBelowAMillionthForAMillionth) {
+  constexpr unsigned int kSeed = 2;
+  std::srand(kSeed);
+  int before = 0;
+  while (std::rand() * 4.656613e-10 >= 1e-6) ++before;
+  const double u2 = std::rand() * 4.656613e-10;
+  std::srand(kSeed);
+  while (before-- > 0) std::rand();
+  EXPECT_NEAR(Rnd::noise(1), std::sqrt(-2 * std::log(1e-6)) * std::cos(2 * std::acos(-1.0) * u2),
+              1e-6);
+}
+
 TEST(Rnd, NoiseOfNoWidthIsZero) {
   Rnd::randomize(6);
   EXPECT_EQ(Rnd::noise(0), 0.0f);
