@@ -46,6 +46,7 @@ class Backend {
   virtual cudaError_t eventSynchronize(cudaEvent_t event) = 0;
   virtual cudaError_t eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) = 0;
   virtual cudaError_t eventDestroy(cudaEvent_t event) = 0;
+  virtual cudaError_t streamWaitEvent(cudaEvent_t event) = 0;
 
   virtual cudaError_t getLastError() = 0;
   virtual cudaError_t peekAtLastError() = 0;

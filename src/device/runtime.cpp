@@ -50,6 +50,9 @@ cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop)
   return backend().eventElapsedTime(ms, start, stop);
 }
 cudaError_t cudaEventDestroy(cudaEvent_t event) { return backend().eventDestroy(event); }
+cudaError_t cudaStreamWaitEvent(int /*stream*/, cudaEvent_t event, unsigned int /*flags*/) {
+  return backend().streamWaitEvent(event);
+}
 
 cudaError_t cudaGetLastError() { return backend().getLastError(); }
 cudaError_t cudaPeekAtLastError() { return backend().peekAtLastError(); }

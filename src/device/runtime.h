@@ -42,6 +42,10 @@ cudaError_t cudaEventSynchronize(cudaEvent_t event);
 cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop);
 cudaError_t cudaEventDestroy(cudaEvent_t event);
 
+// What the current device does from now on starts after the event, which may be another device's.
+// The host does not wait.
+cudaError_t cudaStreamWaitEvent(int stream, cudaEvent_t event, unsigned int flags = 0);
+
 cudaError_t cudaGetLastError();
 cudaError_t cudaPeekAtLastError();
 const char* cudaGetErrorString(cudaError_t error);

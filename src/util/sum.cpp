@@ -97,7 +97,7 @@ void cuda_summator<T>::sumup(T* sum, T* a, int w, int h, std::size_t pitch) {
     return;
   }
   const auto rows = static_cast<std::size_t>(h);
-  cudaMemset2D(a + w, pitch, 0, pitch - rowBytes, rows);
+  if (pitch > rowBytes) cudaMemset2D(a + w, pitch, 0, pitch - rowBytes, rows);
   sumup(sum, a, pitch / sizeof(T) * rows);
 }
 

@@ -56,6 +56,7 @@ class ForwardingBackend : public Backend {
     return next_.eventElapsedTime(ms, start, stop);
   }
   cudaError_t eventDestroy(cudaEvent_t event) override { return next_.eventDestroy(event); }
+  cudaError_t streamWaitEvent(cudaEvent_t event) override { return next_.streamWaitEvent(event); }
 
   cudaError_t getLastError() override { return next_.getLastError(); }
   cudaError_t peekAtLastError() override { return next_.peekAtLastError(); }

@@ -24,6 +24,8 @@ cudaError_t translate(::cudaError_t error) {
       return cudaErrorInvalidDevice;
     case ::cudaErrorInvalidValue:
       return cudaErrorInvalidValue;
+    case ::cudaErrorInvalidDevicePointer:
+      return cudaErrorInvalidDevicePointer;
     case ::cudaErrorInvalidResourceHandle:
       return cudaErrorInvalidResourceHandle;
     case ::cudaErrorInsufficientDriver:
@@ -146,6 +148,9 @@ class CudaBackend final : public Backend {
   }
   cudaError_t eventDestroy(cudaEvent_t event) override {
     return translate(::cudaEventDestroy(static_cast<::cudaEvent_t>(event)));
+  }
+  cudaError_t streamWaitEvent(cudaEvent_t event) override {
+    return translate(::cudaStreamWaitEvent(nullptr, static_cast<::cudaEvent_t>(event), 0));
   }
 
   cudaError_t getLastError() override { return translate(::cudaGetLastError()); }

@@ -14,6 +14,15 @@ namespace {
 
 constexpr std::size_t kAlignment = 256;  // as device allocations are aligned
 
+// The longest grid and block in each direction, the same on every GPU.
+constexpr dim3 kMaxGrid = {0x7fffffff, 65535, 65535};
+constexpr dim3 kMaxBlock = {1024, 1024, 64};
+
+bool within(const dim3& shape, const dim3& longest) {
+  return shape.x >= 1 && shape.x <= longest.x && shape.y >= 1 && shape.y <= longest.y &&
+         shape.z >= 1 && shape.z <= longest.z;
+}
+
 std::size_t physicalMemory() {
   const long pages = sysconf(_SC_PHYS_PAGES);
   const long size = sysconf(_SC_PAGE_SIZE);
@@ -47,17 +56,15 @@ cudaError_t HostBackend::fail(cudaError_t error) {
 }
 
 void HostBackend::observe(const char* name, std::size_t bytes, const LaunchShape& shape) {
-  if (observer_) observer_(Call{name, device_, shape, bytes});
+  if (observer_) observer_(Call{name, device_, shape, bytes, -1});
 }
 
 bool HostBackend::admitLaunch(const char* kernel, const LaunchShape& shape) {
   cudaDeviceProp prop;
   if (getDeviceProperties(&prop, device_) != cudaSuccess) return false;
-  const auto volume = [](const dim3& d) {
-    return static_cast<unsigned long long>(d.x) * d.y * d.z;
-  };
-  if (volume(shape.grid) == 0 || volume(shape.block) == 0 ||
-      volume(shape.block) > static_cast<unsigned long long>(prop.maxThreadsPerBlock)) {
+  const unsigned long long threads = 1ull * shape.block.x * shape.block.y * shape.block.z;
+  if (!within(shape.grid, kMaxGrid) || !within(shape.block, kMaxBlock) ||
+      threads > static_cast<unsigned long long>(prop.maxThreadsPerBlock)) {
     fail(cudaErrorInvalidConfiguration);
     return false;
   }
@@ -239,6 +246,13 @@ cudaError_t HostBackend::eventElapsedTime(float* ms, cudaEvent_t start, cudaEven
 
 cudaError_t HostBackend::eventDestroy(cudaEvent_t event) {
   return events_.erase(event) == 1 ? cudaSuccess : fail(cudaErrorInvalidResourceHandle);
+}
+
+cudaError_t HostBackend::streamWaitEvent(cudaEvent_t event) {
+  const Event* e = find(event);
+  if (e == nullptr) return fail(cudaErrorInvalidResourceHandle);
+  if (observer_) observer_(Call{"cudaStreamWaitEvent", device_, {}, 0, e->device});
+  return cudaSuccess;
 }
 
 cudaError_t HostBackend::getLastError() {

@@ -24,10 +24,11 @@ class HostBackend final : public Backend {
   // One call that moved data, launched a kernel or waited; what an observer sees.
   struct Call {
     std::string name;       // a kernel's name, or "cudaMemcpy", "cudaMemcpyPeer",
-                            // "cudaDeviceSynchronize"
+                            // "cudaDeviceSynchronize", "cudaStreamWaitEvent"
     int device = 0;         // the current device at the call
     LaunchShape shape;      // of a kernel launch
     std::size_t bytes = 0;  // of a copy
+    int awaited = -1;       // of cudaStreamWaitEvent: the event's device
   };
   using Observer = std::function<void(const Call&)>;
 
@@ -39,8 +40,8 @@ class HostBackend final : public Backend {
 
   // Opens a kernel launch on the current device. False when the shape is one that a GPU would
   // refuse; the error (cudaErrorInvalidConfiguration for a block of more threads than the device
-  // takes or an empty grid or block, cudaErrorInvalidValue for too much shared memory) is then
-  // pending and the launcher must do nothing.
+  // takes, an empty grid or block, or one that is too long in a direction; cudaErrorInvalidValue for
+  // too much shared memory) is then pending and the launcher must do nothing.
   bool admitLaunch(const char* kernel, const LaunchShape& shape);
 
   bool isHost() const override { return true; }
@@ -70,6 +71,7 @@ class HostBackend final : public Backend {
   cudaError_t eventSynchronize(cudaEvent_t event) override;
   cudaError_t eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) override;
   cudaError_t eventDestroy(cudaEvent_t event) override;
+  cudaError_t streamWaitEvent(cudaEvent_t event) override;
 
   cudaError_t getLastError() override;
   cudaError_t peekAtLastError() override;

@@ -52,7 +52,8 @@ bool RatSegImpl::chooseDevices() {
   CudaUtil::getDevices(&found, &count, nullptr, true);
   std::vector<int> chosen = par.gpu;
   if (chosen.empty()) {
-    const int wanted = par.gpu_num != 0 ? std::min(-par.gpu_num, count) : count;
+    const long long wanted =
+        par.gpu_num != 0 ? std::min<long long>(-static_cast<long long>(par.gpu_num), count) : count;
     if (wanted > 0) chosen.assign(found, found + wanted);
   }
   nDev = static_cast<int>(chosen.size());
@@ -188,6 +189,8 @@ void RatSegImpl::allocateArrays() {
     g.image.alloc(g.NOmega);
     cuda_check_malloc(kImplPath, __LINE__);
     setUpPrimUShape(g);
+    cudaEventCreate(&g.queued);
+    check(__LINE__);
   }
 }
 
@@ -242,6 +245,8 @@ void RatSegImpl::free() {
     };
     release(g.u, g.u_bar, g.p, g.a, g.a_bar, g.gamma, g.sum_u, g.alpha, g.beta, g.ratios, g.sigmas,
             g.mins, g.maxs, g.rho, g.weight, g.scribbles, g.image);
+    cudaEventDestroy(g.queued);
+    check(__LINE__);
   }
   forgetRecords();
   delete[] sum_u_host;
@@ -252,6 +257,21 @@ void RatSegImpl::free() {
 void RatSegImpl::select(int d, unsigned long line) {
   cudaSetDevice(dev[d]);
   check(line);
+}
+
+// Selects device d of the list for work that reads the memory of device other: it starts when what
+// other has queued so far is done. The host does not wait.
+void RatSegImpl::selectAfter(int d, int other, unsigned long line) {
+  if (dev[d] != dev[other]) {
+    select(other, line);
+    cudaEventRecord(arrays[other].queued);
+    check(line);
+    select(d, line);
+    cudaStreamWaitEvent(0, arrays[other].queued);
+    check(line);
+    return;
+  }
+  select(d, line);
 }
 
 void RatSegImpl::deviceSynchronizeAll() {

@@ -41,7 +41,7 @@ class HostRatSegKernels final : public RatSegKernels {
   void ratseg_prim_u(const LaunchShape& shape, float* u, float* u_bar, float2* p, float* gamma,
                      float constGamma, float* rho, float theta_bar, float dt, std::size_t w,
                      std::size_t h, std::size_t ymin, std::size_t ymax, std::size_t n) override {
-    if (!admitHostLaunch("ratseg_prim_u", shape)) return;
+    if (!admitHostLaunch("ratseg_prim_u", shape) || w == 0) return;
     parallelFor(ymax - ymin, (ymax - ymin) * w * n, [=](std::size_t y) {
       thread_local std::vector<float> scratch;
       scratch.resize(n * kLanes);
