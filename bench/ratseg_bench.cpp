@@ -1,20 +1,24 @@
 // Speed of the iteration, against the machine's own memory bandwidth measured in the same run.
 //
-//   ratseg_bench [-device auto|cuda|host] [WxHxN ...]
+//   ratseg_bench [-device auto|cuda|host] [-engine plain|auto] [--json FILE] [WxHxN ...]
 //
-// Prints, per size: pixel-label-iterations per second (median of several runs, with the spread),
-// microseconds per iteration, the bandwidth at 36 bytes per pixel-label-iteration, and its ratio to
-// an in-place a = a s + b over an array far larger than the caches (on the host), or to a copy
-// within device memory (on a GPU), read and written bytes counted.
+// Prints, per size and engine: pixel-label-iterations per second (median of several runs, with the
+// spread), microseconds per iteration, the bandwidth at 36 bytes per pixel-label-iteration, and its
+// ratio to the limit: an in-place a = a s + b over an array far larger than the caches (on the
+// host), or a copy within device memory (on a GPU), read and written bytes counted. RATSEG_ISA
+// chooses the fused engine's instruction set on the host.
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/host_sweep.h"
 #include "algorithms/rat_segments/alg/rat_seg.h"
 #include "device/host/host_launch.h"
 #include "device/runtime.h"
@@ -31,6 +35,16 @@ struct Size {
   std::size_t w, h, n;
 };
 
+struct Job {
+  std::vector<Size> sizes;
+  std::vector<int> engines;
+  std::string json;
+};
+
+struct Measurement {
+  double median = 0.0, least = 0.0, greatest = 0.0;  // seconds per iteration
+};
+
 double secondsNow() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
@@ -40,51 +54,48 @@ double median(std::vector<double> values) {
   return values[values.size() / 2];
 }
 
-// Bytes per second, read and written.
-double measureBandwidth() {
-  constexpr std::size_t kFloats = std::size_t{64} << 20;
-  const double bytes = 2.0 * kFloats * sizeof(float);
+constexpr std::size_t kLimitFloats = std::size_t{64} << 20;
+constexpr double kLimitBytes = 2.0 * kLimitFloats * sizeof(float);
+
+double hostBandwidth() {
+  std::vector<float> a(kLimitFloats, 1.0f);
   std::vector<double> rates;
-  if (backend().isHost()) {
-    std::vector<float> a(kFloats, 1.0f);
-    constexpr std::size_t kPiece = 16384;
-    for (int r = 0; r < kRepeats; ++r) {
-      const double start = secondsNow();
-      parallelFor(kFloats / kPiece, kFloats, [&](std::size_t piece) {
-        float* p = a.data() + piece * kPiece;
-        for (std::size_t k = 0; k < kPiece; ++k) p[k] = p[k] * 0.999f + 0.001f;
-      });
-      rates.push_back(bytes / (secondsNow() - start));
-    }
-    return median(rates);
+  constexpr std::size_t kPiece = 16384;
+  for (int r = 0; r < kRepeats; ++r) {
+    const double start = secondsNow();
+    parallelFor(kLimitFloats / kPiece, kLimitFloats, [&](std::size_t piece) {
+      float* p = a.data() + piece * kPiece;
+      for (std::size_t k = 0; k < kPiece; ++k) p[k] = p[k] * 0.999f + 0.001f;
+    });
+    rates.push_back(kLimitBytes / (secondsNow() - start));
   }
+  return median(rates);
+}
+
+double deviceBandwidth() {
   void* a = nullptr;
   void* b = nullptr;
-  cudaMalloc(&a, kFloats * sizeof(float));
-  cudaMalloc(&b, kFloats * sizeof(float));
-  for (int r = 0; r < kRepeats; ++r) {
-    constexpr int kCopies = 20;
-    cudaMemcpy(b, a, kFloats * sizeof(float), cudaMemcpyDeviceToDevice);
-    cudaDeviceSynchronize();
+  cudaMalloc(&a, kLimitFloats * sizeof(float));
+  cudaMalloc(&b, kLimitFloats * sizeof(float));
+  const auto copy = [&](int times) {
     const double start = secondsNow();
-    for (int c = 0; c < kCopies; ++c) {
-      cudaMemcpy(b, a, kFloats * sizeof(float), cudaMemcpyDeviceToDevice);
+    for (int c = 0; c < times; ++c) {
+      cudaMemcpy(b, a, kLimitFloats * sizeof(float), cudaMemcpyDeviceToDevice);
     }
     cudaDeviceSynchronize();
-    rates.push_back(kCopies * bytes / (secondsNow() - start));
-  }
+    return times * kLimitBytes / (secondsNow() - start);
+  };
+  copy(3);
+  std::vector<double> rates;
+  for (int r = 0; r < kRepeats; ++r) rates.push_back(copy(20));
   cudaFree(a);
   cudaFree(b);
   return median(rates);
 }
 
-struct Measurement {
-  double median = 0.0, least = 0.0, greatest = 0.0;  // seconds per iteration
-};
-
-// The seconds of one iteration on random costs that leave most pixels with one or two labels, as
+// The seconds of one iteration on random costs, which leave most pixels with one or two labels as
 // real data terms do.
-Measurement measureIteration(const Size& size) {
+Measurement measureIteration(const Size& size, int engine) {
   RatSeg solver;
   Params& par = solver.getParams();
   par.w = size.w;
@@ -93,6 +104,7 @@ Measurement measureIteration(const Size& size) {
   par.lambda = 5.0f;
   par.mu = 500.0f;
   par.eps = 10.0f;
+  par.engine = engine;
   std::cout.setstate(std::ios::failbit);  // the memory report is not wanted here
   const bool ok = solver.alloc();
   std::cout.clear();
@@ -118,7 +130,7 @@ Measurement measureIteration(const Size& size) {
     return (secondsNow() - start) / static_cast<double>(steps);
   };
   const double once = run(3);
-  const auto steps = static_cast<std::size_t>(std::clamp(0.4 / once, 3.0, 2000.0));
+  const auto steps = static_cast<std::size_t>(std::clamp(0.4 / once, 10.0, 2000.0));
   run(std::min<std::size_t>(steps, 50));  // past the start, where more projections are needed
   std::vector<double> times;
   for (int r = 0; r < kRepeats; ++r) times.push_back(run(steps));
@@ -127,15 +139,30 @@ Measurement measureIteration(const Size& size) {
           *std::max_element(times.begin(), times.end())};
 }
 
-void printLine(const Size& size, double bandwidth) {
-  const Measurement m = measureIteration(size);
-  if (m.median == 0.0) return;
+std::string engineName(int engine) {
+  if (engine == Params::engine_plain) return "plain";
+  return backend().isHost() ? "fused " + std::string(hostSweep().isa) : "auto";
+}
+
+// One line on standard output; returns the same as a JSON object, or nothing when the device has no
+// room.
+std::string measure(const Size& size, int engine, double bandwidth) {
+  const Measurement m = measureIteration(size, engine);
+  if (m.median == 0.0) return "";
   const double pli = static_cast<double>(size.w * size.h * size.n);
-  const double gbs = kBytesPerStep * pli / m.median * 1e-9;
-  std::printf("%5zux%-5zu x%-4zu %9.1f M pli/s (%.1f to %.1f)  %9.1f us  %7.2f GB/s  ratio %.2f\n",
-              size.w, size.h, size.n, pli / m.median * 1e-6, pli / m.greatest * 1e-6,
-              pli / m.least * 1e-6, m.median * 1e6, gbs, gbs * 1e9 / bandwidth);
+  const double gbs = kBytesPerStep * pli / m.median;
+  std::printf(
+      "%5zux%-5zu x%-4zu %-14s %9.1f M pli/s (%.1f to %.1f)  %9.1f us  %7.2f GB/s  ratio %.2f\n",
+      size.w, size.h, size.n, engineName(engine).c_str(), pli / m.median * 1e-6,
+      pli / m.greatest * 1e-6, pli / m.least * 1e-6, m.median * 1e6, gbs * 1e-9, gbs / bandwidth);
   std::fflush(stdout);
+  std::ostringstream json;
+  json << "{\"w\": " << size.w << ", \"h\": " << size.h << ", \"n\": " << size.n
+       << ", \"engine\": \"" << engineName(engine) << "\", \"seconds\": " << m.median
+       << ", \"seconds_least\": " << m.least << ", \"seconds_greatest\": " << m.greatest
+       << ", \"pli_per_second\": " << pli / m.median << ", \"ratio_to_limit\": " << gbs / bandwidth
+       << "}";
+  return json.str();
 }
 
 bool parseSize(const std::string& text, Size& size) {
@@ -144,27 +171,42 @@ bool parseSize(const std::string& text, Size& size) {
          static_cast<std::size_t>(used) == text.size() && size.w * size.h * size.n > 0;
 }
 
+bool parseArguments(int argc, char** argv, Job& job) {
+  for (int k = 1; k < argc; ++k) {
+    const std::string word = argv[k];
+    const std::string value = k + 1 < argc ? argv[k + 1] : "";
+    DeviceChoice choice = DeviceChoice::automatic;
+    Size size = {};
+    if (word == "-device" && parseDeviceChoice(value, choice)) {
+      chooseBackend(choice, std::cerr);
+      ++k;
+    } else if (word == "-engine" && (value == "plain" || value == "auto")) {
+      job.engines.push_back(value == "plain" ? Params::engine_plain : Params::engine_auto);
+      ++k;
+    } else if (word == "--json" && !value.empty()) {
+      job.json = value;
+      ++k;
+    } else if (parseSize(word, size)) {
+      job.sizes.push_back(size);
+    } else {
+      std::cerr << "ERROR: expected -device auto|cuda|host, -engine plain|auto, --json FILE or "
+                   "WxHxN, but found \""
+                << word << "\"" << std::endl;
+      return false;
+    }
+  }
+  if (job.sizes.empty()) {
+    job.sizes = {{64, 64, 3}, {512, 512, 5}, {1024, 1024, 8}, {2048, 2048, 8}, {1024, 1024, 64}};
+  }
+  if (job.engines.empty()) job.engines = {Params::engine_plain, Params::engine_auto};
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<Size> sizes;
-  for (int k = 1; k < argc; ++k) {
-    const std::string word = argv[k];
-    DeviceChoice choice = DeviceChoice::automatic;
-    Size size = {};
-    if (word == "-device" && k + 1 < argc && parseDeviceChoice(argv[k + 1], choice)) {
-      chooseBackend(choice, std::cerr);
-      ++k;
-    } else if (parseSize(word, size)) {
-      sizes.push_back(size);
-    } else {
-      std::cerr << "ERROR: expected -device auto|cuda|host or WxHxN, but found \"" << word << "\""
-                << std::endl;
-      return 1;
-    }
-  }
-  if (sizes.empty())
-    sizes = {{64, 64, 3}, {512, 512, 5}, {1024, 1024, 8}, {2048, 2048, 8}, {1024, 1024, 64}};
+  Job job;
+  if (!parseArguments(argc, argv, job)) return 1;
   int count = 0;
   if (cudaGetDeviceCount(&count) != cudaSuccess || count == 0) {
     std::cerr << "ERROR: no device" << std::endl;
@@ -172,8 +214,20 @@ int main(int argc, char** argv) {
   }
   cudaDeviceProp prop;
   cudaGetDeviceProperties(&prop, 0);
-  const double bandwidth = measureBandwidth();
-  std::printf("device: %s, in-place bandwidth %.1f GB/s\n", prop.name, bandwidth * 1e-9);
-  for (const Size& size : sizes) printLine(size, bandwidth);
-  return 0;
+  const double bandwidth = backend().isHost() ? hostBandwidth() : deviceBandwidth();
+  std::printf("device: %s, limit %.1f GB/s\n", prop.name, bandwidth * 1e-9);
+  std::string list;
+  for (const Size& size : job.sizes) {
+    for (int engine : job.engines) {
+      const std::string json = measure(size, engine, bandwidth);
+      if (!json.empty()) list += (list.empty() ? "\n    " : ",\n    ") + json;
+    }
+  }
+  if (job.json.empty()) return 0;
+  std::ofstream out(job.json);
+  out << "{\n  \"device\": \"" << prop.name << "\",\n  \"limit_bytes_per_second\": " << bandwidth
+      << ",\n  \"results\": [" << list << "\n  ]\n}\n";
+  if (out.flush()) return 0;
+  std::cerr << "ERROR: cannot write \"" << job.json << "\"" << std::endl;
+  return 1;
 }
