@@ -164,6 +164,32 @@ TEST_F(HostBackendTest, RefusesEmptyGridsAndBlocks) {
   EXPECT_EQ(cudaGetLastError(), cudaErrorInvalidConfiguration);
 }
 
+TEST_F(HostBackendTest, GridsAndBlocksAreLimitedInEachDirection) {
+  EXPECT_TRUE(admitHostLaunch("kernel", shapeOf({0x7fffffff}, {1})));
+  EXPECT_TRUE(admitHostLaunch("kernel", shapeOf({1, 65535, 1}, {1})));
+  EXPECT_TRUE(admitHostLaunch("kernel", shapeOf({1, 1, 65535}, {1})));
+  EXPECT_TRUE(admitHostLaunch("kernel", shapeOf({1}, {1, 1024, 1})));
+  EXPECT_TRUE(admitHostLaunch("kernel", shapeOf({1}, {1, 1, 64})));
+  EXPECT_EQ(cudaGetLastError(), cudaSuccess);
+  for (const LaunchShape& tooLong :
+       {shapeOf({0x80000000}, {1}), shapeOf({1, 65536, 1}, {1}), shapeOf({1, 1, 65536}, {1}),
+        shapeOf({1}, {1025, 1, 1}), shapeOf({1}, {1, 1025, 1}), shapeOf({1}, {1, 1, 65})}) {
+    EXPECT_FALSE(admitHostLaunch("kernel", tooLong));
+    EXPECT_EQ(cudaGetLastError(), cudaErrorInvalidConfiguration);
+  }
+}
+
+// Limits in x and y that only a device of larger blocks could show.
+TEST(HostBackendLimits, BlocksOfMoreThreadsAreNotLonger) {
+  HostConfig config = hostConfig(1);
+  config.properties = {defaultHostProperties()};
+  config.properties[0].maxThreadsPerBlock = 4096;
+  const HostMachine machine(config);
+  EXPECT_TRUE(admitHostLaunch("kernel", shapeOf({1}, {1024, 2, 2})));
+  EXPECT_FALSE(admitHostLaunch("kernel", shapeOf({1}, {1025, 1, 1})));
+  EXPECT_FALSE(admitHostLaunch("kernel", shapeOf({1}, {1, 1025, 1})));
+}
+
 TEST_F(HostBackendTest, RefusesMoreSharedMemoryThanABlockMayHave) {
   EXPECT_TRUE(admitHostLaunch("kernel", shapeOf({1}, {32}, 48 << 10)));
   EXPECT_FALSE(admitHostLaunch("kernel", shapeOf({1}, {32}, (48 << 10) + 1)));
@@ -269,6 +295,20 @@ TEST_F(HostEventTest, EventsAreRecordedOnTheirOwnDevice) {
   cudaSetDevice(0);
   EXPECT_EQ(cudaEventRecord(start_), cudaSuccess);
   EXPECT_EQ(cudaEventElapsedTime(&ms_, start_, other), cudaErrorInvalidResourceHandle);
+}
+
+TEST_F(HostEventTest, ADeviceMayWaitForAnEventOfAnother) {
+  cudaEventRecord(start_);
+  cudaSetDevice(2);
+  EXPECT_EQ(cudaStreamWaitEvent(0, start_), cudaSuccess);
+  EXPECT_EQ(cudaStreamWaitEvent(0, stop_), cudaSuccess) << "not recorded: nothing to wait for";
+  ASSERT_EQ(calls_.size(), 2u);
+  EXPECT_EQ(calls_[0].name, "cudaStreamWaitEvent");
+  EXPECT_EQ(calls_[0].device, 2);
+  EXPECT_EQ(calls_[0].awaited, 0);
+  int none = 0;
+  EXPECT_EQ(cudaStreamWaitEvent(0, &none), cudaErrorInvalidResourceHandle);
+  EXPECT_EQ(calls_.size(), 2u);
 }
 
 // --- errors ---

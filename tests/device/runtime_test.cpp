@@ -155,6 +155,15 @@ TEST_F(RuntimeTest, EventsThatWereNotRecordedHaveNoTime) {
   cudaEventDestroy(stop);
 }
 
+TEST_F(RuntimeTest, WorkCanBeHeldBackBehindAnEvent) {
+  cudaEvent_t event = nullptr;
+  ASSERT_EQ(cudaEventCreate(&event), cudaSuccess);
+  EXPECT_EQ(cudaEventRecord(event), cudaSuccess);
+  EXPECT_EQ(cudaStreamWaitEvent(0, event), cudaSuccess);
+  EXPECT_EQ(cudaDeviceSynchronize(), cudaSuccess);
+  EXPECT_EQ(cudaEventDestroy(event), cudaSuccess);
+}
+
 TEST_F(RuntimeTest, WaitsForTheDevice) { EXPECT_EQ(cudaDeviceSynchronize(), cudaSuccess); }
 
 TEST_F(RuntimeTest, ErrorsHaveTexts) {

@@ -138,6 +138,106 @@ TEST(ProjectOntoParabola, FindsTheNearestPointInEveryBranch) {
   }
 }
 
+// Beside the thresholds of the series the exact point and the series round differently here and
+// there, which tells them apart.
+using Formula = float (*)(float x, float y, float d);
+
+float seriesNearTheApex(float x, float y, float d) {
+  const float X = x / d, Y = y / d;
+  return x * (1.0f + Y / 2.0f + (2.0f * Y * Y - X * X) / 8.0f + Y * (Y * Y - 2.0f * X * X) / 8.0f);
+}
+
+float seriesFarAbove(float x, float y, float d) {
+  const float k = std::sqrt(d / (y * y * y));
+  const float A = k * y, B = std::abs(x) * k;
+  const float S =
+      1.0f + B / 2.0f - (3.0f * B * B + 8.0f * A * A) / 8.0f + B * (B * B + 2.0f * A * A) / 2.0f;
+  return x >= 0.0f ? 2.0f * y * y * k * S : -(2.0f * y * y * k * S);
+}
+
+float seriesFarBelow(float x, float y, float d) {
+  const float k = -d / (y * y * y);
+  return (k * (2.0f * x * y * y)) * (1.0f - k * (x * x + 2.0f * y * y));
+}
+
+float exactlyNearest(float x, float y, float d) {
+  return static_cast<float>(nearestOnParabola(x, y, d));
+}
+
+// Of points that lie outside the parabola, how many are projected as formula says, and how many as
+// the exact point says, where these two differ.
+struct Votes {
+  int formula = 0, exact = 0;
+};
+
+void vote(Votes& votes, Formula formula, float x, float y, float d) {
+  if (y >= x * (x * (1.0f / (4.0f * d)))) return;
+  const float series = formula(x, y, d);
+  const float exact = exactlyNearest(x, y, d);
+  if (series == exact) return;
+  const float got = projectOntoParabola(x, y, d).x;
+  votes.formula += got == series;
+  votes.exact += got == exact;
+}
+
+void expectOnly(int some, int none) {
+  EXPECT_GT(some, 20);
+  EXPECT_EQ(none, 0);
+}
+
+// Each of the two conditions |x| <= 0.005 d, |y| <= 0.005 d, from just inside and just outside.
+TEST(ProjectOntoParabola, TheSeriesNearTheApexEndsAtItsThresholds) {
+  Votes inside, outsideX, outsideY;
+  for (int k = 0; k < 1000; ++k) {
+    const float d = 0.5f + 0.01f * static_cast<float>(k);
+    const float y = -0.001f * d;
+    vote(inside, seriesNearTheApex, 0.00499f * d, y, d);
+    vote(inside, seriesNearTheApex, 0.003f * d, -0.00499f * d, d);
+    vote(outsideX, seriesNearTheApex, 0.00501f * d, y, d);
+    vote(outsideY, seriesNearTheApex, 0.003f * d, -0.00501f * d, d);
+  }
+  expectOnly(inside.formula, inside.exact);
+  expectOnly(outsideX.exact, outsideX.formula);
+  expectOnly(outsideY.exact, outsideY.formula);
+}
+
+// Conditions d x^2 <= 2.5e-5 y^3, d <= 2.5e-5 y, y > 0.
+TEST(ProjectOntoParabola, TheSeriesFarAboveEndsAtItsThresholds) {
+  Votes inside, outsideX, outsideD;
+  for (int k = 0; k < 1000; ++k) {
+    const float y = 0.5f + 0.01f * static_cast<float>(k);
+    const float narrow = 1e-5f * y;
+    const float edge = std::sqrt(2.5e-5f * y * y * y / narrow);
+    vote(inside, seriesFarAbove, 0.999f * edge, y, narrow);
+    vote(inside, seriesFarAbove, -0.999f * edge, y, narrow);
+    vote(outsideX, seriesFarAbove, 1.001f * edge, y, narrow);
+    const float wide = 2.505e-5f * y;
+    const float x = 0.99f * std::sqrt(2.5e-5f * y * y * y / wide);
+    vote(outsideD, seriesFarAbove, x, y, wide);
+    vote(inside, seriesFarAbove, x, y, 2.495e-5f * y);
+  }
+  expectOnly(inside.formula, inside.exact);
+  expectOnly(outsideX.exact, outsideX.formula);
+  expectOnly(outsideD.exact, outsideD.formula);
+}
+
+// Conditions d x^2 <= 0.005 (-y^3), d <= 0.005 (-y), y < 0.
+TEST(ProjectOntoParabola, TheSeriesFarBelowEndsAtItsThresholds) {
+  Votes inside, outsideX, outsideD;
+  for (int k = 0; k < 1000; ++k) {
+    const float y = -0.5f - 0.01f * static_cast<float>(k);
+    const float d = -0.004f * y;
+    const float edge = std::sqrt(-0.005f * y * y * y / d);
+    vote(inside, seriesFarBelow, 0.999f * edge, y, d);
+    vote(outsideX, seriesFarBelow, 1.001f * edge, y, d);
+    vote(inside, seriesFarBelow, -0.5f * y, y, -0.00499f * y);
+    vote(outsideD, seriesFarBelow, -0.5f * y, y, -0.00501f * y);
+  }
+  expectOnly(inside.formula, inside.exact);
+  expectOnly(outsideX.exact, outsideX.formula);
+  expectOnly(outsideD.exact, outsideD.formula);
+}
+
 TEST(ProjectOntoParabola, KeepsPointsInside) {
   const float2 p = projectOntoParabola(1.0f, 0.5f, 1.0f);
   EXPECT_EQ(p.x, 1.0f);
@@ -160,6 +260,11 @@ TEST(ProjectOntoParabola, OfNoWidthIsTheUpperAxis) {
     EXPECT_EQ(p.y, 0.0f);
     EXPECT_EQ(projectOntoParabola(3.0f, 2.0f, d).y, 2.0f);
   }
+}
+
+TEST(ProjectOntoParabola, HasWidthFromOneTrillionthOn) {
+  EXPECT_GT(projectOntoParabola(3.0f, 2.0f, 1.01e-12f).x, 1e-6f);
+  EXPECT_EQ(projectOntoParabola(3.0f, 2.0f, 0.99e-12f).x, 0.0f);
 }
 
 TEST(ProjectOntoIntervalCone, FindsTheNearestPoint) {

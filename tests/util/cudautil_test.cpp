@@ -74,6 +74,18 @@ TEST(EnablePeerAccess, WithoutAccessADeviceStillReachesItself) {
   EXPECT_EQ(currentDevice(), 2);
 }
 
+TEST(EnablePeerAccess, ADeviceListedTwiceReachesItselfInBothPlaces) {
+  const HostMachine machine(hostConfig(3, false));
+  int dev[] = {1, 2, 1};
+  bool* can = nullptr;
+  CudaUtil::enablePeerAccess(dev, 3, &can);
+  EXPECT_TRUE(can[2 * 3 + 0]);
+  EXPECT_TRUE(can[0 * 3 + 2]);
+  EXPECT_FALSE(can[1 * 3 + 0]);
+  EXPECT_FALSE(can[2 * 3 + 1]);
+  delete[] can;
+}
+
 TEST(EnablePeerAccess, EntryOfRowJColumnISaysWhetherDeviceIReachesJ) {
   // Where only device 0 reaches device 1, not the other way round.
   class OneWay final : public ForwardingBackend {

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cfloat>
+#include <limits>
+
 namespace namespace_ratseg {
 namespace {
 
@@ -23,6 +26,13 @@ TEST(ClampToDisc, PullsPointsOutsideOntoTheCircle) {
 TEST(ClampToDisc, RadiusZeroIsTheOrigin) {
   expectPoint(clampToDisc(3.0f, -4.0f, 0.0f), 0.0f, 0.0f);
   expectPoint(clampToDisc(0.0f, 0.0f, 0.0f), 0.0f, 0.0f);
+}
+
+TEST(ClampToDisc, RadiusZeroIsTheOriginOfWhateverIsNotANumberToo) {
+  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+  constexpr float inf = std::numeric_limits<float>::infinity();
+  expectPoint(clampToDisc(nan, inf, 0.0f), 0.0f, 0.0f);
+  expectPoint(clampToDisc(-inf, nan, 0.0f), 0.0f, 0.0f);
 }
 
 TEST(ClampToDisc, RadiusFltMaxIsNoBound) {

@@ -5,6 +5,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "support/forwarding_backend.h"
 #include "support/machine.h"
 #include "util/sum.h"
 
@@ -113,6 +114,42 @@ TEST_F(SumScratchTest, IsPolymorphicWithFieldsInOrder) {
       address(summator_.n_saved), address(summator_.sm),    address(summator_.debug),
       address(summator_.check)};
   EXPECT_TRUE(std::is_sorted(fields.begin(), fields.end()));
+}
+
+// --- gaps of a pitched array ---
+
+// Remembers the fills of rows, and does not do them.
+class RowFills final : public ForwardingBackend {
+ public:
+  using ForwardingBackend::ForwardingBackend;
+  cudaError_t memset2D(void* ptr, std::size_t pitch, int value, std::size_t width,
+                       std::size_t height) override {
+    fills.push_back({ptr, pitch, value, width, height});
+    return cudaSuccess;
+  }
+
+  struct Fill {
+    void* ptr;
+    std::size_t pitch;
+    int value;
+    std::size_t width, height;
+    bool operator==(const Fill&) const = default;
+  };
+  std::vector<Fill> fills;
+};
+
+TEST_F(SumScratchTest, GapsAreClearedInOneCallAndRowsWithoutGapsInNone) {
+  RowFills fills(machine_.backend);
+  cudaarray<float> a(40);
+  cudaarray<float> sum(1);
+  {
+    // No rows: kernels cannot be launched on this backend.
+    const BackendScope scope(fills);
+    summator_.sumup(sum, a, 5, 0, 8 * sizeof(float));
+    EXPECT_EQ(fills.fills, (std::vector<RowFills::Fill>{{a.ptr + 5, 32, 0, 12, 0}}));
+    summator_.sumup(sum, a, 8, 0, 8 * sizeof(float));
+    EXPECT_EQ(fills.fills.size(), 1u);
+  }
 }
 
 // --- failures ---

@@ -129,6 +129,23 @@ TEST_F(LabelingKernels, DualStepWithoutLambdaSetsPToZero) {
   for (const Band& b : bands()) testDualStep(b, 0.0f, randomFloats(b.w * b.rows(), 3));
 }
 
+TEST_F(LabelingKernels, DualStepWithoutLambdaForgetsWhatIsNotANumber) {
+  const Band b = {20, 3, 2, 0, 3};
+  std::vector<float> u = randomFloats(b.plane() * b.n, 1);
+  u[b.uAt(5, 1, 0)] = std::numeric_limits<float>::quiet_NaN();
+  u[b.uAt(9, 2, 1)] = std::numeric_limits<float>::infinity();
+  const DeviceFloats du(u);
+  const DeviceValues<float2> dp(randomVectors(b.plane() * b.n, 2, -0.5f, 0.5f));
+  ratSegKernels().ratseg_dual_p(b.shape(), dp, du, nullptr, 0.0f, 1.0f, b.w, b.h, 0, 3, b.n);
+  const std::vector<float2> p = dp.values();
+  for (std::size_t k = 0; k < 60; ++k) {
+    ASSERT_EQ(p[b.pAt(k % 20, k / 20, 0)].x, 0.0f);
+    ASSERT_EQ(p[b.pAt(k % 20, k / 20, 0)].y, 0.0f);
+    ASSERT_EQ(p[b.pAt(k % 20, k / 20, 1)].x, 0.0f);
+    ASSERT_EQ(p[b.pAt(k % 20, k / 20, 1)].y, 0.0f);
+  }
+}
+
 TEST_F(LabelingKernels, DualStepWithLambdaAtFltMaxIsUnbounded) {
   for (const Band& b : bands()) testDualStep(b, FLT_MAX, randomFloats(b.w * b.rows(), 3));
 }
@@ -276,6 +293,22 @@ TEST_F(LabelingKernels, OneLabelIsOneEverywhere) {
                                 1);
   const std::vector<float> u = du.values();
   for (std::size_t k = 0; k < 90; ++k) ASSERT_NEAR(u[k], 1.0f, 1e-6f);
+}
+
+TEST_F(LabelingKernels, NegativeRadiiDoNotBind) {
+  const Band b = {20, 3, 2, 0, 3};
+  const std::vector<float> u = randomFloats(b.plane() * b.n, 1);
+  const std::vector<float2> p = randomVectors(b.plane() * b.n, 2, -5.0f, 5.0f);
+  const DeviceFloats du(u);
+  const DeviceValues<float2> bound(p);
+  const DeviceValues<float2> free(p);
+  ratSegKernels().ratseg_dual_p(b.shape(), bound, du, nullptr, -0.5f, 1.0f, b.w, b.h, 0, 3, b.n);
+  ratSegKernels().ratseg_dual_p(b.shape(), free, du, nullptr, FLT_MAX, 1.0f, b.w, b.h, 0, 3, b.n);
+  const std::vector<float2> got = bound.values(), expected = free.values();
+  for (std::size_t k = 0; k < got.size(); ++k) {
+    ASSERT_EQ(got[k].x, expected[k].x);
+    ASSERT_EQ(got[k].y, expected[k].y);
+  }
 }
 
 TEST_F(LabelingKernels, ManyLabelsFitASmallBlock) {

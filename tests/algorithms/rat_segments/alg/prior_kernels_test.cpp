@@ -58,6 +58,14 @@ TEST_F(PriorKernels, OnlyTheFirstNLabelsAreTouched) {
   EXPECT_EQ(to.values(), (std::vector<float>{10, 20, 3}));
 }
 
+// Of a grid only block 0 works, and a thread's label is its linear index in the block.
+TEST_F(PriorKernels, EachLabelIsTheWorkOfOneThreadOfTheFirstBlock) {
+  const DeviceFloats total({1, 2, 3, 4, 5, 6, 7, 8});
+  const DeviceFloats part({10, 20, 30, 40, 50, 60, 70, 80});
+  ratSegKernels().computeSumU_sumKernel({{2, 3, 2}, {2, 2, 2}, 0}, total, part, 7);
+  EXPECT_EQ(total.values(), (std::vector<float>{11, 22, 33, 44, 55, 66, 77, 8}));
+}
+
 TEST_F(PriorKernels, GammaClimbsTheDifferenceOfShareAndLabeling) {
   const DeviceFloats gamma({0.5f, -1.0f});
   const DeviceFloats a({0.25f, 0.75f});
@@ -138,6 +146,20 @@ TEST_F(PriorKernels, IntervalWithNegativeBoundsUsesTheOtherSide) {
   const Point p = intervalProjection(-4.0f, 0.0f, -1.0f, -0.5f);
   EXPECT_FLOAT_EQ(p.alpha, -4.0f / 1.25f);
   EXPECT_FLOAT_EQ(p.beta, -0.5f * (-4.0f / 1.25f));
+}
+
+TEST_F(PriorKernels, IntervalWithNegativeBoundsHasALowerRayOnTheOtherSide) {
+  // hi y + x = 5.5 > 0 is not for a negative hi; lo y + x = 7
+  const Point p = intervalProjection(4.0f, -3.0f, -1.0f, -0.5f);
+  EXPECT_FLOAT_EQ(p.alpha, 3.5f);
+  EXPECT_FLOAT_EQ(p.beta, -3.5f);
+}
+
+TEST_F(PriorKernels, IntervalTriesTheUpperRayFirst) {
+  // With lo = -1 < 0 < hi = 0.5 both rays would take (2, 0).
+  const Point p = intervalProjection(2.0f, 0.0f, -1.0f, 0.5f);
+  EXPECT_FLOAT_EQ(p.alpha, 1.6f);
+  EXPECT_FLOAT_EQ(p.beta, 0.8f);
 }
 
 TEST_F(PriorKernels, LowerBoundClimbsWithoutProjection) {

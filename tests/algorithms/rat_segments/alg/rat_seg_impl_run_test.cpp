@@ -14,6 +14,7 @@
 #include "device/runtime.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
+#include "util/cudadefs.h"
 
 namespace namespace_ratseg {
 namespace {
@@ -23,7 +24,7 @@ using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 
 // The calls of a machine as "device:name"; passes of the summation are joined into one "sum" per
-// label.
+// label, and a device that waits for what another one has queued is "device:after other".
 class Trace {
  public:
   explicit Trace(HostMachine& machine) {
@@ -36,7 +37,9 @@ class Trace {
   void record(const HostBackend::Call& call) {
     full.push_back(call);
     const bool sum = call.name.rfind("cuda_sum_kernel", 0) == 0;
-    calls.push_back(std::to_string(call.device) + ":" + (sum ? "sum" : call.name));
+    const bool after = call.name == "cudaStreamWaitEvent";
+    const std::string name = after ? "after " + std::to_string(call.awaited) : call.name;
+    calls.push_back(std::to_string(call.device) + ":" + (sum ? "sum" : name));
   }
 };
 
@@ -80,17 +83,23 @@ TEST(RatSegImplRun, TheKindOfPriorChoosesItsKernels) {
               ElementsAre("0:ratseg_dual_alphabeta__lowerBound", "0:ratseg_prim_a__lowerBound"));
 }
 
+// A kernel that reads another device's memory starts after what that device has queued.
 TEST(RatSegImplRun, DevicesWithPeerAccessExchangeByKernels) {
   EXPECT_THAT(
       traceOfOneStep(3, true, Params::kind_prior_none),
-      ElementsAre("0:ratseg_dual_p", "1:ratseg_dual_p", "2:ratseg_dual_p",            //
-                  "1:ratseg_copyLastToFirst", "2:ratseg_copyLastToFirst",             //
-                  "0:sum", "0:sum", "1:sum", "1:sum", "2:sum", "2:sum",               //
-                  "0:computeSumU_sumKernel", "0:computeSumU_sumKernel",               //
-                  "0:ratseg_dual_gamma", "1:ratseg_copyGamma", "2:ratseg_copyGamma",  //
-                  "0:ratseg_prim_a__gamma",                                           //
-                  "0:ratseg_prim_u", "1:ratseg_prim_u", "2:ratseg_prim_u",            //
-                  "0:ratseg_copyFirstToLast", "1:ratseg_copyFirstToLast",             //
+      ElementsAre("0:ratseg_dual_p", "1:ratseg_dual_p", "2:ratseg_dual_p",  //
+                  "1:after 0", "1:ratseg_copyLastToFirst",                  //
+                  "2:after 1", "2:ratseg_copyLastToFirst",                  //
+                  "0:sum", "0:sum", "1:sum", "1:sum", "2:sum", "2:sum",     //
+                  "0:after 1", "0:computeSumU_sumKernel",                   //
+                  "0:after 2", "0:computeSumU_sumKernel",                   //
+                  "0:ratseg_dual_gamma",                                    //
+                  "1:after 0", "1:ratseg_copyGamma",                        //
+                  "2:after 0", "2:ratseg_copyGamma",                        //
+                  "0:ratseg_prim_a__gamma",                                 //
+                  "0:ratseg_prim_u", "1:ratseg_prim_u", "2:ratseg_prim_u",  //
+                  "0:after 1", "0:ratseg_copyFirstToLast",                  //
+                  "1:after 2", "1:ratseg_copyFirstToLast",                  //
                   "0:cudaDeviceSynchronize", "1:cudaDeviceSynchronize", "2:cudaDeviceSynchronize"));
 }
 
@@ -108,6 +117,134 @@ TEST(RatSegImplRun, DevicesWithoutPeerAccessExchangeByCopies) {
                   "0:cudaMemcpyPeer", "0:cudaMemcpyPeer",                          //
                   "1:cudaMemcpyPeer", "1:cudaMemcpyPeer",                          //
                   "0:cudaDeviceSynchronize", "1:cudaDeviceSynchronize", "2:cudaDeviceSynchronize"));
+}
+
+// The calls of one step of two devices of which only one reaches the other.
+std::vector<std::string> traceOneWay(int reaching, int reached) {
+  HostMachine machine(hostConfig(2));
+  SolverProblem p = randomProblem(4, 6, 1);
+  p.par.engine = Params::engine_plain;
+  p.par.kind_prior = Params::kind_prior_none;
+  p.par.Nsteps = 1;
+  p.par.outModulo = 2;
+  p.par.gpu = {0, 1};
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  solver.canAccess_array[reaching * 2 + reached] = false;  // of reached to reaching
+  EXPECT_TRUE(solver.canAccess(reaching, reached));
+  EXPECT_FALSE(solver.canAccess(reached, reaching));
+  Trace trace(machine);
+  solver.run();
+  machine.backend.setObserver({});
+  solver.free();
+  return trace.calls;
+}
+
+TEST(RatSegImplRun, EachExchangeAsksForTheAccessThatItNeeds) {
+  EXPECT_THAT(traceOneWay(1, 0), ElementsAre("0:ratseg_dual_p", "1:ratseg_dual_p",            //
+                                             "1:after 0", "1:ratseg_copyLastToFirst",         //
+                                             "0:sum", "1:sum",                                //
+                                             "0:cudaMemcpy", "1:cudaMemcpy", "0:cudaMemcpy",  //
+                                             "0:ratseg_dual_gamma",                           //
+                                             "1:after 0", "1:ratseg_copyGamma",               //
+                                             "0:ratseg_prim_a__gamma",                        //
+                                             "0:ratseg_prim_u", "1:ratseg_prim_u",            //
+                                             "0:cudaMemcpyPeer",                              //
+                                             "0:cudaDeviceSynchronize", "1:cudaDeviceSynchronize"));
+  EXPECT_THAT(traceOneWay(0, 1), ElementsAre("0:ratseg_dual_p", "1:ratseg_dual_p",       //
+                                             "1:cudaMemcpyPeer",                         //
+                                             "0:sum", "1:sum",                           //
+                                             "0:after 1", "0:computeSumU_sumKernel",     //
+                                             "0:ratseg_dual_gamma", "1:cudaMemcpyPeer",  //
+                                             "0:ratseg_prim_a__gamma",                   //
+                                             "0:ratseg_prim_u", "1:ratseg_prim_u",       //
+                                             "0:after 1", "0:ratseg_copyFirstToLast",    //
+                                             "0:cudaDeviceSynchronize", "1:cudaDeviceSynchronize"));
+}
+
+// Bands on one device are in its order already.
+TEST(RatSegImplRun, BandsOfOneDeviceDoNotWaitForEachOther) {
+  HostMachine machine(hostConfig(1));
+  SolverProblem p = randomProblem(4, 6, 2);
+  p.par.engine = Params::engine_plain;
+  p.par.Nsteps = 2;
+  p.par.outModulo = 3;
+  p.par.gpu = {0, 0, 0};
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  Trace trace(machine);
+  solver.run();
+  machine.backend.setObserver({});
+  EXPECT_THAT(trace.calls, testing::Not(testing::Contains("0:after 0")));
+  EXPECT_THAT(trace.calls, testing::Contains("0:ratseg_copyLastToFirst").Times(4));
+  solver.free();
+}
+
+// The calls of a run that no check follows. Between two calls there is a check of the first and,
+// where the device changes, one of selecting the second's.
+std::vector<std::string> uncheckedCalls(int devices, bool peer, int kind_prior, bool report) {
+  HostMachine machine(hostConfig(devices, peer));
+  SolverProblem p = randomProblem(4, 6, 2);
+  p.par.engine = Params::engine_plain;
+  p.par.kind_prior = kind_prior;
+  p.par.Nsteps = 1;
+  p.par.outModulo = report ? 1 : 2;
+  for (int d = 0; d < devices; ++d) p.par.gpu.push_back(d);
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  std::vector<std::string> unchecked;
+  std::string previous;
+  int device = 0;
+  int last = lastcalls_pos;
+  const auto expectChecks = [&](int count) {
+    const int checks = (lastcalls_pos - last + kLastCalls) % kLastCalls;
+    if (!previous.empty() && checks < count) unchecked.push_back(previous);
+    last = lastcalls_pos;
+  };
+  machine.backend.setObserver([&](const HostBackend::Call& call) {
+    expectChecks(call.device != device ? 2 : 1);
+    device = call.device;
+    previous = call.name;
+  });
+  CaptureStdout();
+  solver.run();
+  GetCapturedStdout();
+  std::cout << std::defaultfloat;
+  expectChecks(1);
+  machine.backend.setObserver({});
+  for (const auto& [file, line] : lastcalls) {
+    EXPECT_EQ(file, "src/algorithms/rat_segments/alg/rat_seg_impl");
+  }
+  solver.free();
+  return unchecked;
+}
+
+TEST(RatSegImplRun, EveryCallIsFollowedByACheck) {
+  using testing::IsEmpty;
+  for (int kind = 0; kind <= 3; ++kind) {
+    EXPECT_THAT(uncheckedCalls(3, true, kind, false), IsEmpty()) << "kind " << kind;
+    EXPECT_THAT(uncheckedCalls(3, false, kind, false), IsEmpty()) << "kind " << kind;
+  }
+  EXPECT_THAT(uncheckedCalls(1, true, Params::kind_prior_none, true), IsEmpty());
+}
+
+TEST(RatSegImplRun, OtherDevicesGetGammaAndNothingElseOfTheShares) {
+  for (const bool peer : {true, false}) {
+    const HostMachine machine(hostConfig(2, peer));
+    SolverProblem p = randomProblem(9, 8, 3);
+    p.par.gpu = {0, 1};
+    RatSegImpl solver(p.par);
+    setUp(solver, p);
+    solver.run();
+    const gpudata& first = solver.arrays[0];
+    const gpudata& other = solver.arrays[1];
+    EXPECT_EQ(toHost(other.gamma), toHost(first.gamma));
+    EXPECT_NE(toHost(first.gamma), std::vector<float>(3));
+    for (const auto* array : {&other.a, &other.a_bar, &other.alpha, &other.beta}) {
+      EXPECT_EQ(toHost(*array), std::vector<float>(3));
+    }
+    solver.free();
+  }
 }
 
 TEST(RatSegImplRun, LaunchShapesAreThoseOfTheBand) {
@@ -166,9 +303,34 @@ TEST(RatSegImplRun, NothingWaitsInsideAnIterationWithPeerAccess) {
   solver.free();
 }
 
+TEST(RatSegImplRun, EveryPeriodWaitsAtTheTopOfItsStep) {
+  HostMachine machine;
+  SolverProblem p = randomProblem(4, 6, 2);
+  p.par.engine = Params::engine_plain;
+  p.par.Nsteps = 5;
+  p.par.outModulo = 2;
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  Trace trace(machine);
+  CaptureStdout();
+  solver.run();
+  GetCapturedStdout();
+  std::cout << std::defaultfloat;
+  machine.backend.setObserver({});
+  std::string order;
+  for (const std::string& call : trace.calls) {
+    if (call == "0:ratseg_dual_p") order += "(";
+    if (call == "0:ratseg_prim_u") order += ")";
+    if (call == "0:cudaDeviceSynchronize") order += "wait";
+  }
+  EXPECT_EQ(order, "()wait()()wait()()wait");
+  solver.free();
+}
+
 TEST(RatSegImplRun, NoStepsStillWaitForAllDevices) {
   HostMachine machine(hostConfig(2));
   SolverProblem p = randomProblem(4, 4, 2);
+  p.par.engine = Params::engine_plain;
   p.par.Nsteps = 0;
   p.par.gpu = {0, 1};
   RatSegImpl solver(p.par);
@@ -195,6 +357,24 @@ TEST(RatSegImplRun, ConstAlphaFollowsTheKindOfPrior) {
     solver.par.kind_prior = kind;
     solver.run();
     EXPECT_EQ(solver.constAlpha, expected) << "kind " << kind;
+  }
+  solver.free();
+}
+
+TEST(RatSegImplRun, AnyKindOfWeightButNoneMeansTheWeightArray) {
+  const HostMachine machine(hostConfig(2));
+  SolverProblem p = randomProblem(5, 4, 3);
+  p.par.Nsteps = 0;
+  p.par.gpu = {0, 1};
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  for (const int kind : {1, 7, -1, 0}) {
+    solver.kind_weight = kind;
+    solver.run();
+    for (int d = 0; d < 2; ++d) {
+      const gpudata& g = solver.arrays[d];
+      EXPECT_EQ(g.weightHat, kind != 0 ? g.weight.get_ptr() : nullptr) << "kind " << kind;
+    }
   }
   solver.free();
 }
@@ -247,6 +427,29 @@ TEST(RatSegImplRun, CancelStopsBeforeTheNextIteration) {
   solver.free();
 }
 
+TEST(RatSegImplRun, ACancelledStepPrintsNothingEvenWhenItIsDue) {
+  HostMachine machine;
+  SolverProblem p = randomProblem(7, 6, 2);
+  p.par.engine = Params::engine_plain;
+  p.par.Nsteps = 50;
+  p.par.outModulo = 2;
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  int done = 0;
+  machine.backend.setObserver([&](const HostBackend::Call& call) {
+    if (call.name == "ratseg_prim_u" && ++done == 3) p.par.cancel = true;
+  });
+  CaptureStdout();
+  solver.run();
+  const std::string out = GetCapturedStdout();
+  std::cout << std::defaultfloat;
+  EXPECT_THAT(out, testing::StartsWith("Step 2 of 50\n"));
+  EXPECT_THAT(out, testing::Not(testing::HasSubstr("Step 4")));
+  EXPECT_EQ(done, 3);
+  machine.backend.setObserver({});
+  solver.free();
+}
+
 // One run's standard output.
 std::string outputOf(SolverProblem p, std::size_t Nsteps, std::size_t outModulo) {
   const HostMachine machine;
@@ -287,6 +490,63 @@ TEST(RatSegImplReport, APeriodOfTheWholeRunPrintsNoStepLine) {
 
 TEST(RatSegImplReport, ALongerPeriodThanTheRunPrintsNothing) {
   EXPECT_EQ(outputOf(randomProblem(6, 5, 3), 4, 5), "");
+}
+
+// Shares that agree with the labeling, so that gamma stays 0 and the step changes no share.
+TEST(RatSegImplReport, LinesOfKnownShares) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(5, 2, 3);
+  p.par.kind_prior = Params::kind_prior_none;
+  p.ratios = {0.25f, 0.75f, 0.0f};
+  p.sigmas = {0.05f, 0.0f, 0.0f};
+  p.par.Nsteps = p.par.outModulo = 1;
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  gpudata& g = solver.arrays[0];
+  const float shares[] = {0.3f, 0.45f, 0.4f};
+  const float alpha[] = {-1.5f, 2.0f, 0.0f};
+  const float beta[] = {0.0f, -0.25f, 0.0f};
+  g.a.copyFromHost(shares);
+  g.a_bar.copyFromHost(shares);
+  g.alpha.copyFromHost(alpha);
+  g.beta.copyFromHost(beta);
+  std::vector<float> u_bar(g.NOffset);
+  u_bar[0] = 3.0f;
+  u_bar[g.NOmegaOffset] = 4.5f;
+  u_bar[2 * g.NOmegaOffset] = 4.0f;
+  g.u_bar.copyFromHost(u_bar.data());
+  CaptureStdout();
+  solver.run();
+  const std::string out = GetCapturedStdout();
+  EXPECT_TRUE(std::cout.flags() & std::ios::fixed) << "the notation is left as it is";
+  std::cout << std::defaultfloat;
+  // bound of label 0 is 15, less what single precision loses; label 1 has no spread
+  EXPECT_EQ(out,
+            "  a0=0.300000, sum_u=0.300000,  gamma= 0.000000,    q=0.500000, q0=0.250000, "
+            "s0=0.050000,  (q-q0)/s0= 5.000000, bound= 14.999999,  alpha=-1.500000, beta= "
+            "0.000000\n"
+            "  a1=0.450000, sum_u=0.450000,  gamma= 0.000000,    q=0.750000, q0=0.750000, "
+            "s0=0.000000,  (q-q0)/s0=-inf, bound= inf,  alpha= 2.000000, beta=-0.250000\n"
+            "  a2=0.400000, sum_u=0.400000,  gamma= 0.000000\n");
+  solver.free();
+}
+
+TEST(RatSegImplReport, AnArrayThatIsNotAllocatedIsSaidAndReportedAsZero) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(5, 2, 2);
+  p.par.kind_prior = Params::kind_prior_none;
+  p.par.Nsteps = p.par.outModulo = 1;
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  solver.arrays[0].alpha.free();
+  CaptureStdout();
+  testing::internal::CaptureStderr();
+  solver.run();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "ERROR: (cudaarray.copyToHost(T*)): source array not allocated\n");
+  EXPECT_THAT(GetCapturedStdout(), testing::HasSubstr(",  alpha= 0.000000, beta="));
+  std::cout << std::defaultfloat;
+  solver.free();
 }
 
 // Shares that the report can be checked on by hand: a run whose one iteration leaves them as they
@@ -452,6 +712,35 @@ TEST_P(HaloTest, SumsOfAllBandsWithoutHaloRowsAreGatheredOnTheFirstDevice) {
     EXPECT_EQ(toHost(solver_->arrays[0].sum_u), expected);
     solver_->free();
   }
+}
+
+// Of three bands one reaches the first device by a kernel, the other by copies.
+TEST(RatSegImplSums, OnlyBandsOutOfReachGoThroughTheHost) {
+  HostMachine machine(hostConfig(3));
+  SolverProblem p = randomProblem(4, 6, 2);
+  p.par.gpu = {0, 1, 2};
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  for (int d = 0; d < 3; ++d) {
+    gpudata& g = solver.arrays[d];
+    std::vector<float> u(g.NOffset);
+    u[0] = static_cast<float>(1 + d);
+    u[g.NOmegaOffset] = static_cast<float>(10 * (1 + d));
+    g.u_bar.copyFromHost(u.data());
+  }
+  for (const int outOfReach : {1, 2}) {
+    for (int d = 1; d < 3; ++d) solver.canAccess_array[d * 3 + 0] = d != outOfReach;
+    Trace trace(machine);
+    solver.computeSumU__save_on_gpu0();
+    machine.backend.setObserver({});
+    const std::string kernel = std::to_string(3 - outOfReach);
+    const std::string copied = std::to_string(outOfReach);
+    EXPECT_THAT(trace.calls, ElementsAre("0:sum", "0:sum", "1:sum", "1:sum", "2:sum", "2:sum",  //
+                                         "0:after " + kernel, "0:computeSumU_sumKernel",        //
+                                         "0:cudaMemcpy", copied + ":cudaMemcpy", "0:cudaMemcpy"));
+    EXPECT_EQ(toHost(solver.arrays[0].sum_u), (std::vector<float>{6, 60}));
+  }
+  solver.free();
 }
 
 INSTANTIATE_TEST_SUITE_P(Bands, HaloTest, testing::Values(1, 2, 3));

@@ -5,11 +5,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
+#include <cstdint>
+#include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "device/runtime.h"
+#include "support/forwarding_backend.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
 
@@ -70,6 +76,68 @@ TEST(RatSegImplStart, HoldsNothingBeforeAlloc) {
   EXPECT_EQ(solver.ind_bgr, 0u);
 }
 
+std::uintptr_t addressOf(const void* field) { return reinterpret_cast<std::uintptr_t>(field); }
+
+TEST(RatSegImplStart, FieldsAreInOrder) {
+  Params par;
+  const RatSegImpl s(par);
+  const std::vector<std::uintptr_t> places = {
+      addressOf(&s.arrays),     addressOf(&s.allocatedArrays), addressOf(&s.nDev),
+      addressOf(&s.dev),        addressOf(&s.kind_weight),     addressOf(&s.scaleOmega),
+      addressOf(&s.constGamma), addressOf(&s.constAlpha),      addressOf(&s.canAccess_array),
+      addressOf(&s.block_copy), addressOf(&s.grid_copy),       addressOf(&s.ind_bgr),
+      addressOf(&s.sum_u_host)};
+  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
+}
+
+// The arrays of a record in its order.
+template <class Body>
+void forEachArray(gpudata& g, Body&& body) {
+  const auto all = [&body](auto&... array) { (body(array), ...); };
+  all(g.u, g.u_bar, g.p, g.a, g.a_bar, g.gamma, g.sum_u, g.alpha, g.beta, g.ratios, g.sigmas,
+      g.mins, g.maxs, g.rho, g.weight, g.scribbles, g.image);
+}
+
+TEST(GpuData, FieldsAreInOrder) {
+  const HostMachine machine;
+  gpudata g;
+  std::vector<std::uintptr_t> places;
+  forEachArray(g, [&](auto& array) { places.push_back(addressOf(&array)); });
+  for (const void* field :
+       {static_cast<const void*>(&g.ymin), static_cast<const void*>(&g.ymax),
+        static_cast<const void*>(&g.h), static_cast<const void*>(&g.NOmega),
+        static_cast<const void*>(&g.NOmegaOffset), static_cast<const void*>(&g.N),
+        static_cast<const void*>(&g.NOffset), static_cast<const void*>(&g.block),
+        static_cast<const void*>(&g.grid), static_cast<const void*>(&g.weightHat),
+        static_cast<const void*>(&g.summator)}) {
+    places.push_back(addressOf(field));
+  }
+  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
+}
+
+TEST(GpuData, DestructorFreesTheArraysInReverseOrder) {
+  class Frees final : public ForwardingBackend {
+   public:
+    using ForwardingBackend::ForwardingBackend;
+    cudaError_t free(void* ptr) override {
+      freed.push_back(ptr);
+      return ForwardingBackend::free(ptr);
+    }
+    std::vector<void*> freed;
+  };
+  HostMachine machine;
+  auto g = std::make_unique<gpudata>();
+  std::vector<void*> expected;
+  forEachArray(*g, [&](auto& array) {
+    array.alloc(3);
+    expected.insert(expected.begin(), array.get_ptr());
+  });
+  Frees frees(machine.backend);
+  const BackendScope scope(frees);
+  g.reset();
+  EXPECT_EQ(frees.freed, expected);
+}
+
 TEST(RatSegImplAlloc, OneDeviceHoldsTheWholeImage) {
   const HostMachine machine;
   Params par = smallParams(300, 7, 3);
@@ -123,6 +191,17 @@ TEST(RatSegImplAlloc, EveryArrayHasItsLengthAndIsZero) {
     EXPECT_EQ(g.scribbles.numElem(), 5u * 7u);
     EXPECT_EQ(g.image.numElem(), rows * 5);
   }
+  solver.free();
+}
+
+TEST(RatSegImplAlloc, EndsWithTheStartOfTheIteration) {
+  const HostMachine machine;
+  Params par = smallParams(5, 7, 3);
+  RatSegImpl solver(par);
+  ASSERT_TRUE(solver.alloc());
+  const std::vector<float> u = toHost(solver.arrays[0].u);
+  for (std::size_t k = 0; k < 35; ++k) ASSERT_EQ(u[k], 1.0f) << "of equal costs the first label";
+  for (std::size_t k = 35; k < u.size(); ++k) ASSERT_EQ(u[k], 0.0f);
   solver.free();
 }
 
@@ -235,6 +314,7 @@ TEST(RatSegImplAlloc, NumberOfDevicesIsTakenFromTheListBestFirst) {
   EXPECT_EQ(used(-1), (std::vector<int>{2}));
   EXPECT_EQ(used(-3), (std::vector<int>{2, 0, 1}));
   EXPECT_EQ(used(-9), (std::vector<int>{2, 0, 1, 3}));
+  EXPECT_EQ(used(INT_MIN), (std::vector<int>{2, 0, 1, 3}));
   EXPECT_EQ(used(0), (std::vector<int>{2, 0, 1, 3}));
 }
 
@@ -313,6 +393,35 @@ TEST(RatSegImplAlloc, OutOfMemoryIsReportedAndWhatWasAllocatedStays) {
   cudaMemGetInfo(&after, &total);
   EXPECT_EQ(after, available);
   EXPECT_EQ(cudaPeekAtLastError(), cudaSuccess);
+}
+
+// On machines whose memory ends within each of the arrays in turn.
+TEST(RatSegImplAlloc, ArraysAreAllocatedInOrderWithACheckOfTheirOwn) {
+  // 5 x 4 pixels, 3 labels
+  const std::vector<std::size_t> bytes = {300, 300, 600, 12, 12,  12, 12,  12, 12,
+                                          12,  12,  12,  12, 240, 80, 320, 320};
+  std::set<std::string> callSites;
+  std::size_t before = 0;
+  for (std::size_t k = 0; k < bytes.size(); ++k) {
+    SCOPED_TRACE(k);
+    HostConfig config = hostConfig(1);
+    config.memoryBytes = before + bytes[k] - 1;
+    const HostMachine machine(config);
+    Params par = smallParams(5, 4, 3);
+    RatSegImpl solver(par);
+    const AllocOutput result = allocAndCapture(solver);
+    EXPECT_FALSE(result.ok);
+    EXPECT_THAT(result.err, StartsWith("ERROR: Insufficient GPU memory ("));
+    callSites.insert(result.err);
+    std::size_t array = 0;
+    forEachArray(solver.arrays[0], [&](auto& a) {
+      EXPECT_EQ(a.isAllocated(), array < k) << "array " << array;
+      EXPECT_EQ(a.numBytes(), array < k ? bytes[array] : 0u) << "array " << array;
+      ++array;
+    });
+    before += bytes[k];
+  }
+  EXPECT_EQ(callSites.size(), bytes.size());
 }
 
 TEST(RatSegImplFree, GivesBackAllDeviceMemoryAndMayBeCalledAgain) {
@@ -417,6 +526,22 @@ TEST(RatSegImplPrimU, UsesAllTheSharedMemoryThatTheDeviceAllows) {
   ASSERT_TRUE(allocAndCapture(solver).ok);
   EXPECT_EQ(solver.arrays[0].primU.block.x, 128u);
   EXPECT_EQ(solver.arrays[0].primU.block.y, 2u);
+  solver.free();
+}
+
+TEST(RatSegImplErrors, MoreLabelsThanABlockHasThreadsEndTheProcessInRun) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(2, 2, 1025);
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  EXPECT_EXIT(
+      {
+        dup2(2, 1);
+        solver.run();
+      },
+      testing::ExitedWithCode(1),
+      "\nsrc/algorithms/rat_segments/alg/rat_seg_impl, line 1[0-9][0-9][0-9]: invalid "
+      "configuration argument \\(9\\)\n");
   solver.free();
 }
 

@@ -5,18 +5,23 @@
 #include <algorithm>
 #include <cfloat>
 #include <numeric>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
 #include "device/runtime.h"
+#include "support/forwarding_backend.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
+#include "util/cudadefs.h"
 
 namespace namespace_ratseg {
 namespace {
 
+using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
 using testing::internal::GetCapturedStdout;
 
 // 4 x 7 pixels, 3 labels, on three devices: bands of 3, 3 and 1 rows.
@@ -286,6 +291,187 @@ TEST_F(TransferTest, ScribbleFormStartsTheLabeling) {
   std::vector<float> u(pixels * n);
   solver_.getSolution_smooth(u.data());
   for (std::size_t k = 0; k < pixels; ++k) ASSERT_EQ(u[pixels + k], 1.0f);
+}
+
+// Images first; then, label after label, the colours to all devices and one launch on each.
+TEST_F(TransferTest, ScribblesGoToAllDevicesLabelByLabel) {
+  std::vector<float4> image(pixels, float4{0.2f, 0.4f, 0.6f, 1});
+  float4* scribbles[] = {image.data(), nullptr, image.data()};
+  std::size_t counts[] = {2, 0, 5};
+  std::vector<std::string> calls;
+  machine_.backend.setObserver([&](const HostBackend::Call& call) {
+    std::ostringstream text;
+    text << call.device << ":" << call.name;
+    if (call.bytes > 0) text << " " << call.bytes / sizeof(float4);
+    calls.push_back(text.str());
+  });
+  solver_.setDataterm(image.data(), scribbles, counts, 5.0f, 10.0f);
+  machine_.backend.setObserver({});
+  std::vector<std::string> expected = {"0:cudaMemcpy 12", "1:cudaMemcpy 12", "2:cudaMemcpy 4"};
+  const auto onEach = [&](const std::string& name) {
+    for (int d = 0; d < 3; ++d) expected.push_back(std::to_string(d) + ":" + name);
+  };
+  onEach("cudaMemcpy 2");
+  onEach("ratseg_setdataterm_scribbles");
+  onEach("ratseg_setdataterm_scribbles");
+  onEach("cudaMemcpy 5");
+  onEach("ratseg_setdataterm_scribbles");
+  onEach("ratseg_setLocalSolution_kernel");
+  EXPECT_EQ(calls, expected);
+}
+
+TEST_F(TransferTest, KernelsAreLaunchedOverTheBandsPixels) {
+  par_.threadsx = 3;  // of the next allocation
+  RatSegImpl solver(par_);
+  ASSERT_TRUE(solver.alloc());
+  std::vector<LaunchShape> shapes;
+  machine_.backend.setObserver([&](const HostBackend::Call& call) {
+    if (call.name.rfind("ratseg_", 0) == 0) shapes.push_back(call.shape);
+  });
+  std::vector<float4> image(pixels);
+  float4* scribbles[] = {image.data(), image.data(), image.data()};
+  std::size_t counts[] = {1, 1, 1};
+  solver.setDataterm(image.data(), scribbles, counts, 5.0f, 10.0f);
+  machine_.backend.setObserver({});
+  ASSERT_EQ(shapes.size(), 12u);
+  for (std::size_t k = 0; k < shapes.size(); ++k) {
+    EXPECT_EQ(shapes[k].block.x, 3u);
+    EXPECT_EQ(shapes[k].block.y, 2u);
+    EXPECT_EQ(shapes[k].grid.x, 2u);
+    EXPECT_EQ(shapes[k].grid.y, k % 3 < 2 ? 2u : 1u) << "bands of 3, 3 and 1 rows";
+    EXPECT_EQ(shapes[k].sharedBytes, 0u);
+  }
+  solver.free();
+}
+
+// Between two calls there is a check of the first and, where the device changes, one of selecting
+// the second's.
+TEST_F(TransferTest, EveryCallIsFollowedByACheck) {
+  int device = -1;
+  int calls = 0;
+  int last = lastcalls_pos;
+  const auto checksSince = [&] {
+    const int checks = (lastcalls_pos - last + kLastCalls) % kLastCalls;
+    last = lastcalls_pos;
+    return checks;
+  };
+  machine_.backend.setObserver([&](const HostBackend::Call& call) {
+    const int checks = checksSince();
+    if (calls > 0) {
+      EXPECT_GE(checks, call.device != device ? 2 : 1) << "before call " << calls;
+    }
+    device = call.device;
+    ++calls;
+  });
+  std::vector<float4> image(pixels);
+  float4* scribbles[] = {image.data(), image.data(), image.data()};
+  std::size_t counts[] = {1, 1, 1};
+  std::vector<float> values = counting(pixels * n);
+  const auto lastCallIsChecked = [&] {
+    EXPECT_GE(checksSince(), 1);
+    EXPECT_GT(calls, 0);
+    calls = 0;
+  };
+  solver_.setDataterm(image.data(), scribbles, counts, 5.0f, 10.0f);
+  lastCallIsChecked();
+  solver_.setDataterm(values.data());
+  lastCallIsChecked();
+  solver_.getDataterm(values.data());
+  lastCallIsChecked();
+  solver_.setRatios(values.data(), values.data(), 2, nullptr, nullptr);
+  lastCallIsChecked();
+  solver_.setWeight(values.data());
+  lastCallIsChecked();
+  solver_.getSolution_smooth(values.data());
+  lastCallIsChecked();
+  machine_.backend.setObserver({});
+  for (const auto& [file, line] : lastcalls) {
+    EXPECT_EQ(file, "src/algorithms/rat_segments/alg/rat_seg_impl");
+  }
+}
+
+TEST_F(TransferTest, RatiosSkipArraysThatAreNotAllocatedAndSaySo) {
+  std::vector<float> ratios = {0.5f, 0.5f, 0.0f};
+  std::vector<float> sigmas = {0.1f, 0.2f, 0.0f};
+  solver_.arrays[1].sigmas.free();
+  CaptureStderr();
+  solver_.setRatios(ratios.data(), sigmas.data(), 2, nullptr, nullptr);
+  EXPECT_EQ(GetCapturedStderr(),
+            "ERROR: (cudaarray.copyFromHost(T*)): destination array not allocated\n");
+  EXPECT_EQ(toHost(solver_.arrays[1].ratios), ratios);
+  EXPECT_FALSE(solver_.arrays[1].sigmas.isAllocated());
+  EXPECT_EQ(toHost(solver_.arrays[2].sigmas), sigmas);
+}
+
+TEST_F(TransferTest, WeightSkipsArraysThatAreNotAllocatedAndSaysSo) {
+  std::vector<float> weight = counting(pixels);
+  solver_.arrays[0].weight.free();
+  CaptureStderr();
+  solver_.setWeight(weight.data());
+  EXPECT_EQ(GetCapturedStderr(),
+            "ERROR: (cudaarray.copyFromHost(T*)): destination array not allocated\n");
+  EXPECT_EQ(toHost(solver_.arrays[2].weight), std::vector<float>(weight.end() - 4, weight.end()));
+}
+
+// Remembers what is filled, in order.
+class Fills final : public ForwardingBackend {
+ public:
+  using ForwardingBackend::ForwardingBackend;
+  cudaError_t memset(void* ptr, int value, std::size_t bytes) override {
+    filled.push_back(ptr);
+    return ForwardingBackend::memset(ptr, value, bytes);
+  }
+  std::vector<void*> filled;
+};
+
+TEST_F(TransferTest, ReinitFillsTheIterationsArraysInOrder) {
+  par_.initLocalSolution = false;  // kernels cannot be launched on the forwarding backend
+  std::vector<void*> expected;
+  for (int d = 0; d < 3; ++d) {
+    const gpudata& g = solver_.arrays[d];
+    for (void* array :
+         {static_cast<void*>(g.u.ptr), static_cast<void*>(g.u_bar.ptr), static_cast<void*>(g.p.ptr),
+          static_cast<void*>(g.a.ptr), static_cast<void*>(g.a_bar.ptr),
+          static_cast<void*>(g.gamma.ptr), static_cast<void*>(g.sum_u.ptr),
+          static_cast<void*>(g.alpha.ptr), static_cast<void*>(g.beta.ptr)}) {
+      expected.push_back(array);
+    }
+  }
+  Fills fills(machine_.backend);
+  const BackendScope scope(fills);
+  solver_.reinit();
+  EXPECT_EQ(fills.filled, expected);
+  fills.filled.clear();
+  solver_.setZeroSolution();
+  EXPECT_EQ(fills.filled, (std::vector<void*>{expected[0], expected[1], expected[9], expected[10],
+                                              expected[18], expected[19]}));
+}
+
+TEST_F(TransferTest, ReinitAndZeroSolutionSkipArraysThatAreNotAllocated) {
+  par_.initLocalSolution = false;
+  gpudata& g = solver_.arrays[1];
+  g.u_bar.free();
+  g.gamma.free();
+  const std::vector<float> ones(n, 1.0f);
+  g.beta.copyFromHost(ones.data());
+  CaptureStdout();
+  CaptureStderr();
+  solver_.reinit();
+  solver_.setZeroSolution();
+  EXPECT_EQ(GetCapturedStdout(), "");
+  EXPECT_EQ(GetCapturedStderr(), "");
+  EXPECT_FALSE(g.u_bar.isAllocated());
+  EXPECT_EQ(toHost(g.beta), std::vector<float>(n));
+  EXPECT_EQ(cudaPeekAtLastError(), cudaSuccess);
+}
+
+TEST_F(TransferTest, GetSolutionOverwritesEveryLabelOfEveryPixel) {
+  std::vector<float> rho = counting(pixels * n);
+  solver_.setDataterm(rho.data());
+  std::vector<float> hard(pixels * n + 1, 77.0f);
+  solver_.getSolution(hard.data());
+  for (std::size_t k = 0; k < pixels * n; ++k) ASSERT_EQ(hard[k], k < pixels ? 1.0f : 0.0f);
+  EXPECT_EQ(hard.back(), 77.0f);
 }
 
 TEST(TransferBeforeAlloc, SettersSayThatAllocMustComeFirst) {

@@ -2,9 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <type_traits>
 #include <vector>
 
+#include "device/runtime.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
 
@@ -29,6 +33,45 @@ TEST(Params, HoldsItsDefaults) {
   EXPECT_EQ(p.kind_prior, 3);
   EXPECT_EQ(p.mu, 10000.0f);
   EXPECT_EQ(p.eps, 0.01f);
+}
+
+TEST(Params, FieldsHaveTheirTypesAndOrder) {
+  using Size = std::size_t;
+  static_assert(std::is_same_v<decltype(Params::w), Size>);
+  static_assert(std::is_same_v<decltype(Params::h), Size>);
+  static_assert(std::is_same_v<decltype(Params::n), Size>);
+  static_assert(std::is_same_v<decltype(Params::Nsteps), Size>);
+  static_assert(std::is_same_v<decltype(Params::dt_multiplier), float>);
+  static_assert(std::is_same_v<decltype(Params::initLocalSolution), bool>);
+  static_assert(std::is_same_v<decltype(Params::cancel), bool>);
+  static_assert(std::is_same_v<decltype(Params::outModulo), Size>);
+  static_assert(std::is_same_v<decltype(Params::threadsx), Size>);
+  static_assert(std::is_same_v<decltype(Params::threadsy), Size>);
+  static_assert(std::is_same_v<decltype(Params::gpu_num), int>);
+  static_assert(std::is_same_v<decltype(Params::gpu), std::vector<int>>);
+  static_assert(std::is_same_v<decltype(Params::lambda), float>);
+  static_assert(std::is_same_v<decltype(Params::kind_prior), int>);
+  static_assert(std::is_same_v<decltype(Params::mu), float>);
+  static_assert(std::is_same_v<decltype(Params::eps), float>);
+  const Params p;
+  const auto at = [](const auto& field) { return reinterpret_cast<std::uintptr_t>(&field); };
+  const std::vector<std::uintptr_t> places = {at(p.w),
+                                              at(p.h),
+                                              at(p.n),
+                                              at(p.Nsteps),
+                                              at(p.dt_multiplier),
+                                              at(p.initLocalSolution),
+                                              at(p.cancel),
+                                              at(p.outModulo),
+                                              at(p.threadsx),
+                                              at(p.threadsy),
+                                              at(p.gpu_num),
+                                              at(p.gpu),
+                                              at(p.lambda),
+                                              at(p.kind_prior),
+                                              at(p.mu),
+                                              at(p.eps)};
+  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
 }
 
 TEST(Params, KindsOfPriorAreNumbered) {
@@ -71,6 +114,51 @@ TEST(RatSeg, UsedDevicesAreThoseOfTheBandsInOrder) {
   EXPECT_EQ(devices[0], 2);
   EXPECT_EQ(devices[1], 0);
   delete[] devices;
+  solver.free();
+}
+
+std::size_t usedMemory() {
+  std::size_t available = 0;
+  std::size_t total = 0;
+  cudaMemGetInfo(&available, &total);
+  return total - available;
+}
+
+TEST(RatSeg, FreesDeviceMemoryWhenAskedToAndNotInItsDestructor) {
+  static_assert(std::has_virtual_destructor_v<RatSeg>);
+  const HostMachine machine;
+  {
+    RatSeg solver;
+    solver.getParams().w = solver.getParams().h = 8;
+    ASSERT_TRUE(solver.alloc());
+    EXPECT_GT(usedMemory(), 0u);
+    solver.free();
+    EXPECT_EQ(usedMemory(), 0u);
+    ASSERT_TRUE(solver.alloc());
+  }
+  EXPECT_GT(usedMemory(), 0u);
+}
+
+TEST(RatSeg, FacadeForwardsBoundsInOrder) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(13, 9, 3);
+  p.par.kind_prior = Params::kind_prior_interval;
+  p.mins = {0.1f, 0.5f, 0.0f};
+  p.maxs = {0.2f, 0.6f, 0.0f};
+  const SolverResult expected = solve(p);
+
+  RatSeg solver;
+  solver.getParams() = p.par;
+  ASSERT_TRUE(solver.alloc());
+  solver.setRatios(p.ratios.data(), p.sigmas.data(), p.ind_bgr, p.mins.data(), p.maxs.data());
+  solver.setDataterm(p.rho.data());
+  solver.setWeight(p.weight.data());
+  solver.run();
+  std::vector<float> u(p.rho.size());
+  solver.getSolution_smooth(u.data());
+  EXPECT_EQ(u, expected.u);
+  std::swap(p.mins, p.maxs);
+  EXPECT_NE(u, solve(p).u) << "the order of the bounds matters";
   solver.free();
 }
 
