@@ -280,6 +280,13 @@ TEST_F(HostEventTest, UnknownEventsAreRefused) {
   EXPECT_EQ(cudaEventElapsedTime(&ms_, &none, start_), cudaErrorInvalidResourceHandle);
 }
 
+TEST_F(HostEventTest, NoTimeLiesBetweenEventsThatWereNotRecorded) {
+  cudaEventRecord(start_);
+  EXPECT_EQ(cudaEventElapsedTime(&ms_, start_, stop_), cudaErrorInvalidResourceHandle);
+  EXPECT_EQ(cudaEventElapsedTime(&ms_, stop_, start_), cudaErrorInvalidResourceHandle);
+  EXPECT_EQ(ms_, -1);
+}
+
 TEST_F(HostEventTest, EventsAreDestroyedOnce) {
   EXPECT_EQ(cudaEventDestroy(start_), cudaSuccess);
   EXPECT_EQ(cudaEventDestroy(start_), cudaErrorInvalidResourceHandle);

@@ -116,6 +116,13 @@ TEST_F(HostMemoryTest, RowFillsStayInsideOneBlock) {
   EXPECT_EQ(cudaMemset2D(nullptr, 10, 1, 5, 0), cudaSuccess);
 }
 
+TEST_F(HostMemoryTest, RowFillsLeaveTheBytesBetweenRows) {
+  char* block = allocate(11);
+  cudaMemset(block, 7, 11);
+  EXPECT_EQ(cudaMemset2D(block, 4, 1, 2, 3), cudaSuccess);
+  EXPECT_EQ(std::string(block, 11), std::string("\1\1\7\7\1\1\7\7\1\1\7"));
+}
+
 TEST_F(HostMemoryTest, CopiesStayInsideOneBlockOnTheirDeviceSides) {
   char* block = allocate(8);
   char* other = allocate(8);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/forwarding_backend.h"
 #include "support/machine.h"
 
 // The runtime's rules, on every device.
@@ -185,6 +186,28 @@ TEST_F(RuntimeTest, ADeviceHasNoPeerAccessToItself) {
   int can = -1;
   EXPECT_EQ(cudaDeviceCanAccessPeer(&can, 0, 0), cudaSuccess);
   EXPECT_EQ(can, 0);
+}
+
+// Both devices have one number on machines with one device: here the backend says what it was
+// given.
+class PeerCopyRecorder final : public ForwardingBackend {
+ public:
+  using ForwardingBackend::ForwardingBackend;
+  cudaError_t memcpyPeer(void*, int dstDevice, const void*, int srcDevice, std::size_t) override {
+    devices = {dstDevice, srcDevice};
+    return cudaSuccess;
+  }
+  std::vector<int> devices;
+};
+
+TEST(RuntimeCalls, PeerCopiesGoFromTheSecondDeviceToTheFirst) {
+  HostMachine machine;
+  PeerCopyRecorder recorder(machine.backend);
+  const BackendScope scope(recorder);
+  char to = 0;
+  const char from = 0;
+  EXPECT_EQ(cudaMemcpyPeer(&to, 3, &from, 5, 1), cudaSuccess);
+  EXPECT_EQ(recorder.devices, std::vector<int>({3, 5}));
 }
 
 }  // namespace

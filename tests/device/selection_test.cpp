@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <cstdlib>
 #include <sstream>
 #include <string>
 
@@ -182,6 +183,18 @@ TEST(FirstUseDeathTest, TheEnvironmentDescribesTheHost) {
   const EnvironmentVariable variable("RATSEG_DEVICE", "host");
   const EnvironmentVariable devices("RATSEG_HOST_DEVICES", "6");
   EXPECT_EXIT(std::exit(devicesAtFirstUse()), testing::ExitedWithCode(6), "^$");
+}
+
+TEST(FirstUseDeathTest, ChoosingAMachineWithoutDevicesLeavesNoErrorPending) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const EnvironmentVariable devices("RATSEG_HOST_DEVICES", "0");
+  EXPECT_EXIT(
+      {
+        std::ostringstream notice;
+        Backend& chosen = chooseBackend(DeviceChoice::automatic, notice);
+        std::exit(chosen.peekAtLastError());
+      },
+      testing::ExitedWithCode(cudaSuccess), "");
 }
 
 TEST(FirstUseDeathTest, ABadHostDescriptionEndsTheProcess) {

@@ -3,6 +3,7 @@
 #include <limits>
 #include <vector>
 
+#include "support/forwarding_backend.h"
 #include "support/machine.h"
 #include "util/cudaarray.h"
 
@@ -186,6 +187,32 @@ TEST_F(CudaArrayDevicesTest, EveryOperationRunsOnTheArraysDeviceAndRestoresTheCu
   EXPECT_EQ(currentDevice(), 0);
   a.free();
   EXPECT_EQ(currentDevice(), 0);
+}
+
+// Notes which device was current when memory was filled or released.
+class FillAndFreeRecorder final : public ForwardingBackend {
+ public:
+  using ForwardingBackend::ForwardingBackend;
+  cudaError_t memset(void* ptr, int value, std::size_t bytes) override {
+    devices.push_back(currentDevice());
+    return ForwardingBackend::memset(ptr, value, bytes);
+  }
+  cudaError_t free(void* ptr) override {
+    devices.push_back(currentDevice());
+    return ForwardingBackend::free(ptr);
+  }
+  std::vector<int> devices;
+};
+
+TEST_F(CudaArrayDevicesTest, MemoryIsFilledAndReleasedOnTheArraysDevice) {
+  FillAndFreeRecorder recorder(machine_.backend);
+  const BackendScope scope(recorder);
+  cudaSetDevice(1);
+  cudaarray<float> a(2);
+  cudaSetDevice(0);
+  a.setzero();
+  a.free();
+  EXPECT_EQ(recorder.devices, std::vector<int>({1, 1, 1}));
 }
 
 TEST_F(CudaArrayDevicesTest, CopiesStayOnTheDeviceOfTheOriginal) {

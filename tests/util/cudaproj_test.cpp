@@ -138,6 +138,17 @@ TEST(ProjectOntoParabola, FindsTheNearestPointInEveryBranch) {
   }
 }
 
+TEST(ProjectOntoParabola, IsExactNearTheVertex) {
+  const float d = 2.0f;
+  for (const float x : {1e-4f, 0.003f, 0.0099f}) {
+    for (const float y : {-0.0099f, -0.005f, -1e-4f, 0.0f}) {
+      const double expected = nearestOnParabola(x, y, d);
+      EXPECT_NEAR(projectOntoParabola(x, y, d).x, expected, 3e-7 * expected)
+          << "x " << x << " y " << y;
+    }
+  }
+}
+
 // Beside the thresholds of the series the exact point and the series round differently here and
 // there, which tells them apart.
 using Formula = float (*)(float x, float y, float d);
@@ -239,9 +250,14 @@ TEST(ProjectOntoParabola, TheSeriesFarBelowEndsAtItsThresholds) {
 }
 
 TEST(ProjectOntoParabola, KeepsPointsInside) {
-  const float2 p = projectOntoParabola(1.0f, 0.5f, 1.0f);
-  EXPECT_EQ(p.x, 1.0f);
-  EXPECT_EQ(p.y, 0.5f);
+  for (const float y : {0.5f, 0.25f}) {  // 0.25 lies on the parabola
+    const float2 p = projectOntoParabola(1.0f, y, 1.0f);
+    EXPECT_EQ(p.x, 1.0f);
+    EXPECT_EQ(p.y, y);
+  }
+  const float2 justInside = projectOntoParabola(3.0f, 2.5f, 1.0f);
+  EXPECT_EQ(justInside.x, 3.0f);
+  EXPECT_EQ(justInside.y, 2.5f);
 }
 
 TEST(ProjectOntoParabola, OfInfiniteWidthClampsYOnly) {

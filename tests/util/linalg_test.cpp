@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include <cfloat>
 #include <limits>
 
@@ -26,6 +28,8 @@ TEST(ClampToDisc, PullsPointsOutsideOntoTheCircle) {
 TEST(ClampToDisc, RadiusZeroIsTheOrigin) {
   expectPoint(clampToDisc(3.0f, -4.0f, 0.0f), 0.0f, 0.0f);
   expectPoint(clampToDisc(0.0f, 0.0f, 0.0f), 0.0f, 0.0f);
+  expectPoint(clampToDisc(INFINITY, 1.0f, 0.0f), 0.0f, 0.0f);
+  expectPoint(clampToDisc(1.0f, -INFINITY, 0.0f), 0.0f, 0.0f);
 }
 
 TEST(ClampToDisc, RadiusZeroIsTheOriginOfWhateverIsNotANumberToo) {
