@@ -100,6 +100,11 @@ TEST_F(RatsegRun, Does5000IterationsByDefault) {
   EXPECT_EQ(result.status, 0);
 }
 
+TEST_F(RatsegRun, TellsHowLongItComputed) {
+  const std::string line = fromLine(run({{"-iterations", "5000"}}).out, "Computation time: ");
+  EXPECT_GT(std::stod(line.substr(std::string("Computation time: ").size())), 0) << line;
+}
+
 TEST_F(RatsegRun, TakesAMinusSignBeforeADigitForAValue) {
   const ProgramResult result = run({{"-lambda", "-5"}, {"-mu", "-0.5"}});
   EXPECT_NE(result.out.find("\n-lambda -5\n"), std::string::npos);

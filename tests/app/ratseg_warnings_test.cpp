@@ -66,6 +66,7 @@ TEST_F(RatsegWarnings, TellNumbersOfTheWrongSign) {
 
 TEST_F(RatsegWarnings, TellOptionsWithoutOrWithSeveralValues) {
   expectEcho(expectWarnings({{"-lambda", ""}}, {"-lambda has no value; 0 is used"}), "-lambda 0");
+  expectEcho(expectWarnings({{"-mu", ""}}, {"-mu has no value; 0 is used"}), "-mu 0");
   expectEcho(expectWarnings({{"-outprefix", ""}}, {"-outprefix has no value; \"out\" is used"}),
              "-outprefix out");
   EXPECT_EQ(runWords({"-image"}).err,

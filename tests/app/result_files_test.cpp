@@ -102,9 +102,9 @@ TEST(HardLabeling, HalfAndHalfIsLabelZeroEverywhere) {
 }
 
 TEST(HardLabeling, PixelsWithoutAGreatestValueAreLabelZero) {
-  const std::vector<float> solution = {kNaN, kLowest, -kInfinity, kNaN,   // label 0
-                                       kNaN, kLowest, -kInfinity, 0.0f};  // label 1
-  EXPECT_EQ(hardLabeling(solution.data(), 4, 2), (std::vector<int>{0, 0, 0, 1}));
+  const std::vector<float> solution = {kNaN, kLowest, -kInfinity, kNaN, kNaN,      // label 0
+                                       kNaN, kLowest, -kInfinity, 0.0f, kLowest};  // label 1
+  EXPECT_EQ(hardLabeling(solution.data(), 5, 2), (std::vector<int>{0, 0, 0, 1, 0}));
 }
 
 TEST(ColourLabeling, GivesEachPixelItsLabelsColour) {

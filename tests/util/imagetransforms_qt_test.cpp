@@ -83,12 +83,22 @@ TEST(ImageToQImage, ImageOfTheSameSizeIsWrittenInto) {
   EXPECT_THAT(buffer, ElementsAre(0xFF0000FFu, 0xFFFF0000u));
 }
 
+// One that says when it is deleted itself, not only its pixels.
+class WatchedQImage : public QImage {
+ public:
+  WatchedQImage(int w, int h, bool& deleted)
+      : QImage(w, h, QImage::Format_ARGB32), deleted_(deleted) {}
+  ~WatchedQImage() override { deleted_ = true; }
+
+ private:
+  bool& deleted_;
+};
+
 TEST(ImageToQImage, ImageOfAnotherSizeIsDeleted) {
   const std::pair<int, int> sizes[] = {{1, 2}, {2, 2}, {3, 1}};
   for (const auto& [w, h] : sizes) {
-    std::vector<QRgb> buffer;
     bool deleted = false;
-    QImage* reuse = watchedImage(w, h, buffer, deleted);
+    QImage* reuse = new WatchedQImage(w, h, deleted);
     const OwnedImage image = fromColours({{1, 0, 0, 1}, {0, 1, 0, 1}}, 2, 1, reuse);
     EXPECT_TRUE(deleted);
     EXPECT_EQ(image->size(), QSize(2, 1));
