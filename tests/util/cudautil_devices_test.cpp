@@ -183,6 +183,32 @@ TEST(GetDevices, KeepsTheCurrentDeviceAndIsCheckedAtItsEnd) {
   delete[] dev;
 }
 
+TEST(GetDevices, SelectsEachDeviceBeforeAskingForItsProperties) {
+  class Asked final : public ForwardingBackend {
+   public:
+    using ForwardingBackend::ForwardingBackend;
+    cudaError_t setDevice(int device) override {
+      calls.push_back("select " + std::to_string(device));
+      return ForwardingBackend::setDevice(device);
+    }
+    cudaError_t getDeviceProperties(cudaDeviceProp* prop, int device) override {
+      calls.push_back("ask " + std::to_string(device));
+      return ForwardingBackend::getDeviceProperties(prop, device);
+    }
+    std::vector<std::string> calls;
+  };
+  HostMachine machine(hostConfig(3));
+  cudaSetDevice(1);
+  Asked asked(machine.backend);
+  const BackendScope scope(asked);
+  int* dev = nullptr;
+  int count = 0;
+  CudaUtil::getDevices(&dev, &count, nullptr, true);
+  EXPECT_THAT(asked.calls, ElementsAre("select 0", "ask 0", "select 1", "ask 1", "select 2",
+                                       "ask 2", "select 1"));
+  delete[] dev;
+}
+
 TEST(GetDevices, NullArgumentsAreReported) {
   const HostMachine machine(hostConfig(1));
   int* dev = nullptr;

@@ -257,6 +257,30 @@ TEST_F(PriorKernels, OverRelaxationFollowsItsFactor) {
   expectNear(a_bar.values(), {-0.25});
 }
 
+TEST_F(PriorKernels, PrimalStepsDoNotKeepTheSharesWithinZeroAndOne) {
+  const DeviceFloats a_bar({0, 0, 0});
+  const DeviceFloats gamma({9, -9, 9});
+  const DeviceFloats zero({0, 0, 0});
+  const auto expectOutside = [](const DeviceFloats& shares) {
+    EXPECT_LT(shares.values()[0], -1.0f);
+    EXPECT_GT(shares.values()[1], 2.0f);
+    EXPECT_LT(shares.values()[2], -1.0f);
+  };
+  const std::vector<float> start(3, 0.5f);
+  const DeviceFloats a(start), b(start), c(start), d(start);
+  ratSegKernels().ratseg_prim_a__gamma(labels(3), a, a_bar, gamma, 60, 1, 1, 3);
+  expectOutside(a);
+  ratSegKernels().ratseg_prim_a__interval(labels(3), b, a_bar, gamma, zero, zero, 60, 1, 2, 1, 1,
+                                          3);
+  expectOutside(b);
+  ratSegKernels().ratseg_prim_a__lowerBound(labels(3), c, a_bar, gamma, zero, 60, 1, 1, zero, 2, 1,
+                                            1, 3);
+  expectOutside(c);
+  ratSegKernels().ratseg_prim_a__upperBound(labels(3), d, a_bar, gamma, zero, zero, 60, 1, 1, 1,
+                                            zero, 2, 1, 1, 3);
+  expectOutside(d);
+}
+
 TEST_F(PriorKernels, PrimalStepOfTheIntervalPrior) {
   const double cg = 60, ca = 20, dt = 0.5;
   const std::vector<double> a = {0.3, 0.2, 0.4}, g = {0.1, -0.2, 0.3}, al = {0.7, -0.6, 9},

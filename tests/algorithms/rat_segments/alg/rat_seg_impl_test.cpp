@@ -18,6 +18,7 @@
 #include "support/forwarding_backend.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
+#include "util/cudadefs.h"
 
 namespace namespace_ratseg {
 namespace {
@@ -442,6 +443,17 @@ TEST(RatSegImplFree, GivesBackAllDeviceMemoryAndMayBeCalledAgain) {
     }
   }
   solver.free();
+}
+
+// One check of selecting the device and one behind each of the 17 arrays.
+TEST(RatSegImplFree, IsCheckedArrayByArray) {
+  const HostMachine machine;
+  Params par = smallParams(20, 20, 3);
+  RatSegImpl solver(par);
+  ASSERT_TRUE(allocAndCapture(solver).ok);
+  const int before = lastcalls_pos;
+  solver.free();
+  EXPECT_GE((lastcalls_pos - before + kLastCalls) % kLastCalls, 18);
 }
 
 TEST(RatSegImplFree, TheDestructorDoesNotFree) {
