@@ -4,8 +4,8 @@
 # Are the tests sharp? Puts one small fault at a time (a mutant, tests/mutants/*.txt) into a private
 # copy of the sources under build/mutants, builds the test programs that the mutant names and runs
 # them: at least one must fail. Prints "caught" or "SURVIVED" for each and the totals; ends with
-# status 1 when one survived that is not expected to, when an expected survivor was caught, or when
-# one did not compile.
+# status 1 when one survived that is not expected to, when an expected survivor was caught, when one
+# did not compile, or when one was refused because its snippet does not stand once in its file.
 #
 #   PATTERN    only mutants whose name matches one of the patterns (as in the shell, "sum-*")
 #   --resume   go on where the last run ended: keep what build/mutants/results says
@@ -57,22 +57,28 @@ count() {
   echo $(((${#1} - ${#rest}) / ${#2}))
 }
 
-# Ends the script unless every mutant is complete and its snippet stands once in its file.
+# Ends the script unless the lists are complete.
 check_lists() {
-  local i found text
+  local i
   local -A seen=()
   for i in "${!names[@]}"; do
     [[ -z ${seen[${names[i]}]:-} ]] || die "two mutants are called ${names[i]}"
     seen[${names[i]}]=1
     [[ -n ${files[i]} && -n ${tests[i]} && -n ${whys[i]} && -n ${befores[i]} ]] ||
       die "mutant ${names[i]}: file, tests, why and < are all needed"
-    [[ -f $root/${files[i]} ]] || die "mutant ${names[i]}: there is no file ${files[i]}"
     [[ ${befores[i]} != "${afters[i]}" ]] || die "mutant ${names[i]}: changes nothing"
-    text=$(<"$root/${files[i]}")
-    found=$(count "$text" "${befores[i]}")
-    ((found == 1)) ||
-      die "mutant ${names[i]}: its snippet must stand once in ${files[i]}, but stands there $found times"
   done
+}
+
+# Sets remark, and fails, unless the snippet of mutant $1 stands once in its file.
+fits() {
+  local i=$1 found text
+  remark="there is no file ${files[i]}"
+  [[ -f $tree/${files[i]} ]] || return 1
+  text=$(<"$tree/${files[i]}")
+  found=$(count "$text" "${befores[i]}")
+  remark="its snippet must stand once in ${files[i]}, but stands there $found times"
+  ((found == 1))
 }
 
 matches() {
@@ -120,7 +126,7 @@ run_test() {
     cd "$work/cwd"
     ulimit -v $((16 << 20)) # KiB: a mutant may ask for all the memory there is
     export RATSEG_DEVICE=host RATSEG_TEST_DEVICE=host GTEST_BRIEF=1 GTEST_FAIL_FAST=1
-    exec timeout -k 5 "$2" "$build/tests-bin/$1"
+    timeout -k 5 "$2" "$build/tests-bin/$1"
   ) >"$work/test.log" 2>&1 </dev/null
 }
 
@@ -140,9 +146,12 @@ run_without_faults() {
 }
 
 # Judges mutant $1: sets verdict and remark.
+verdict='' remark=''
 judge() {
   local i=$1 program status
   local file=$tree/${files[i]} text programs
+  verdict=refused
+  fits "$i" || return 0
   read -ra programs <<<"${tests[i]}"
   text=$(<"$file")
   printf '%s\n' "${text/"${befores[i]}"/"${afters[i]}"}" >"$file"
@@ -164,63 +173,83 @@ judge() {
   printf '%s\n' "$text" >"$file"
 }
 
-resume= only_list= patterns=()
-for argument; do
-  case $argument in
-    --resume) resume=yes ;;
-    --list) only_list=yes ;;
-    -*) die "unknown option $argument" ;;
-    *) patterns+=("$argument") ;;
-  esac
-done
+resume='' only_list='' patterns=() chosen=()
 
-for list in "$root"/tests/mutants/*.txt; do read_list "$list"; done
-check_lists
-chosen=()
-for i in "${!names[@]}"; do
-  if matches "${names[i]}" "${patterns[@]}"; then chosen+=("$i"); fi
-done
-((${#chosen[@]} > 0)) || die "no mutant has a name like: ${patterns[*]}"
-if [[ -n $only_list ]]; then
-  for i in "${chosen[@]}"; do printf '%-45s %s: %s\n' "${names[i]}" "${files[i]}" "${whys[i]}"; done
-  exit 0
-fi
+read_arguments() {
+  local argument
+  for argument; do
+    case $argument in
+      --resume) resume=yes ;;
+      --list) only_list=yes ;;
+      -*) die "unknown option $argument" ;;
+      *) patterns+=("$argument") ;;
+    esac
+  done
+}
 
-mkdir -p "$work"
-[[ -n $resume && -f $results ]] || : >"$results"
-declare -A done_before=()
-while read -r verdict name _; do done_before[$name]=$verdict; done <"$results"
+choose_mutants() {
+  local list i
+  for list in "$root"/tests/mutants/*.txt; do read_list "$list"; done
+  check_lists
+  for i in "${!names[@]}"; do
+    if matches "${names[i]}" "${patterns[@]}"; then chosen+=("$i"); fi
+  done
+  ((${#chosen[@]} > 0)) || die "no mutant has a name like: ${patterns[*]}"
+}
 
-todo=() needed=()
-for i in "${chosen[@]}"; do
-  [[ -z ${done_before[${names[i]}]:-} ]] || continue
-  todo+=("$i")
-  needed+=("${tests[i]}")
-done
-if ((${#todo[@]} > 0)); then
+# Judges the chosen mutants that have no result yet, and writes their results down.
+declare -A judged=()
+judge_mutants() {
+  local i begin todo=() needed=()
+  for i in "${chosen[@]}"; do
+    [[ -z ${judged[${names[i]}]:-} ]] || continue
+    todo+=("$i")
+    needed+=("${tests[i]}")
+  done
+  ((${#todo[@]} > 0)) || return 0
   copy_tree
   run_without_faults "${needed[@]}"
-fi
-for i in "${todo[@]}"; do
-  begin=$SECONDS
-  judge "$i"
-  printf '%-10s %-45s %4ds  %s\n' "$verdict" "${names[i]}" $((SECONDS - begin)) "$remark"
-  printf '%s %s\n' "$verdict" "${names[i]}" >>"$results"
-  done_before[${names[i]}]=$verdict
-done
+  for i in "${todo[@]}"; do
+    begin=$SECONDS
+    judge "$i"
+    printf '%-10s %-40s %4ds  %s\n' "$verdict" "${names[i]}" $((SECONDS - begin)) "$remark"
+    printf '%s %s\n' "$verdict" "${names[i]}" >>"$results"
+    judged[${names[i]}]=$verdict
+  done
+}
 
-caught=0 survived=0 uncompiled=0 wrong=()
-for i in "${chosen[@]}"; do
-  verdict=${done_before[${names[i]}]}
-  case $verdict in
-    caught) caught=$((caught + 1)) ;;
-    SURVIVED) survived=$((survived + 1)) ;;
-    uncompiled) uncompiled=$((uncompiled + 1)) ;;
-  esac
-  [[ $verdict == "${expected[i]}" ]] || wrong+=("${names[i]} ($verdict)")
-done
-echo "Mutants: $((caught + survived)), caught: $caught, survived: $survived, did not compile: $uncompiled"
-if ((${#wrong[@]} > 0)); then
+print_totals() {
+  local i verdict caught=0 survived=0 invalid=0 wrong=()
+  for i in "${chosen[@]}"; do
+    verdict=${judged[${names[i]}]}
+    case $verdict in
+      caught) caught=$((caught + 1)) ;;
+      SURVIVED) survived=$((survived + 1)) ;;
+      *) invalid=$((invalid + 1)) ;;
+    esac
+    [[ $verdict == "${expected[i]}" ]] || wrong+=("${names[i]} ($verdict)")
+  done
+  echo "Mutants: $((caught + survived)), caught: $caught, survived: $survived," \
+    "refused or not compiled: $invalid"
+  ((${#wrong[@]} > 0)) || return 0
   printf 'Other than expected: %s\n' "${wrong[@]}"
-  exit 1
-fi
+  return 1
+}
+
+main() {
+  local i verdict name
+  read_arguments "$@"
+  choose_mutants
+  if [[ -n $only_list ]]; then
+    for i in "${chosen[@]}"; do printf '%-40s %s: %s\n' "${names[i]}" "${files[i]}" "${whys[i]}"; done
+    return 0
+  fi
+  mkdir -p "$work"
+  [[ -n $resume && -f $results ]] || : >"$results"
+  while read -r verdict name; do judged[$name]=$verdict; done <"$results"
+  judge_mutants
+  print_totals
+}
+
+main "$@"
+exit

@@ -40,8 +40,8 @@ class HostBackend final : public Backend {
 
   // Opens a kernel launch on the current device. False when the shape is one that a GPU would
   // refuse; the error (cudaErrorInvalidConfiguration for a block of more threads than the device
-  // takes, an empty grid or block, or one that is too long in a direction; cudaErrorInvalidValue for
-  // too much shared memory) is then pending and the launcher must do nothing.
+  // takes, an empty grid or block, or one that is too long in a direction; cudaErrorInvalidValue
+  // for too much shared memory) is then pending and the launcher must do nothing.
   bool admitLaunch(const char* kernel, const LaunchShape& shape);
 
   bool isHost() const override { return true; }

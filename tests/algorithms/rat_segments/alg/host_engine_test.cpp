@@ -211,6 +211,25 @@ TEST(HostEngine, RunsOfBothEnginesMayFollowEachOther) {
   }
 }
 
+// Also from components across the right and the lower border, which no update reads.
+TEST(HostEngine, StartsFromAnyDualField) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(19, 13, 3);
+  p.par.Nsteps = 3;
+  std::vector<std::vector<float>> u;
+  for (const int engine : {Params::engine_plain, Params::engine_auto}) {
+    p.par.engine = engine;
+    RatSegImpl solver(p.par);
+    setUp(solver, p);
+    gpudata& g = solver.arrays[0];
+    std::fill(g.p.get_ptr(), g.p.get_ptr() + g.NOffset, float2{0.3f, -0.2f});
+    solver.run();
+    u.push_back(resultOf(solver).u);
+    solver.free();
+  }
+  EXPECT_LE(largestDifference(u[0], u[1]), 1e-5f);
+}
+
 TEST(HostSweepChoice, HoldsTheBaselineFirst) {
   const auto sweeps = usableHostSweeps();
   ASSERT_FALSE(sweeps.empty());

@@ -146,6 +146,31 @@ TEST_F(LabelingKernels, DualStepWithoutLambdaForgetsWhatIsNotANumber) {
   }
 }
 
+TEST_F(LabelingKernels, DualStepWithoutLambdaIsZeroWhateverTheWeight) {
+  const Band b = {20, 3, 1, 0, 3};
+  const DeviceFloats du(randomFloats(b.plane(), 1));
+  const DeviceFloats dw(std::vector<float>(60, std::numeric_limits<float>::infinity()));
+  const DeviceValues<float2> dp(randomVectors(b.plane(), 2, -0.5f, 0.5f));
+  ratSegKernels().ratseg_dual_p(b.shape(), dp, du, dw, 0.0f, 1.0f, b.w, b.h, 0, 3, 1);
+  const std::vector<float2> p = dp.values();
+  for (std::size_t k = b.w; k < p.size(); ++k) {
+    ASSERT_EQ(p[k].x, 0.0f);
+    ASSERT_EQ(p[k].y, 0.0f);
+  }
+}
+
+TEST_F(LabelingKernels, AWeightOfFltMaxIsNoBoundHoweverSmallLambdaIs) {
+  const Band b = {20, 3, 1, 0, 3};
+  const DeviceFloats du(std::vector<float>(b.plane(), 0.5f));
+  const DeviceFloats dw(std::vector<float>(60, FLT_MAX));
+  const DeviceValues<float2> dp(std::vector<float2>(b.plane(), {30.0f, -40.0f}));
+  ratSegKernels().ratseg_dual_p(b.shape(), dp, du, dw, 1e-38f, 1.0f, b.w, b.h, 0, 3, 1);
+  for (const float2& p : dp.values()) {
+    ASSERT_EQ(p.x, 30.0f);
+    ASSERT_EQ(p.y, -40.0f);
+  }
+}
+
 TEST_F(LabelingKernels, DualStepWithLambdaAtFltMaxIsUnbounded) {
   for (const Band& b : bands()) testDualStep(b, FLT_MAX, randomFloats(b.w * b.rows(), 3));
 }
@@ -361,6 +386,19 @@ TEST_F(LabelingKernels, HaloCopiesMoveOneRowPerLabel) {
         ASSERT_EQ(got[k].y, want.y);
       }
     }
+  }
+}
+
+TEST_F(LabelingKernels, LocalSolutionMarksTheLowestOfEqualLabels) {
+  const Band b = {20, 3, 4, 0, 3};
+  std::vector<float> rho(60 * b.n, 2.0f);
+  std::fill(rho.begin(), rho.begin() + 60, 3.0f);
+  const DeviceFloats du(std::vector<float>(b.plane() * b.n));
+  const DeviceFloats dr(rho);
+  ratSegKernels().ratseg_setLocalSolution_kernel(b.shape(), du, dr, b.w, b.h, 0, 3, b.n);
+  const std::vector<float> u = du.values();
+  for (std::size_t i = 0; i < b.n; ++i) {
+    for (std::size_t k = 0; k < 60; ++k) ASSERT_EQ(u[i * b.plane() + k], i == 1 ? 1.0f : 0.0f);
   }
 }
 

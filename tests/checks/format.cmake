@@ -1,0 +1,37 @@
+# cmake -D SOURCE=<folder> -D CLANG_FORMAT=<program> -P format.cmake
+#
+# Fails, with the names of the files, if clang-format would change a C++ or CUDA file. Says SKIPPED
+# where there is no clang-format 14.
+set(version "none")
+if(CLANG_FORMAT)
+  execute_process(COMMAND ${CLANG_FORMAT} --version OUTPUT_VARIABLE version ERROR_QUIET)
+  string(STRIP "${version}" version)
+endif()
+if(NOT version MATCHES "version 14\\.")
+  message("SKIPPED: clang-format 14 is needed, found ${version}")
+  return()
+endif()
+
+set(files "")
+foreach(folder src tests bench examples fuzz)
+  file(GLOB_RECURSE found ${SOURCE}/${folder}/*.h ${SOURCE}/${folder}/*.cpp ${SOURCE}/${folder}/*.cu)
+  list(APPEND files ${found})
+endforeach()
+list(LENGTH files count)
+if(count EQUAL 0)
+  message(FATAL_ERROR "no sources under ${SOURCE}")
+endif()
+set(wrong 0)
+foreach(file IN LISTS files)
+  execute_process(COMMAND ${CLANG_FORMAT} --dry-run --Werror --style=file ${file}
+    RESULT_VARIABLE status OUTPUT_QUIET ERROR_QUIET)
+  if(NOT status EQUAL 0)
+    file(RELATIVE_PATH name ${SOURCE} ${file})
+    message("${name}: not formatted; run clang-format -i on it")
+    math(EXPR wrong "${wrong} + 1")
+  endif()
+endforeach()
+message("${count} files, ${wrong} not formatted")
+if(wrong GREATER 0)
+  message(FATAL_ERROR "format differs")
+endif()

@@ -1,0 +1,62 @@
+# cmake -D SOURCE=<folder> -P layers.cmake
+#
+# Checks which way the includes of SOURCE/src run (docs/architecture.md), prints one line per
+# violation, and fails if there is any:
+# - src/device, src/util, src/algorithms and src/app include only what stands before them here;
+# - the CUDA headers are included by src/device/cuda and by *_cuda.cu only;
+# - Qt is included by src/app and by *_qt.cpp only.
+set(layers device util algorithms app)
+
+file(GLOB_RECURSE files RELATIVE ${SOURCE} ${SOURCE}/src/*.h ${SOURCE}/src/*.cpp ${SOURCE}/src/*.cu)
+list(SORT files)
+list(LENGTH files count)
+if(count EQUAL 0)
+  message(FATAL_ERROR "no sources under ${SOURCE}/src")
+endif()
+
+set(violations "")
+macro(violation text)
+  list(APPEND violations "${file}: ${text}")
+endmacro()
+
+foreach(file IN LISTS files)
+  string(REGEX REPLACE "^src/([^/]+)/.*" "\\1" layer "${file}")
+  list(FIND layers "${layer}" level)
+  if(level EQUAL -1)
+    violation("stands in none of the folders ${layers}")
+    continue()
+  endif()
+  set(may_cuda OFF)
+  if(file MATCHES "^src/device/cuda/" OR file MATCHES "_cuda\\.cu$")
+    set(may_cuda ON)
+  endif()
+  set(may_qt OFF)
+  if(layer STREQUAL "app" OR file MATCHES "_qt\\.cpp$")
+    set(may_qt ON)
+  endif()
+
+  file(STRINGS ${SOURCE}/${file} lines REGEX "^[ \t]*#[ \t]*include")
+  foreach(line IN LISTS lines)
+    string(REGEX REPLACE ".*include[ \t]*[<\"]([^>\"]*)[>\"].*" "\\1" header "${line}")
+    string(REGEX REPLACE "/.*" "" target "${header}")
+    list(FIND layers "${target}" target_level)
+    if(target_level GREATER level)
+      violation("${layer} may not include ${header}")
+    endif()
+    if(header MATCHES "^(cuda_runtime|cuda|cub/|thrust/|device_launch)" AND NOT may_cuda)
+      violation("only src/device/cuda and *_cuda.cu may include ${header}")
+    endif()
+    if(header MATCHES "^(Q[A-Z]|Qt)" AND NOT may_qt)
+      violation("only src/app and *_qt.cpp may include ${header}")
+    endif()
+  endforeach()
+endforeach()
+
+foreach(violation IN LISTS violations)
+  message("${violation}")
+endforeach()
+list(LENGTH violations wrong)
+message("${count} files, ${wrong} violations")
+if(wrong GREATER 0)
+  message(FATAL_ERROR "the includes run the wrong way")
+endif()
