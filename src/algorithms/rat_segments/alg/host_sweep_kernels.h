@@ -27,6 +27,9 @@ constexpr std::size_t kLanes = 8;
 #else
 constexpr std::size_t kLanes = 4;
 #endif
+constexpr float kLeastSquare = 1e-36f;
+constexpr float kFar = 64.0f;  // from values beyond this, the greatest is subtracted first: beside
+                               // large ones the 1 that the labels sum to would be lost
 constexpr std::size_t kBlockBytes = 512 << 10;  // of all labels' arrays, to stay in the L2 cache
 
 using vec = float __attribute__((vector_size(kLanes * sizeof(float))));
@@ -133,22 +136,24 @@ inline Scratch divide(float* scratch, std::size_t w, std::size_t n) {
 
 std::size_t scratchFloats(std::size_t w, std::size_t n) { return padded(w) + 2 * n * kLanes; }
 
-// Radii of the discs of row y; those beyond the row are 0.
+// Radii of the discs of row y; those beyond the row are 0. A negative one is no bound.
 void rowRadii(const SweepBand& b, std::size_t y, float* radius) {
   const float half = b.lambda / 2.0f;
   for (std::size_t x = 0; x < b.w; ++x) {
     const float g = b.weight != nullptr ? b.weight[y * b.w + x] : 1.0f;
     const bool unbounded = b.lambda >= FLT_MAX || (g >= FLT_MAX && b.lambda > 0.0f);
-    radius[x] = unbounded ? FLT_MAX : (b.lambda != 0.0f ? g * half : 0.0f);
+    const float r = b.lambda != 0.0f ? g * half : 0.0f;
+    radius[x] = unbounded || r < 0.0f ? FLT_MAX : r;
   }
   for (std::size_t x = b.w; x < padded(b.w); ++x) radius[x] = 0.0f;
 }
 
-// p <- clamp of p + s (right - here, below - here) to the disc: p min(1, r / |p|)
+// p <- clamp of p + s (right - here, below - here) to the disc: p min(1, r / |p|). What is
+// added to the square makes no difference but to denormal ones, whose inverse root may be infinite.
 inline void dualTile(vec here, vec right, vec below, vec radius, float s, vec& px, vec& py) {
   px += s * (right - here);
   py += s * (below - here);
-  const vec square = px * px + py * py;
+  const vec square = px * px + (py * py + kLeastSquare);
   const vec shrink = square > radius * radius ? radius * inverseSqrt(square) : splat(1.0f);
   px *= shrink;
   py *= shrink;
@@ -219,6 +224,11 @@ inline vec primalValue(const SweepBand& b, std::size_t i, vec u, vec px, vec lef
   return v;
 }
 
+__attribute__((noinline, cold)) void moveToZero(float* v, std::size_t n, const float* greatest) {
+  const vec shift = load(greatest);
+  for (std::size_t i = 0; i < n; ++i) store(v + i * kLanes, load(v + i * kLanes) - shift);
+}
+
 // One tile of the primal step, inside the row: 0 < x, x + kLanes < w.
 template <class Load, class Store>
 inline void primalTile(const SweepBand& b, const Scratch& s, std::size_t y, Load&& value,
@@ -229,6 +239,12 @@ inline void primalTile(const SweepBand& b, const Scratch& s, std::size_t y, Load
     const vec v = value(r, i);
     store(s.v + i * kLanes, v);
     greatest = maxOf(v, greatest);
+  }
+  if (anyOf((greatest > kFar) | (greatest < -kFar))) {
+    float shift[kLanes];
+    store(shift, greatest);
+    moveToZero(s.v, b.n, shift);
+    greatest = vec{};
   }
   const vec t = simplexThreshold(s.v, b.n, greatest);
   r = firstRow(b, y);

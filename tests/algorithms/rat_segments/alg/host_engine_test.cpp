@@ -112,6 +112,69 @@ TEST_P(HostEngineOnEveryIsa, AgreesWithThePlainEngineForEveryWeight) {
   expectAgreement(p);
 }
 
+// Weights whose squares are denormal numbers or 0.
+TEST_P(HostEngineOnEveryIsa, AgreesWithThePlainEngineForTinyWeights) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(37, 21, 4, 2);
+  for (const float weight : {1e-19f, 1e-20f, 1e-21f, 1e-22f, 1e-30f}) {
+    SCOPED_TRACE(testing::Message() << "weights of " << weight);
+    for (float& x : p.weight) x = weight * (0.5f + x);
+    expectAgreement(p);
+    p.weight.assign(p.weight.size(), 0.5f);
+  }
+}
+
+// A negative radius is no bound.
+TEST_P(HostEngineOnEveryIsa, AgreesWithThePlainEngineForNegativeLambdaAndWeight) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(37, 21, 4, 2);
+  p.weight[40] = -0.5f;
+  expectAgreement(p);
+  p.par.lambda = -1.0f;
+  expectAgreement(p);
+}
+
+// Beside costs of 1e8 the 1 that labels sum to is less than the rounding.
+TEST_P(HostEngineOnEveryIsa, HugeCostsLeaveTheCheapestLabel) {
+  const HostMachine machine;
+  constexpr std::size_t w = 37, h = 21, n = 4;
+  for (const float scale : {1e7f, 1e9f, 1e12f, 1e30f}) {
+    SCOPED_TRACE(testing::Message() << "costs of " << scale);
+    SolverProblem p = randomProblem(w, h, n, 2);
+    for (float& x : p.rho) x = scale * (1.0f + 0.1f * x);
+    const std::vector<float> u = solveFused(p, *GetParam()).u;
+    for (std::size_t k = 0; k < w * h; ++k) {
+      std::size_t best = 0;
+      for (std::size_t i = 1; i < n; ++i) {
+        if (p.rho[i * w * h + k] < p.rho[best * w * h + k]) best = i;
+      }
+      for (std::size_t i = 0; i < n; ++i) {
+        ASSERT_EQ(u[i * w * h + k], i == best ? 1.0f : 0.0f) << "pixel " << k << " label " << i;
+      }
+    }
+  }
+}
+
+// The square of 1e-21 is a denormal number, whose reciprocal some processors take for infinite.
+TEST_P(HostEngineOnEveryIsa, TinyDualValuesAreHeldAtZeroByARadiusOfZero) {
+  constexpr std::size_t w = 45;
+  std::vector<float> u(2 * w, 0.5f), p(4 * w, 1e-21f), rho(w);
+  SweepBand b;
+  b.u = b.u_bar = u.data();
+  b.p = p.data();
+  b.rho = rho.data();
+  b.w = w;
+  b.h = b.ymax = b.n = 1;
+  b.dualStep = 0.5f;
+  std::vector<float> scratch(GetParam()->scratchFloats(w, 1));
+  b.lambda = 1.0f;
+  GetParam()->dualRow(b, 0, scratch.data());
+  EXPECT_EQ(p, std::vector<float>(4 * w, 1e-21f));
+  b.lambda = 0.0f;
+  GetParam()->dualRow(b, 0, scratch.data());
+  for (std::size_t k = 2 * w; k < 4 * w; ++k) ASSERT_EQ(p[k], 0.0f) << k;
+}
+
 TEST_P(HostEngineOnEveryIsa, AgreesWithThePlainEngineForForcedAndForbiddenLabels) {
   const HostMachine machine;
   SolverProblem p = randomProblem(37, 21, 4, 2);
