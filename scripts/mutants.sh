@@ -126,7 +126,7 @@ run_test() {
     cd "$work/cwd"
     ulimit -v $((16 << 20)) # KiB: a mutant may ask for all the memory there is
     export RATSEG_DEVICE=host RATSEG_TEST_DEVICE=host GTEST_BRIEF=1 GTEST_FAIL_FAST=1
-    timeout -k 5 "$2" "$build/tests-bin/$1"
+    timeout -k 5 "$2" "$build/tests-bin/$1" || exit
   ) >"$work/test.log" 2>&1 </dev/null
 }
 

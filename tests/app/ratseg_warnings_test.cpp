@@ -157,6 +157,11 @@ TEST_F(RatsegWarnings, TellProportionsWithoutSense) {
   saveText("proportions.txt", "0.1 0.1 0.1 0.1 0.2 0.1");
   expectWarnings({}, {"\"proportions.txt\": the means sum to 0.4; they are shares of the "
                       "foreground and should sum to 1"});
+  saveText("proportions.txt", "0.3 0.1 0.3 0.1 0.34 0.1");
+  expectWarnings({}, {"\"proportions.txt\": the means sum to 0.94; they are shares of the "
+                      "foreground and should sum to 1"});
+  saveText("proportions.txt", "0.3 0.1 0.3 0.1 0.36 0.1");
+  expectWarnings({}, {});
 }
 
 TEST_F(RatsegWarnings, TellASingleForegroundLabel) {

@@ -42,5 +42,21 @@ TEST(DistinctColours, EveryEntryFindsItsColourAmongMany) {
   EXPECT_GT(distinct.colours.size(), 10000u);
 }
 
+// Each colour twice in a row, so that the newest one is looked for when the table has just grown.
+TEST(DistinctColours, OfOneChannelAreToldApart) {
+  constexpr std::size_t kColours = 20000;
+  for (const int channel : {0, 1, 2}) {
+    std::vector<float4> list;
+    for (std::size_t k = 0; k < 2 * kColours; ++k) {
+      const auto value = static_cast<float>(k / 2);
+      list.push_back(
+          {channel == 0 ? value : 1, channel == 1 ? value : 1, channel == 2 ? value : 1, 1});
+    }
+    const DistinctColours distinct(list.data(), list.size());
+    EXPECT_EQ(distinct.colours.size(), kColours) << "channel " << channel;
+    EXPECT_EQ(distinct.count, std::vector<std::uint32_t>(kColours, 2)) << "channel " << channel;
+  }
+}
+
 }  // namespace
 }  // namespace namespace_ratseg

@@ -58,6 +58,13 @@ TEST_F(PriorKernels, OnlyTheFirstNLabelsAreTouched) {
   EXPECT_EQ(to.values(), (std::vector<float>{10, 20, 3}));
 }
 
+TEST_F(PriorKernels, LabelsWithoutAThreadStayAsTheyAre) {
+  const DeviceFloats to({1, 2, 3});
+  const DeviceFloats from({10, 20, 30});
+  ratSegKernels().ratseg_copyGamma(labels(2), to, from, 3);
+  EXPECT_EQ(to.values(), (std::vector<float>{10, 20, 3}));
+}
+
 // Of a grid only block 0 works, and a thread's label is its linear index in the block.
 TEST_F(PriorKernels, EachLabelIsTheWorkOfOneThreadOfTheFirstBlock) {
   const DeviceFloats total({1, 2, 3, 4, 5, 6, 7, 8});
