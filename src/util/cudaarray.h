@@ -60,7 +60,7 @@ class cudaarray {
   int getDev() const { return dev; }
   bool isAllocated() const { return ptr != nullptr; }
   T* get_ptr() const { return ptr; }
-  operator T*() const { return ptr; }
+  operator T*() const { return ptr; }  // NOLINT(google-explicit-constructor): kernels take T*
 
   // Makes this an array of n zeros on the current device and returns the number of elements now
   // held: n, or 0 when the allocation failed or any error was pending (it stays pending, and the

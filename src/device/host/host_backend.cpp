@@ -196,7 +196,8 @@ cudaError_t HostBackend::deviceCanAccessPeer(int* can, int device, int peer) {
 cudaError_t HostBackend::deviceEnablePeerAccess(int peer, unsigned int flags) {
   if (!validDevice(peer) || peer == device_ || !config_.peer) return fail(cudaErrorInvalidDevice);
   if (flags != 0) return fail(cudaErrorInvalidValue);
-  const auto index = static_cast<std::size_t>(device_ * config_.devices + peer);
+  const auto index = static_cast<std::size_t>(device_) * static_cast<std::size_t>(config_.devices) +
+                     static_cast<std::size_t>(peer);
   if (peerEnabled_[index]) return fail(cudaErrorPeerAccessAlreadyEnabled);
   peerEnabled_[index] = true;
   return cudaSuccess;
