@@ -223,6 +223,7 @@ bool RatSegImpl::alloc() {
     return false;
   }
   allocatedArrays = true;
+  kind_weight = kind_weight_none;  // the arrays of an earlier alloc() are gone
   scaleOmega = 128.0f / std::sqrt(static_cast<float>(par.w * par.h));
   constGamma = static_cast<float>(par.w * par.h);
   constAlpha = 1.0f;

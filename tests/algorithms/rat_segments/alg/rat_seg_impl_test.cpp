@@ -456,6 +456,19 @@ TEST(RatSegImplFree, IsCheckedArrayByArray) {
   EXPECT_GE((lastcalls_pos - before + kLastCalls) % kLastCalls, 18);
 }
 
+TEST(RatSegImplFree, TheWeightOfAnEarlierAllocationIsForgotten) {
+  const HostMachine machine;
+  Params par = smallParams(20, 20, 3);
+  RatSegImpl solver(par);
+  ASSERT_TRUE(allocAndCapture(solver).ok);
+  std::vector<float> weight(400, 0.5f);
+  solver.setWeight(weight.data());
+  solver.free();
+  ASSERT_TRUE(allocAndCapture(solver).ok);
+  EXPECT_EQ(solver.kind_weight, int{RatSegImpl::kind_weight_none});
+  solver.free();
+}
+
 TEST(RatSegImplFree, TheDestructorDoesNotFree) {
   const HostMachine machine;
   std::size_t available = 0;
