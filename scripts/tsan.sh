@@ -19,8 +19,10 @@ fi
 [[ -e $library ]] || die "there is no $library"
 export OMP_TOOL_LIBRARIES=$library
 export OMP_NUM_THREADS=${OMP_NUM_THREADS:-4}
-# Qt is left out of this build; GoogleTest and the runtime itself are not instrumented.
-export TSAN_OPTIONS="ignore_noninstrumented_modules=1 halt_on_error=0 exitcode=66"
+# GoogleTest and the runtime itself are not instrumented.
+export TSAN_OPTIONS="ignore_noninstrumented_modules=1 exitcode=66"
+# The runtime does not outlive a fork without an exec.
+export GTEST_DEATH_TEST_STYLE=threadsafe
 
 # Runs the planted program; 66 is the sanitizer's status.
 planted() {
