@@ -1,5 +1,5 @@
-// For scripts/tsan.sh: does the thread sanitizer see a race between the bodies of a host launch, and
-// does it keep quiet about the same launch without one? Built with RACE=1 and with RACE=0.
+// For scripts/tsan.sh: does the thread sanitizer see a race between the bodies of a host launch,
+// and does it keep quiet about the same launch without one? Built with RACE=1 and with RACE=0.
 
 #include <vector>
 
