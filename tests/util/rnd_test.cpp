@@ -51,6 +51,14 @@ TEST(Rnd, UniformIsTheGeneratorScaled) {
   EXPECT_FLOAT_EQ(range, static_cast<float>(std::rand() * 4.656613e-10 * 5 - 2));
 }
 
+// 2^-31 to seven digits and in full differ in the last bit of some floats.
+TEST(Rnd, UniformIsScaledBySevenDigits) {
+  Rnd::randomize(1);
+  const std::vector<float> got = uniform(1000);
+  Rnd::randomize(1);
+  EXPECT_EQ(got, draws(1000, [] { return static_cast<float>(std::rand() * 4.656613e-10); }));
+}
+
 TEST(Rnd, UniformFillsItsRange) {
   Rnd::randomize(2);
   std::set<float> tenths;
