@@ -107,6 +107,10 @@ void scribbleDatatermHost(float* out, const float4* image, std::size_t pixels,
     exponents.resize(table.size());
     const float4 lab = tile::labFromRgb(distinct.colours[k]);
     const float least = computeExponents(lab, table, sigma, exponents.data());
+    if (least >= thr) {  // the mean is at most exp(-least), so the cap holds
+      cost[k] = thr;
+      return;
+    }
     const float sum = weightedSum(exponents.data(), table, least);
     cost[k] = tile::scribbleCost(least, sum, scribblesNum, thr);
   });
