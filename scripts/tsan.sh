@@ -21,8 +21,6 @@ export OMP_TOOL_LIBRARIES=$library
 export OMP_NUM_THREADS=${OMP_NUM_THREADS:-4}
 # GoogleTest and the runtime itself are not instrumented.
 export TSAN_OPTIONS="ignore_noninstrumented_modules=1 exitcode=66"
-# The runtime does not outlive a fork without an exec.
-export GTEST_DEATH_TEST_STYLE=threadsafe
 
 # Runs the planted program; 66 is the sanitizer's status.
 planted() {
@@ -40,5 +38,8 @@ echo "The planted race is seen, and nothing else."
 build tsan
 filter=()
 for name; do filter+=(-R "$name"); done
+# Left out: the checks of the sources, and two tests that fork once threads run, which LLVM's runtime
+# does not outlive when the child ends.
+left_out='^checks\.|EndTheProcessOnARefusedLaunch|MoreLabelsThanABlockHasThreadsEndTheProcess'
 ctest --test-dir "$root/build/tsan" --output-on-failure --no-tests=error -j "$(nproc)" \
-  -E '^checks' "${filter[@]}" </dev/null
+  -E "$left_out" "${filter[@]}" </dev/null
