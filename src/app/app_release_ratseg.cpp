@@ -14,6 +14,7 @@
 #include "app/options.h"
 #include "app/proportions.h"
 #include "app/result_files.h"
+#include "app/stage_times.h"
 #include "device/runtime.h"
 #include "util/TimerCUDA.h"
 #include "util/cmd.h"
@@ -87,24 +88,33 @@ void segment(Cmd& cmd) {
   Params& par = solver.getParams();
   const Options options = readOptions(cmd, par);
 
+  StageTimes times;
+  times.begin("reading the image");
   const Image image = loadImage(options.image);
   par.w = static_cast<std::size_t>(image.w);
   par.h = static_cast<std::size_t>(image.h);
   Proportions proportions = readProportions(options.proportions);
   par.n = proportions.means.size();
   printLabels(options.proportions, proportions);
+  times.begin("reading the data term");
   std::unique_ptr<float[]> dataterm = loadDataterm(options.dataterm, image, par.n);
 
   par.gpu.push_back(options.gpu);
   checkDevice(options.gpu, par);
+  times.begin("memory and data-term upload");
   setUpSolver(solver, proportions, std::move(dataterm));
+  times.begin("edge weight");
   const std::unique_ptr<float[]> weight = edgeWeight(image, options.weightcoeff);
   solver.setWeight(weight.get());
+  times.begin("iteration");
   solve(solver);
 
+  times.begin("download");
   const std::vector<int> labeling = solvedLabeling(solver, image.count(), par.n);
+  times.begin("writing");
   writeResultFiles(options.outprefix,
                    {image.w, image.h, par.n, labeling, image.pixels.get(), weight.get()});
+  if (options.timing) times.print(std::cerr);
 }
 
 }  // namespace

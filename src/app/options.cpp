@@ -69,10 +69,12 @@ constexpr std::array<const OptionText*, 10> kOptions = {
     &kEpsilon, &kIterations, &kWeightcoeff, &kOutprefix, &kGpu};
 
 constexpr const char* kDevice = "device";
+constexpr OptionText kTiming = {"timing", "0|1",
+                                "    Report the seconds of each stage on standard error", "0"};
 
 void warnOfUnknownOptions(const Cmd& cmd) {
   for (const auto& [name, values] : cmd.values) {
-    bool known = name == kDevice;
+    bool known = name == kDevice || name == kTiming.name;
     for (const OptionText* option : kOptions) known = known || name == option->name;
     if (!known) warn("unknown option " + inQuotes(std::string("-") + name) + " is ignored");
   }
@@ -132,6 +134,16 @@ void readOption(Cmd& cmd, const OptionText& option, T& target) {
   std::exit(1);
 }
 
+// An option that is 0 (off, the default) or 1, which is not echoed.
+bool readSwitch(Cmd& cmd, const OptionText& option) {
+  if (!cmd.hasArg(option.name)) return false;
+  const std::string text = cmd.getString(option.name);
+  if (cmd.numOptions(option.name) != 1 || (text != "0" && text != "1")) {
+    fail(std::string("ERROR: -") + option.name + " must be 0 or 1, but is " + inQuotes(text));
+  }
+  return text == "1";
+}
+
 // A negative number of iterations is read as one that no machine finishes.
 void refuseEndlessRun(const Params& par) {
   constexpr std::size_t kEndless = std::size_t{1} << 62;
@@ -169,7 +181,10 @@ void printUsage() {
   std::cout << std::flush;
   std::cerr << "Also: -" << kDevice << " auto|cuda|host\n"
             << "    Compute on CUDA GPUs, on the host, or on the host when there is no GPU (auto)\n"
-            << "    Default: auto" << std::endl;
+            << "    Default: auto\n"
+            << "-" << kTiming.name << " " << kTiming.kind << "\n"
+            << kTiming.description << "\n"
+            << "    Default: " << kTiming.fallback << std::endl;
 }
 
 Options readOptions(Cmd& cmd, Params& par) {
@@ -191,6 +206,7 @@ Options readOptions(Cmd& cmd, Params& par) {
   readOption(cmd, kWeightcoeff, options.weightcoeff);
   readOption(cmd, kOutprefix, options.outprefix);
   readOption(cmd, kGpu, options.gpu);
+  options.timing = readSwitch(cmd, kTiming);
   refuseEndlessRun(par);
   warnOfSenselessNumbers(par);
   warnOfOutputFolder(options.outprefix);

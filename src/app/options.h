@@ -15,7 +15,8 @@ struct Options {
   std::string proportions;  // text, mean and sigma per foreground label
   float weightcoeff = 5;    // gamma of the edge weight; 0 = no edge weight
   std::string outprefix = "out";
-  int gpu = 0;  // device number
+  int gpu = 0;          // device number
+  bool timing = false;  // report the seconds of each stage
 };
 
 // Prints all options with their descriptions and defaults.

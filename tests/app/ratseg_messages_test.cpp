@@ -81,7 +81,10 @@ TEST_F(RatsegMessages, WithoutArgumentsAreTheUsageScreen) {
   EXPECT_EQ(result.err,
             "Also: -device auto|cuda|host\n"
             "    Compute on CUDA GPUs, on the host, or on the host when there is no GPU (auto)\n"
-            "    Default: auto\n");
+            "    Default: auto\n"
+            "-timing 0|1\n"
+            "    Report the seconds of each stage on standard error\n"
+            "    Default: 0\n");
   EXPECT_EQ(result.status, 0);
 }
 
