@@ -130,8 +130,8 @@ Measurement measureIteration(const Size& size, int engine) {
     return (secondsNow() - start) / static_cast<double>(steps);
   };
   const double once = run(3);
-  const auto steps = static_cast<std::size_t>(std::clamp(0.4 / once, 10.0, 2000.0));
-  run(std::min<std::size_t>(steps, 50));  // past the start, where more projections are needed
+  const auto steps = static_cast<std::size_t>(std::clamp(0.4 / once, 3.0, 2000.0));
+  run(std::clamp<std::size_t>(steps, 5, 50));  // past the start, where more projections are needed
   std::vector<double> times;
   for (int r = 0; r < kRepeats; ++r) times.push_back(run(steps));
   solver.free();

@@ -1,11 +1,9 @@
-#!/usr/bin/env python3
-"""zlib_floor.py DATATERM.gz RESULT...: the seconds that zlib alone takes for a run's files.
+"""The seconds that zlib alone takes for the files of a run.
 
 Inflates the data term and deflates what the results (.gz and .png files) hold, at the levels
-that they were written with, each as one piece of memory. Prints one line of two numbers.
+that they were written with, each as one piece of memory.
 """
 import struct
-import sys
 import time
 import zlib
 
@@ -37,7 +35,8 @@ def seconds(work):
     return time.perf_counter() - start
 
 
-def main(dataterm, *results):
+def measure(dataterm, results):
+    """Seconds for inflating the data term and for deflating the results."""
     packed = read(dataterm)
     inflating = seconds(lambda: zlib.decompress(packed, GZIP))
     deflating = 0
@@ -47,7 +46,4 @@ def main(dataterm, *results):
         else:
             content, level = png_scan_lines(read(file)), LEVEL_OF_PNG
         deflating += seconds(lambda: zlib.compress(content, level))
-    print(f"{inflating:.3f} {deflating:.3f}")
-
-
-main(*sys.argv[1:])
+    return inflating, deflating
