@@ -20,6 +20,17 @@ bool reportNotAllocated(bool allocated, const char* method) {
   return true;
 }
 
+// Copies count elements from the host into array, from its element first on. Where the array is not
+// allocated, says so and copies nothing.
+template <class T>
+void upload(cudaarray<T>& array, std::size_t first, const T* host, std::size_t count) {
+  if (!array.isAllocated()) {
+    array.copyFromHost(host);  // has the message
+    return;
+  }
+  cudaMemcpy(array.get_ptr() + first, host, count * sizeof(T), cudaMemcpyHostToDevice);
+}
+
 float clampToUnit(float x) { return std::max(0.0f, std::min(1.0f, x)); }
 
 }  // namespace
@@ -30,8 +41,7 @@ void RatSegImpl::setDataterm(float* rho) {
     gpudata& g = arrays[d];
     select(d, kTransferLines + __LINE__);
     for (std::size_t i = 0; i < par.n; ++i) {
-      cudaMemcpy(g.rho.get_ptr() + i * g.NOmega, rho + i * par.w * par.h + par.w * g.ymin,
-                 g.NOmega * sizeof(float), cudaMemcpyHostToDevice);
+      upload(g.rho, i * g.NOmega, rho + i * par.w * par.h + par.w * g.ymin, g.NOmega);
       check(kTransferLines + __LINE__);
     }
   }
@@ -43,15 +53,13 @@ void RatSegImpl::setDataterm(float4* image, float4** scribbles, std::size_t* scr
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
     select(d, kTransferLines + __LINE__);
-    cudaMemcpy(g.image.get_ptr(), image + par.w * g.ymin, g.NOmega * sizeof(float4),
-               cudaMemcpyHostToDevice);
+    upload(g.image, 0, image + par.w * g.ymin, g.NOmega);
     check(kTransferLines + __LINE__);
   }
   for (std::size_t i = 0; i < par.n; ++i) {
     for (int d = 0; d < bands(); ++d) {
       select(d, kTransferLines + __LINE__);
-      cudaMemcpy(arrays[d].scribbles.get_ptr(), scribbles[i], scribblesNum[i] * sizeof(float4),
-                 cudaMemcpyHostToDevice);
+      upload(arrays[d].scribbles, 0, scribbles[i], scribblesNum[i]);
       check(kTransferLines + __LINE__);
     }
     for (int d = 0; d < bands(); ++d) {

@@ -390,14 +390,16 @@ TEST_F(TransferTest, EveryCallIsFollowedByACheck) {
   }
 }
 
+constexpr const char* kNoDestination =
+    "ERROR: (cudaarray.copyFromHost(T*)): destination array not allocated\n";
+
 TEST_F(TransferTest, RatiosSkipArraysThatAreNotAllocatedAndSaySo) {
   std::vector<float> ratios = {0.5f, 0.5f, 0.0f};
   std::vector<float> sigmas = {0.1f, 0.2f, 0.0f};
   solver_.arrays[1].sigmas.free();
   CaptureStderr();
   solver_.setRatios(ratios.data(), sigmas.data(), 2, nullptr, nullptr);
-  EXPECT_EQ(GetCapturedStderr(),
-            "ERROR: (cudaarray.copyFromHost(T*)): destination array not allocated\n");
+  EXPECT_EQ(GetCapturedStderr(), kNoDestination);
   EXPECT_EQ(toHost(solver_.arrays[1].ratios), ratios);
   EXPECT_FALSE(solver_.arrays[1].sigmas.isAllocated());
   EXPECT_EQ(toHost(solver_.arrays[2].sigmas), sigmas);
@@ -408,20 +410,54 @@ TEST_F(TransferTest, WeightSkipsArraysThatAreNotAllocatedAndSaysSo) {
   solver_.arrays[0].weight.free();
   CaptureStderr();
   solver_.setWeight(weight.data());
-  EXPECT_EQ(GetCapturedStderr(),
-            "ERROR: (cudaarray.copyFromHost(T*)): destination array not allocated\n");
+  EXPECT_EQ(GetCapturedStderr(), kNoDestination);
   EXPECT_EQ(toHost(solver_.arrays[2].weight), std::vector<float>(weight.end() - 4, weight.end()));
 }
 
-// Remembers what is filled, in order.
+TEST_F(TransferTest, DatatermSkipsArraysThatAreNotAllocatedAndSaysSo) {
+  par_.initLocalSolution = false;  // which needs the data term
+  std::vector<float> rho = counting(pixels * n);
+  solver_.arrays[1].rho.free();
+  CaptureStderr();
+  solver_.setDataterm(rho.data());
+  std::string perLabel;
+  for (std::size_t i = 0; i < n; ++i) perLabel += kNoDestination;
+  EXPECT_EQ(GetCapturedStderr(), perLabel);
+  EXPECT_FALSE(solver_.arrays[1].rho.isAllocated());
+  const std::vector<float> last = toHost(solver_.arrays[2].rho);
+  for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(last[i * w], rho[i * pixels + 6 * w]);
+}
+
+TEST_F(TransferTest, ScribblesSkipArraysThatAreNotAllocatedAndSaySo) {
+  std::vector<float4> image(pixels);
+  float4* scribbles[] = {nullptr, nullptr, nullptr};
+  std::size_t counts[] = {0, 0, 0};  // so that no colour is read
+  solver_.arrays[1].image.free();
+  CaptureStderr();
+  solver_.setDataterm(image.data(), scribbles, counts, 5.0f, 10.0f);
+  EXPECT_EQ(GetCapturedStderr(), kNoDestination);
+  solver_.arrays[2].scribbles.free();
+  CaptureStderr();
+  solver_.setDataterm(image.data(), scribbles, counts, 5.0f, 7.0f);
+  std::string expected = kNoDestination;
+  for (std::size_t i = 0; i < n; ++i) expected += kNoDestination;
+  EXPECT_EQ(GetCapturedStderr(), expected);
+  std::vector<float> rho(pixels * n);
+  solver_.getDataterm(rho.data());
+  EXPECT_EQ(rho, std::vector<float>(pixels * n, 7.0f));
+}
+
+// Remembers what is filled, in order, and the place of the ring of checks at the time.
 class Fills final : public ForwardingBackend {
  public:
   using ForwardingBackend::ForwardingBackend;
   cudaError_t memset(void* ptr, int value, std::size_t bytes) override {
     filled.push_back(ptr);
+    checks.push_back(lastcalls_pos);
     return ForwardingBackend::memset(ptr, value, bytes);
   }
   std::vector<void*> filled;
+  std::vector<int> checks;
 };
 
 TEST_F(TransferTest, ReinitFillsTheIterationsArraysInOrder) {
@@ -447,6 +483,28 @@ TEST_F(TransferTest, ReinitFillsTheIterationsArraysInOrder) {
                                               expected[18], expected[19]}));
 }
 
+// Between two fills there is a check of the first and, where the device changes, one of selecting
+// the second's.
+TEST_F(TransferTest, EveryFillIsFollowedByACheck) {
+  par_.initLocalSolution = false;
+  Fills fills(machine_.backend);
+  const BackendScope scope(fills);
+  const auto expectChecks = [&](std::size_t perDevice) {
+    ASSERT_EQ(fills.checks.size(), 3 * perDevice);
+    fills.checks.push_back(lastcalls_pos);
+    for (std::size_t k = 1; k <= 3 * perDevice; ++k) {
+      const bool sameDevice = k % perDevice != 0 || k == 3 * perDevice;
+      const int checks = (fills.checks[k] - fills.checks[k - 1] + kLastCalls) % kLastCalls;
+      EXPECT_EQ(checks, sameDevice ? 1 : 2) << "after fill " << k;
+    }
+    fills.checks.clear();
+  };
+  solver_.reinit();
+  expectChecks(9);
+  solver_.setZeroSolution();
+  expectChecks(2);
+}
+
 TEST_F(TransferTest, ReinitAndZeroSolutionSkipArraysThatAreNotAllocated) {
   par_.initLocalSolution = false;
   gpudata& g = solver_.arrays[1];
@@ -454,6 +512,12 @@ TEST_F(TransferTest, ReinitAndZeroSolutionSkipArraysThatAreNotAllocated) {
   g.gamma.free();
   const std::vector<float> ones(n, 1.0f);
   g.beta.copyFromHost(ones.data());
+  gpudata& none = solver_.arrays[2];
+  none.p.free();
+  for (auto* array : {&none.u, &none.u_bar, &none.a, &none.a_bar, &none.gamma, &none.sum_u,
+                      &none.alpha, &none.beta}) {
+    array->free();
+  }
   CaptureStdout();
   CaptureStderr();
   solver_.reinit();
@@ -461,6 +525,7 @@ TEST_F(TransferTest, ReinitAndZeroSolutionSkipArraysThatAreNotAllocated) {
   EXPECT_EQ(GetCapturedStdout(), "");
   EXPECT_EQ(GetCapturedStderr(), "");
   EXPECT_FALSE(g.u_bar.isAllocated());
+  EXPECT_FALSE(none.p.isAllocated());
   EXPECT_EQ(toHost(g.beta), std::vector<float>(n));
   EXPECT_EQ(cudaPeekAtLastError(), cudaSuccess);
 }
