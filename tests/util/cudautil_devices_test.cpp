@@ -209,6 +209,28 @@ TEST(GetDevices, SelectsEachDeviceBeforeAskingForItsProperties) {
   delete[] dev;
 }
 
+TEST(GetDevices, SelectsTheFirstDeviceInTheEndWhereTheCurrentOneIsUnknown) {
+  class Unknown final : public ForwardingBackend {
+   public:
+    using ForwardingBackend::ForwardingBackend;
+    cudaError_t getDevice(int*) override { return cudaErrorInvalidValue; }
+    cudaError_t setDevice(int device) override {
+      selected = device;
+      return ForwardingBackend::setDevice(device);
+    }
+    int selected = -1;
+  };
+  HostMachine machine(hostConfig(3));
+  Unknown unknown(machine.backend);
+  const BackendScope scope(unknown);
+  int* dev = nullptr;
+  int count = 0;
+  CudaUtil::getDevices(&dev, &count, nullptr, true);
+  EXPECT_EQ(count, 3);
+  EXPECT_EQ(unknown.selected, 0);
+  delete[] dev;
+}
+
 TEST(GetDevices, NullArgumentsAreReported) {
   const HostMachine machine(hostConfig(1));
   int* dev = nullptr;

@@ -218,6 +218,25 @@ TEST(SumDebug, TellsEachPassWithItsArrays) {
             "sum up 2 to final output\n  src=temp2\n");
 }
 
+// The device refuses all passes but the last: only their arrays are looked at.
+TEST(SumDebug, ScratchArraysTakeTurns) {
+  HostConfig config = capability(3);
+  config.properties[0].maxThreadsPerBlock = 128;
+  const HostMachine machine(config);
+  cuda_summator<float> summator;
+  summator.debug = true;
+  const cudaarray<float> a(1);
+  cudaarray<float> sum(1);
+  testing::internal::CaptureStdout();
+  summator.sumup(sum, a, (std::size_t{1} << 27) + 1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "sum up 134217729 to 262145\n  src=input array\n  dst=temp1\n"
+            "sum up 262145 to 513\n  src=temp1\n  dst=temp2\n"
+            "sum up 513 to 2\n  src=temp2\n  dst=temp1\n"
+            "sum up 2 to final output\n  src=temp1\n");
+  EXPECT_EQ(cudaGetLastError(), cudaErrorInvalidConfiguration);
+}
+
 TEST(SumDebug, ScalarFormTellsTheSame) {
   const HostMachine machine(hostConfig(1));
   cuda_summator<float> summator;

@@ -77,7 +77,7 @@ TEST_F(PriorKernels, GammaClimbsTheDifferenceOfShareAndLabeling) {
   const DeviceFloats gamma({0.5f, -1.0f});
   const DeviceFloats a({0.25f, 0.75f});
   const DeviceFloats sum_u({40.0f, 60.0f});
-  ratSegKernels().ratseg_dual_gamma(labels(2), gamma, a, sum_u, 80.0f, 80, 0.5f, 2);
+  ratSegKernels().ratseg_dual_gamma(labels(2), gamma, a, sum_u, 48.0f, 80, 0.5f, 2);
   // dt/2 (a - sum/80), whatever constGamma is
   expectNear(gamma.values(), {0.5 + 0.25 * (0.25 - 0.5), -1.0 + 0.25 * (0.75 - 0.75)});
 }

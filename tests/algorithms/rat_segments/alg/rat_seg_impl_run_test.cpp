@@ -284,6 +284,40 @@ TEST(RatSegImplRun, LaunchShapesAreThoseOfTheBand) {
   solver.free();
 }
 
+TEST(RatSegImplRun, SharesAreTheWorkOfOneThreadPerLabelOfTheFirstDevice) {
+  HostMachine machine(hostConfig(2));
+  SolverProblem p = randomProblem(9, 8, 5);
+  p.par.engine = Params::engine_plain;
+  p.par.Nsteps = 1;
+  p.par.outModulo = 2;
+  p.par.gpu = {0, 1};
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  for (int kind = 0; kind <= 3; ++kind) {
+    SCOPED_TRACE(testing::Message() << "kind of prior " << kind);
+    p.par.kind_prior = kind;
+    Trace trace(machine);
+    solver.run();
+    machine.backend.setObserver({});
+    int seen = 0;
+    for (const HostBackend::Call& call : trace.full) {
+      if (call.name != "ratseg_dual_gamma" && call.name.rfind("ratseg_dual_alphabeta", 0) != 0 &&
+          call.name.rfind("ratseg_prim_a", 0) != 0) {
+        continue;
+      }
+      SCOPED_TRACE(call.name);
+      ++seen;
+      EXPECT_EQ(call.device, 0);
+      EXPECT_EQ(call.shape.grid.x * call.shape.grid.y * call.shape.grid.z, 1u);
+      EXPECT_EQ(call.shape.block.x, 5u);
+      EXPECT_EQ(call.shape.block.y * call.shape.block.z, 1u);
+      EXPECT_EQ(call.shape.sharedBytes, 0u);
+    }
+    EXPECT_EQ(seen, kind == Params::kind_prior_none ? 2 : 3);
+  }
+  solver.free();
+}
+
 // Only one row per label crosses each boundary, and nothing waits inside an iteration.
 TEST(RatSegImplRun, NothingWaitsInsideAnIterationWithPeerAccess) {
   HostMachine machine(hostConfig(2));

@@ -354,6 +354,24 @@ TEST(RatSegImplAlloc, MemoryReportNamesEachDeviceWhenThereAreSeveral) {
   solver.free();
 }
 
+TEST(RatSegImplAlloc, MemoryReportHasTheFiguresOfEachBandAndItsDevice) {
+  const HostMachine machine(hostConfig(2, true, 64));
+  cudaSetDevice(1);
+  void* taken = nullptr;
+  ASSERT_EQ(cudaMalloc(&taken, (5 << 20) + 1), cudaSuccess);
+  Params par = smallParams(256, 255, 3, {1, 0});
+  RatSegImpl solver(par);
+  const AllocOutput result = allocAndCapture(solver);
+  ASSERT_TRUE(result.ok);
+  // bands of 128 and 127 rows: 2109560 and 2093176 bytes, a little more and less than 2 MiB
+  EXPECT_EQ(result.out,
+            "Using: 1, 0\n"
+            "GPU memory needed: 5 MB\n"
+            "  device 1: 3 MB,  available: 58 MB,  total: 64 MB\n"
+            "  device 0: 2 MB,  available: 64 MB,  total: 64 MB\n");
+  solver.free();
+}
+
 TEST(RatSegImplAlloc, MemoryIsPrintedInMixedUnits) {
   // The machine has no room for these: only the report is looked at.
   const HostMachine machine(hostConfig(1, true, 1));

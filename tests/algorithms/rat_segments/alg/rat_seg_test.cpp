@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "device/runtime.h"
@@ -220,6 +221,37 @@ TEST(RatSeg, ScribbleDatatermReachesTheSolver) {
   solver.getDataterm(rho.data());
   EXPECT_EQ(rho, (std::vector<float>{0, 10, 10, 0}));
   solver.free();
+}
+
+TEST(RatSeg, ParametersChangedAfterTheSetUpCount) {
+  const HostMachine machine;
+  const std::vector<std::pair<const char*, void (*)(Params&)>> changes = {
+      {"lambda", [](Params& par) { par.lambda = 0.25f; }},
+      {"mu", [](Params& par) { par.mu = 5.0f; }},
+      {"eps", [](Params& par) { par.eps = 0.5f; }},
+      {"dt_multiplier", [](Params& par) { par.dt_multiplier = 0.75f; }},
+      {"kind_prior", [](Params& par) { par.kind_prior = Params::kind_prior_interval; }}};
+  for (const auto& [name, change] : changes) {
+    SCOPED_TRACE(name);
+    SolverProblem p = randomProblem(11, 7, 3);
+    SolverProblem changed = p;
+    change(changed.par);
+    const SolverResult expected = solve(changed);
+    ASSERT_NE(expected.u, solve(p).u) << "the parameter matters";
+
+    RatSeg solver;
+    solver.getParams() = p.par;
+    ASSERT_TRUE(solver.alloc());
+    solver.setRatios(p.ratios.data(), p.sigmas.data(), p.ind_bgr, nullptr, nullptr);
+    solver.setDataterm(p.rho.data());
+    solver.setWeight(p.weight.data());
+    change(solver.getParams());
+    solver.run();
+    std::vector<float> u(p.rho.size());
+    solver.getSolution_smooth(u.data());
+    EXPECT_EQ(u, expected.u);
+    solver.free();
+  }
 }
 
 // Changes of the parameters between runs are seen.
