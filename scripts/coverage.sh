@@ -18,7 +18,7 @@ quietly ctest --test-dir "$build_dir" --output-on-failure --no-tests=error -j "$
 
 measure=(gcovr --root "$root" --object-directory "$build_dir" --filter "$root/src/"
   --exclude '.*/cuda/.*' --exclude '.*_cuda\.cu' --exclude-throw-branches
-  --exclude-unreachable-branches "$build_dir")
+  --exclude-unreachable-branches --exclude-directories '.*CompilerId.*' "$build_dir")
 echo "Branches:"
 "${measure[@]}" --branches
 echo "Lines:"
