@@ -1,6 +1,11 @@
 // Speed of the iteration, against the machine's own memory bandwidth measured in the same run.
 //
-//   ratseg_bench [-device auto|cuda|host] [-engine plain|auto] [--json FILE] [WxHxN ...]
+//   ratseg_bench [-device auto|cuda|host] [-engine plain|fused|auto] [--whole STEPS] [--json FILE]
+//                [WxHxN ...]
+//
+// Ends with status 1 when the device has no room for a size; the others are measured all the same.
+// With --whole it solves each size once in so many iterations and names set-up, transfers, the
+// iteration and the file of the labeling apart.
 //
 // Prints, per size and engine: pixel-label-iterations per second (median of several runs, with the
 // spread), microseconds per iteration, the bandwidth at 36 bytes per pixel-label-iteration, and its
@@ -13,6 +18,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <random>
 #include <sstream>
 #include <string>
@@ -23,6 +29,7 @@
 #include "device/host/host_launch.h"
 #include "device/runtime.h"
 #include "device/selection.h"
+#include "util/fileio.h"
 
 using namespace namespace_ratseg;
 
@@ -30,6 +37,7 @@ namespace {
 
 constexpr int kRepeats = 7;
 constexpr double kBytesPerStep = 36.0;
+constexpr std::size_t kSome = 50;  // iterations before the measured ones
 
 struct Size {
   std::size_t w, h, n;
@@ -39,6 +47,13 @@ struct Job {
   std::vector<Size> sizes;
   std::vector<int> engines;
   std::string json;
+  std::size_t wholeSteps = 0;
+};
+
+// A solver and the arrays of one problem.
+struct Problem {
+  RatSeg solver;
+  std::vector<float> rho, weight, ratios, sigmas;
 };
 
 struct Measurement {
@@ -93,11 +108,7 @@ double deviceBandwidth() {
   return median(rates);
 }
 
-// The seconds of one iteration on random costs, which leave most pixels with one or two labels as
-// real data terms do.
-Measurement measureIteration(const Size& size, int engine) {
-  RatSeg solver;
-  Params& par = solver.getParams();
+void setParams(Params& par, const Size& size, int engine) {
   par.w = size.w;
   par.h = size.h;
   par.n = size.n;
@@ -105,43 +116,100 @@ Measurement measureIteration(const Size& size, int engine) {
   par.mu = 500.0f;
   par.eps = 10.0f;
   par.engine = engine;
-  std::cout.setstate(std::ios::failbit);  // the memory report is not wanted here
+}
+
+// Without the memory report, which is not wanted here. False when the device has no room.
+bool allocate(RatSeg& solver) {
+  std::cout.setstate(std::ios::failbit);
   const bool ok = solver.alloc();
   std::cout.clear();
-  if (!ok) return {};
+  return ok;
+}
 
+// Random costs, which leave most pixels with one or two labels as real data terms do.
+void fillArrays(Problem& p, const Size& size) {
   std::mt19937 generator(1);
-  const std::size_t pixels = size.w * size.h;
-  std::vector<float> rho(pixels * size.n);
-  for (float& x : rho) x = 10.0f * static_cast<float>(generator() >> 8) * 0x1p-24f;
-  std::vector<float> weight(pixels, 0.8f);
-  const float share = size.n > 1 ? 1.0f / static_cast<float>(size.n - 1) : 1.0f;
-  std::vector<float> ratios(size.n, share);
-  std::vector<float> sigmas(size.n, 0.02f);
-  solver.setRatios(ratios.data(), sigmas.data(), size.n - 1, nullptr, nullptr);
-  solver.setDataterm(rho.data());
-  solver.setWeight(weight.data());
+  p.rho.resize(size.w * size.h * size.n);
+  for (float& x : p.rho) x = 10.0f * static_cast<float>(generator() >> 8) * 0x1p-24f;
+  p.weight.assign(size.w * size.h, 0.8f);
+  p.ratios.assign(size.n, size.n > 1 ? 1.0f / static_cast<float>(size.n - 1) : 1.0f);
+  p.sigmas.assign(size.n, 0.02f);
+}
 
-  const auto run = [&](std::size_t steps) {
-    par.Nsteps = steps;
-    par.outModulo = steps + 1;
-    const double start = secondsNow();
-    solver.run();
-    return (secondsNow() - start) / static_cast<double>(steps);
-  };
-  const double once = run(3);
-  const auto steps = static_cast<std::size_t>(std::clamp(0.4 / once, 3.0, 2000.0));
-  run(std::clamp<std::size_t>(steps, 5, 50));  // past the start, where more projections are needed
+void upload(Problem& p) {
+  const std::size_t n = p.ratios.size();
+  p.solver.setRatios(p.ratios.data(), p.sigmas.data(), n - 1, nullptr, nullptr);
+  p.solver.setDataterm(p.rho.data());
+  p.solver.setWeight(p.weight.data());
+}
+
+double secondsOfRun(RatSeg& solver, std::size_t steps) {
+  Params& par = solver.getParams();
+  par.Nsteps = steps;
+  par.outModulo = steps + 1;
+  const double start = secondsNow();
+  solver.run();
+  return secondsNow() - start;
+}
+
+// The seconds of one iteration.
+Measurement measureIteration(const Size& size, int engine) {
+  Problem p;
+  setParams(p.solver.getParams(), size, engine);
+  if (!allocate(p.solver)) return {};
+  fillArrays(p, size);
+  upload(p);
+  const double once = secondsOfRun(p.solver, 3) / 3.0;
+  const auto most = backend().isHost() ? 2000.0 : 50000.0;
+  // Past the start, where more projections are needed; a run's own set-up hardly counts then.
+  const std::size_t warm = once < 0.1 ? kSome : 5;
+  const double each = secondsOfRun(p.solver, warm) / static_cast<double>(warm);
+  const double most = backend().isHost() ? 2000.0 : 50000.0;
+  const auto steps = static_cast<std::size_t>(std::clamp(0.4 / each, 3.0, most));
   std::vector<double> times;
-  for (int r = 0; r < kRepeats; ++r) times.push_back(run(steps));
-  solver.free();
+  for (int r = 0; r < kRepeats; ++r) {
+    times.push_back(secondsOfRun(p.solver, steps) / static_cast<double>(steps));
+  }
+  p.solver.free();
   return {median(times), *std::min_element(times.begin(), times.end()),
           *std::max_element(times.begin(), times.end())};
 }
 
+// One solve from set-up to the file of the labeling, each part's seconds on a line of its own.
+bool measureWhole(const Size& size, int engine, std::size_t steps) {
+  Problem p;
+  setParams(p.solver.getParams(), size, engine);
+  fillArrays(p, size);
+  std::vector<float> u(p.rho.size());
+  const auto part = [](const char* name, auto&& body) {
+    const double start = secondsNow();
+    const bool ok = body();
+    if (ok) std::printf("  %-26s %9.3f s\n", name, secondsNow() - start);
+    std::fflush(stdout);
+    return ok;
+  };
+  bool ok = part("set-up", [&] { return allocate(p.solver); });
+  if (!ok) return false;
+  part("transfer to the device", [&] { return upload(p), true; });
+  part("iterations", [&] { return secondsOfRun(p.solver, steps), true; });
+  part("transfer from the device", [&] { return p.solver.getSolution(u.data()), true; });
+  const std::string file = "ratseg_bench_labeling.gz";
+  ok = part("file of the labeling", [&] {
+    std::vector<int> labels(size.w * size.h);
+    for (std::size_t k = 0; k < u.size(); ++k) {
+      if (u[k] > 0.5f) labels[k % labels.size()] = static_cast<int>(k / labels.size());
+    }
+    return FileIO::saveArray(file, labels.data(), labels.size());
+  });
+  std::remove(file.c_str());
+  p.solver.free();
+  return ok;
+}
+
 std::string engineName(int engine) {
   if (engine == Params::engine_plain) return "plain";
-  return backend().isHost() ? "fused " + std::string(hostSweep().isa) : "auto";
+  if (backend().isHost()) return "fused " + std::string(hostSweep().isa);
+  return engine == Params::engine_fused ? "fused" : "auto";
 }
 
 // One line on standard output; returns the same as a JSON object, or nothing when the device has no
@@ -171,7 +239,16 @@ bool parseSize(const std::string& text, Size& size) {
          static_cast<std::size_t>(used) == text.size() && size.w * size.h * size.n > 0;
 }
 
+bool parseCount(const std::string& text, std::size_t& count) {
+  int used = 0;
+  return std::sscanf(text.c_str(), "%zu%n", &count, &used) == 1 &&
+         static_cast<std::size_t>(used) == text.size() && count > 0;
+}
+
 bool parseArguments(int argc, char** argv, Job& job) {
+  const std::map<std::string, int> engineNumbers = {{"plain", Params::engine_plain},
+                                                    {"fused", Params::engine_fused},
+                                                    {"auto", Params::engine_auto}};
   for (int k = 1; k < argc; ++k) {
     const std::string word = argv[k];
     const std::string value = k + 1 < argc ? argv[k + 1] : "";
@@ -180,8 +257,10 @@ bool parseArguments(int argc, char** argv, Job& job) {
     if (word == "-device" && parseDeviceChoice(value, choice)) {
       chooseBackend(choice, std::cerr);
       ++k;
-    } else if (word == "-engine" && (value == "plain" || value == "auto")) {
-      job.engines.push_back(value == "plain" ? Params::engine_plain : Params::engine_auto);
+    } else if (word == "-engine" && engineNumbers.count(value) != 0) {
+      job.engines.push_back(engineNumbers.at(value));
+      ++k;
+    } else if (word == "--whole" && parseCount(value, job.wholeSteps)) {
       ++k;
     } else if (word == "--json" && !value.empty()) {
       job.json = value;
@@ -189,16 +268,17 @@ bool parseArguments(int argc, char** argv, Job& job) {
     } else if (parseSize(word, size)) {
       job.sizes.push_back(size);
     } else {
-      std::cerr << "ERROR: expected -device auto|cuda|host, -engine plain|auto, --json FILE or "
-                   "WxHxN, but found \""
-                << word << "\"" << std::endl;
+      std::cerr
+          << "ERROR: expected -device auto|cuda|host, -engine plain|fused|auto, --whole STEPS, "
+             "--json FILE or WxHxN, but found \""
+          << word << "\"" << std::endl;
       return false;
     }
   }
   if (job.sizes.empty()) {
     job.sizes = {{64, 64, 3}, {512, 512, 5}, {1024, 1024, 8}, {2048, 2048, 8}, {1024, 1024, 64}};
   }
-  if (job.engines.empty()) job.engines = {Params::engine_plain, Params::engine_auto};
+  if (job.engines.empty()) job.engines = {Params::engine_plain, Params::engine_fused};
   return true;
 }
 
@@ -217,17 +297,26 @@ int main(int argc, char** argv) {
   const double bandwidth = backend().isHost() ? hostBandwidth() : deviceBandwidth();
   std::printf("device: %s, limit %.1f GB/s\n", prop.name, bandwidth * 1e-9);
   std::string list;
+  bool roomForAll = true;
   for (const Size& size : job.sizes) {
     for (int engine : job.engines) {
+      if (job.wholeSteps > 0) {
+        std::printf("%zux%zu x%zu %s, %zu iterations:\n", size.w, size.h, size.n,
+                    engineName(engine).c_str(), job.wholeSteps);
+        if (!measureWhole(size, engine, job.wholeSteps)) roomForAll = false;
+        continue;
+      }
       const std::string json = measure(size, engine, bandwidth);
+      if (json.empty()) roomForAll = false;
       if (!json.empty()) list += (list.empty() ? "\n    " : ",\n    ") + json;
     }
   }
-  if (job.json.empty()) return 0;
+  const int status = roomForAll ? 0 : 1;
+  if (job.json.empty()) return status;
   std::ofstream out(job.json);
   out << "{\n  \"device\": \"" << prop.name << "\",\n  \"limit_bytes_per_second\": " << bandwidth
       << ",\n  \"results\": [" << list << "\n  ]\n}\n";
-  if (out.flush()) return 0;
+  if (out.flush()) return status;
   std::cerr << "ERROR: cannot write \"" << job.json << "\"" << std::endl;
   return 1;
 }

@@ -42,11 +42,15 @@ class Backend {
   virtual cudaError_t deviceSynchronize() = 0;
 
   virtual cudaError_t eventCreate(cudaEvent_t* event) = 0;
-  virtual cudaError_t eventRecord(cudaEvent_t event) = 0;
+  virtual cudaError_t eventRecord(cudaEvent_t event, cudaStream_t stream) = 0;
   virtual cudaError_t eventSynchronize(cudaEvent_t event) = 0;
   virtual cudaError_t eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) = 0;
   virtual cudaError_t eventDestroy(cudaEvent_t event) = 0;
-  virtual cudaError_t streamWaitEvent(cudaEvent_t event) = 0;
+
+  // A stream of its own does not wait for the device's own one, nor that for it.
+  virtual cudaError_t streamCreate(cudaStream_t* stream) = 0;
+  virtual cudaError_t streamDestroy(cudaStream_t stream) = 0;
+  virtual cudaError_t streamWaitEvent(cudaStream_t stream, cudaEvent_t event) = 0;
 
   virtual cudaError_t getLastError() = 0;
   virtual cudaError_t peekAtLastError() = 0;

@@ -42,16 +42,19 @@ cudaError_t cudaDeviceEnablePeerAccess(int peer, unsigned int flags) {
 cudaError_t cudaDeviceSynchronize() { return backend().deviceSynchronize(); }
 
 cudaError_t cudaEventCreate(cudaEvent_t* event) { return backend().eventCreate(event); }
-cudaError_t cudaEventRecord(cudaEvent_t event, int /*stream*/) {
-  return backend().eventRecord(event);
+cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream) {
+  return backend().eventRecord(event, stream);
 }
 cudaError_t cudaEventSynchronize(cudaEvent_t event) { return backend().eventSynchronize(event); }
 cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) {
   return backend().eventElapsedTime(ms, start, stop);
 }
 cudaError_t cudaEventDestroy(cudaEvent_t event) { return backend().eventDestroy(event); }
-cudaError_t cudaStreamWaitEvent(int /*stream*/, cudaEvent_t event, unsigned int /*flags*/) {
-  return backend().streamWaitEvent(event);
+
+cudaError_t cudaStreamCreate(cudaStream_t* stream) { return backend().streamCreate(stream); }
+cudaError_t cudaStreamDestroy(cudaStream_t stream) { return backend().streamDestroy(stream); }
+cudaError_t cudaStreamWaitEvent(cudaStream_t stream, cudaEvent_t event, unsigned int /*flags*/) {
+  return backend().streamWaitEvent(stream, event);
 }
 
 cudaError_t cudaGetLastError() { return backend().getLastError(); }

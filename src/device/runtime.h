@@ -37,14 +37,18 @@ cudaError_t cudaDeviceEnablePeerAccess(int peer, unsigned int flags);
 cudaError_t cudaDeviceSynchronize();
 
 cudaError_t cudaEventCreate(cudaEvent_t* event);
-cudaError_t cudaEventRecord(cudaEvent_t event, int stream = 0);
+cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream = nullptr);
 cudaError_t cudaEventSynchronize(cudaEvent_t event);
 cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop);
 cudaError_t cudaEventDestroy(cudaEvent_t event);
 
-// What the current device does from now on starts after the event, which may be another device's.
-// The host does not wait.
-cudaError_t cudaStreamWaitEvent(int stream, cudaEvent_t event, unsigned int flags = 0);
+// A further queue of the current device, which runs beside the device's own one.
+cudaError_t cudaStreamCreate(cudaStream_t* stream);
+cudaError_t cudaStreamDestroy(cudaStream_t stream);
+
+// What the stream does from now on starts after the event, which may be another device's. The host
+// does not wait.
+cudaError_t cudaStreamWaitEvent(cudaStream_t stream, cudaEvent_t event, unsigned int flags = 0);
 
 cudaError_t cudaGetLastError();
 cudaError_t cudaPeekAtLastError();

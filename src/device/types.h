@@ -68,6 +68,10 @@ struct cudaDeviceProp {
 // An event of the backend that made it.
 using cudaEvent_t = void*;
 
+// A queue of work of the backend that made it. Null is each device's own, in which everything runs
+// that names no other.
+using cudaStream_t = void*;
+
 // How a kernel is launched: blocks, threads in a block, dynamic shared memory in bytes.
 struct LaunchShape {
   dim3 grid;

@@ -50,13 +50,20 @@ class ForwardingBackend : public Backend {
   cudaError_t deviceSynchronize() override { return next_.deviceSynchronize(); }
 
   cudaError_t eventCreate(cudaEvent_t* event) override { return next_.eventCreate(event); }
-  cudaError_t eventRecord(cudaEvent_t event) override { return next_.eventRecord(event); }
+  cudaError_t eventRecord(cudaEvent_t event, cudaStream_t stream) override {
+    return next_.eventRecord(event, stream);
+  }
   cudaError_t eventSynchronize(cudaEvent_t event) override { return next_.eventSynchronize(event); }
   cudaError_t eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) override {
     return next_.eventElapsedTime(ms, start, stop);
   }
   cudaError_t eventDestroy(cudaEvent_t event) override { return next_.eventDestroy(event); }
-  cudaError_t streamWaitEvent(cudaEvent_t event) override { return next_.streamWaitEvent(event); }
+
+  cudaError_t streamCreate(cudaStream_t* stream) override { return next_.streamCreate(stream); }
+  cudaError_t streamDestroy(cudaStream_t stream) override { return next_.streamDestroy(stream); }
+  cudaError_t streamWaitEvent(cudaStream_t stream, cudaEvent_t event) override {
+    return next_.streamWaitEvent(stream, event);
+  }
 
   cudaError_t getLastError() override { return next_.getLastError(); }
   cudaError_t peekAtLastError() override { return next_.peekAtLastError(); }

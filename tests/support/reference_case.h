@@ -2,7 +2,7 @@
 #define RATSEG_TESTS_SUPPORT_REFERENCE_CASE_H
 
 // The small problems with known results that lie beside the project, in the folder `cases` of
-// RATSEG_SHARED_DIR. Where that folder is missing there are no names, and tests say SKIPPED.
+// RATSEG_SHARED_DIR; an environment variable of that name stands for another one. Where that folder is missing there are no names, and tests say SKIPPED.
 
 #include <algorithm>
 #include <cctype>
@@ -131,7 +131,10 @@ struct ReferenceCase {
   std::string file(const std::string& base) const { return folder + "/" + base; }
 };
 
-inline std::string referenceCaseFolder() { return std::string(RATSEG_SHARED_DIR) + "/cases"; }
+inline std::string referenceCaseFolder() {
+  const char* other = std::getenv("RATSEG_SHARED_DIR");
+  return std::string(other != nullptr ? other : RATSEG_SHARED_DIR) + "/cases";
+}
 
 // The names of all cases, sorted. Empty where the folder is missing.
 inline std::vector<std::string> referenceCaseNames() {

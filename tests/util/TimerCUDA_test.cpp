@@ -29,9 +29,9 @@ class ToldTimes final : public ForwardingBackend {
     remember("create");
     return error;
   }
-  cudaError_t eventRecord(cudaEvent_t event) override {
+  cudaError_t eventRecord(cudaEvent_t event, cudaStream_t stream) override {
     remember("record");
-    return ForwardingBackend::eventRecord(event);
+    return ForwardingBackend::eventRecord(event, stream);
   }
   cudaError_t eventSynchronize(cudaEvent_t event) override {
     remember("wait");

@@ -136,8 +136,9 @@ class CudaBackend final : public Backend {
   cudaError_t eventCreate(cudaEvent_t* event) override {
     return translate(::cudaEventCreate(reinterpret_cast<::cudaEvent_t*>(event)));
   }
-  cudaError_t eventRecord(cudaEvent_t event) override {
-    return translate(::cudaEventRecord(static_cast<::cudaEvent_t>(event), nullptr));
+  cudaError_t eventRecord(cudaEvent_t event, cudaStream_t stream) override {
+    return translate(
+        ::cudaEventRecord(static_cast<::cudaEvent_t>(event), static_cast<::cudaStream_t>(stream)));
   }
   cudaError_t eventSynchronize(cudaEvent_t event) override {
     return translate(::cudaEventSynchronize(static_cast<::cudaEvent_t>(event)));
@@ -149,8 +150,16 @@ class CudaBackend final : public Backend {
   cudaError_t eventDestroy(cudaEvent_t event) override {
     return translate(::cudaEventDestroy(static_cast<::cudaEvent_t>(event)));
   }
-  cudaError_t streamWaitEvent(cudaEvent_t event) override {
-    return translate(::cudaStreamWaitEvent(nullptr, static_cast<::cudaEvent_t>(event), 0));
+  cudaError_t streamCreate(cudaStream_t* stream) override {
+    return translate(::cudaStreamCreateWithFlags(reinterpret_cast<::cudaStream_t*>(stream),
+                                                 cudaStreamNonBlocking));
+  }
+  cudaError_t streamDestroy(cudaStream_t stream) override {
+    return translate(::cudaStreamDestroy(static_cast<::cudaStream_t>(stream)));
+  }
+  cudaError_t streamWaitEvent(cudaStream_t stream, cudaEvent_t event) override {
+    return translate(::cudaStreamWaitEvent(static_cast<::cudaStream_t>(stream),
+                                           static_cast<::cudaEvent_t>(event), 0));
   }
 
   cudaError_t getLastError() override { return translate(::cudaGetLastError()); }

@@ -222,9 +222,10 @@ cudaError_t HostBackend::eventCreate(cudaEvent_t* event) {
   return cudaSuccess;
 }
 
-cudaError_t HostBackend::eventRecord(cudaEvent_t event) {
+cudaError_t HostBackend::eventRecord(cudaEvent_t event, cudaStream_t stream) {
   Event* e = find(event);
-  if (e == nullptr || e->device != device_) return fail(cudaErrorInvalidResourceHandle);
+  if (e == nullptr || e->device != device_ || !isOfCurrentDevice(stream))
+    return fail(cudaErrorInvalidResourceHandle);
   e->time = std::chrono::steady_clock::now();
   e->recorded = true;
   return cudaSuccess;
@@ -249,9 +250,28 @@ cudaError_t HostBackend::eventDestroy(cudaEvent_t event) {
   return events_.erase(event) == 1 ? cudaSuccess : fail(cudaErrorInvalidResourceHandle);
 }
 
-cudaError_t HostBackend::streamWaitEvent(cudaEvent_t event) {
+// Null is every device's own.
+bool HostBackend::isOfCurrentDevice(cudaStream_t stream) const {
+  if (stream == nullptr) return true;
+  const auto it = streams_.find(stream);
+  return it != streams_.end() && it->second->device == device_;
+}
+
+cudaError_t HostBackend::streamCreate(cudaStream_t* stream) {
+  if (config_.devices == 0) return fail(cudaErrorNoDevice);
+  auto made = std::make_unique<Stream>(Stream{device_});
+  *stream = made.get();
+  streams_.emplace(*stream, std::move(made));
+  return cudaSuccess;
+}
+
+cudaError_t HostBackend::streamDestroy(cudaStream_t stream) {
+  return streams_.erase(stream) == 1 ? cudaSuccess : fail(cudaErrorInvalidResourceHandle);
+}
+
+cudaError_t HostBackend::streamWaitEvent(cudaStream_t stream, cudaEvent_t event) {
   const Event* e = find(event);
-  if (e == nullptr) return fail(cudaErrorInvalidResourceHandle);
+  if (e == nullptr || !isOfCurrentDevice(stream)) return fail(cudaErrorInvalidResourceHandle);
   if (observer_) observer_(Call{"cudaStreamWaitEvent", device_, {}, 0, e->device});
   return cudaSuccess;
 }

@@ -67,11 +67,14 @@ class HostBackend final : public Backend {
   cudaError_t deviceSynchronize() override;
 
   cudaError_t eventCreate(cudaEvent_t* event) override;
-  cudaError_t eventRecord(cudaEvent_t event) override;
+  cudaError_t eventRecord(cudaEvent_t event, cudaStream_t stream) override;
   cudaError_t eventSynchronize(cudaEvent_t event) override;
   cudaError_t eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) override;
   cudaError_t eventDestroy(cudaEvent_t event) override;
-  cudaError_t streamWaitEvent(cudaEvent_t event) override;
+
+  cudaError_t streamCreate(cudaStream_t* stream) override;
+  cudaError_t streamDestroy(cudaStream_t stream) override;
+  cudaError_t streamWaitEvent(cudaStream_t stream, cudaEvent_t event) override;
 
   cudaError_t getLastError() override;
   cudaError_t peekAtLastError() override;
@@ -79,6 +82,9 @@ class HostBackend final : public Backend {
 
  private:
   struct Event;
+  struct Stream {
+    int device;  // that it was made on
+  };
   struct Allocation {
     std::size_t bytes;
     int device;
@@ -88,6 +94,7 @@ class HostBackend final : public Backend {
   bool validDevice(int device) const { return device >= 0 && device < config_.devices; }
   bool owns(const void* ptr, std::size_t bytes) const;
   Event* find(cudaEvent_t event) const;
+  bool isOfCurrentDevice(cudaStream_t stream) const;
   void observe(const char* name, std::size_t bytes, const LaunchShape& shape = {});
 
   HostConfig config_;
@@ -97,6 +104,7 @@ class HostBackend final : public Backend {
   std::vector<std::size_t> used_;                  // bytes per device
   std::vector<bool> peerEnabled_;                  // [device * devices + peer]
   std::map<cudaEvent_t, std::unique_ptr<Event>> events_;
+  std::map<cudaStream_t, std::unique_ptr<Stream>> streams_;
   Observer observer_;
 };
 

@@ -46,8 +46,9 @@ struct Params {
   static constexpr int kind_prior_lowerBound = 2;  // mu and ratios; linear dual
   static constexpr int kind_prior_upperBound = 3;  // mu, eps, ratios and sigmas
 
-  static constexpr int engine_auto = 0;   // the fastest that the devices allow
+  static constexpr int engine_auto = 0;   // the fastest that is trusted on the devices
   static constexpr int engine_plain = 1;  // one launch per kernel
+  static constexpr int engine_fused = 2;  // one kernel or sweep per iteration, where bands allow it
 
   std::size_t w = 128;            // image width in pixels
   std::size_t h = 128;            // image height in pixels

@@ -109,6 +109,7 @@ class RatSegImpl {
 
  private:
   friend class HostEngine;
+  friend class StripEngine;
   struct Report;
 
   bool chooseDevices();
@@ -120,6 +121,7 @@ class RatSegImpl {
 
   void select(int d, unsigned long line);
   void selectAfter(int d, int other, unsigned long line);
+  std::size_t stepsAhead(std::size_t step) const;
   void plainStep(float tau, float sigma);
   void dualStepOfLength(float sigma);
   void broadcastGamma();

@@ -1,7 +1,9 @@
 // The iteration.
 
+#include <algorithm>
 #include <iomanip>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -9,13 +11,25 @@
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
 #include "algorithms/rat_segments/alg/rat_seg_kernels.h"
+#include "algorithms/rat_segments/alg/strip_engine.h"
 #include "device/runtime.h"
+#include "device/selection.h"
 
 namespace namespace_ratseg {
 
 namespace {
 
 constexpr float kThetaBar = 1.0f;  // over-relaxation
+
+// Whether engine_auto means the strip engine on GPUs: not before it has run on one
+// (docs/benchmarks.md).
+constexpr bool kStripsByDefault = false;
+
+bool wantsStrips(const Params& par) {
+  if (backend().isHost()) return false;
+  return par.engine == Params::engine_fused ||
+         (kStripsByDefault && par.engine == Params::engine_auto);
+}
 
 // A blank that aligns numbers without a minus sign.
 const char* signBlank(float x) { return x >= 0.0f ? " " : ""; }
@@ -41,9 +55,14 @@ void RatSegImpl::run() {
   Report report(par.n);
   std::optional<HostEngine> engine;
   if (par.engine != Params::engine_plain && HostEngine::canRun(*this)) engine.emplace(*this);
+  std::unique_ptr<StripEngine> strips;
+  if (par.Nsteps > 0 && wantsStrips(par) && StripEngine::canRun(*this)) {
+    strips = StripEngine::make(*this, tau, sigma, kThetaBar);
+  }
   par.cancel = false;
 
-  for (std::size_t step = 1; step <= par.Nsteps; ++step) {
+  std::size_t ahead = 1;  // steps of a pass through the loop
+  for (std::size_t step = 1; step <= par.Nsteps; step += ahead) {
     const bool reports = par.outModulo != 0 && step % par.outModulo == 0;
     if (reports || par.cancel) {
       deviceSynchronizeAll();
@@ -52,7 +71,11 @@ void RatSegImpl::run() {
         std::cout << "Step " << step << " of " << par.Nsteps << std::endl;
       }
     }
-    if (engine) {
+    if (strips) {
+      ahead = stepsAhead(step);
+      strips->advance(ahead);
+      if (reports) strips->publish();
+    } else if (engine) {
       engine->step(tau, sigma, kThetaBar);
     } else {
       plainStep(tau, sigma);
@@ -60,7 +83,17 @@ void RatSegImpl::run() {
     if (reports) printReport(report);
   }
   engine.reset();
+  strips.reset();
   deviceSynchronizeAll();
+}
+
+// Steps from this one on that may be queued at once: up to the next one that reports.
+std::size_t RatSegImpl::stepsAhead(std::size_t step) const {
+  const std::size_t modulo = par.outModulo;
+  const std::size_t left = par.Nsteps - step + 1;
+  const std::size_t most = std::min(left, StripEngine::kStepsAtOnce);
+  if (modulo == 0) return most;
+  return step % modulo == 0 ? 1 : std::min(most, modulo - step % modulo);
 }
 
 // One launch per kernel. Bytes moved per pixel and label: 20 in the dual step (u_bar and p read, p

@@ -1,0 +1,438 @@
+#include "algorithms/rat_segments/alg/strip_engine.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
+#include "algorithms/rat_segments/alg/rat_seg_kernels.h"
+#include "device/runtime.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+bool ranOutOfMemory() {
+  if (cudaPeekAtLastError() != cudaErrorMemoryAllocation) return false;
+  cudaGetLastError();
+  return true;
+}
+
+}  // namespace
+
+bool StripEngine::canRun(const RatSegImpl& solver) {
+  for (int d = 0; d < solver.bands(); ++d) {
+    cudaDeviceProp device;
+    cudaGetDeviceProperties(&device, solver.dev[d]);
+    if (solver.par.n > static_cast<std::size_t>(std::max(device.maxThreadsPerBlock, 0)))
+      return false;
+    if (solver.arrays[d].NOmegaOffset > std::numeric_limits<int>::max()) return false;
+    if (d > 0 && (!solver.canAccess(d, d - 1) || !solver.canAccess(d - 1, d))) return false;
+    if (d > 0 && (!solver.canAccess(0, d) || !solver.canAccess(d, 0))) return false;
+  }
+  return true;
+}
+
+std::unique_ptr<StripEngine> StripEngine::make(RatSegImpl& solver, float tau, float sigma,
+                                               float theta_bar, unsigned rows) {
+  std::unique_ptr<StripEngine> engine(new StripEngine(solver, tau, sigma, theta_bar));
+  if (!engine->allocate(rows)) return nullptr;
+  engine->start();
+  return engine;
+}
+
+StripEngine::StripEngine(RatSegImpl& solver, float tau, float sigma, float theta_bar)
+    : solver_(solver),
+      tau_(tau),
+      sigma_(sigma),
+      theta_bar_(theta_bar),
+      bands_(static_cast<std::size_t>(solver.bands())) {}
+
+void StripEngine::select(std::size_t d) {
+  solver_.select(static_cast<int>(d), kStripLines + __LINE__);
+}
+
+// False when a device has no room.
+bool StripEngine::allocate(unsigned rows) {
+  const Params& par = solver_.par;
+  for (std::size_t d = 0; d < bands_.size(); ++d) {
+    gpudata& g = solver_.arrays[d];
+    Band& b = bands_[d];
+    select(d);
+    cudaDeviceProp device;
+    cudaGetDeviceProperties(&device, solver_.dev[d]);
+    check(kStripLines + __LINE__);
+    b.shape = stripShape(par.w, g.h, par.n, device, rows);
+    const std::size_t first = bands_.size() > 1 ? std::min<std::size_t>(b.shape.rows, g.h) : 0;
+    b.firstRows = static_cast<unsigned>(first);
+    b.firstBlocks = stripBlocks(b.shape, par.w, first);
+    b.blocks = b.firstBlocks + stripBlocks(b.shape, par.w, g.h - first);
+    b.extraU.alloc(g.NOffset);
+    b.extraP.alloc(g.NOffset);
+    b.perLabel.alloc(4 * par.n);
+    b.partials.alloc(b.blocks * par.n);
+    b.counter.alloc(1);
+    if (ranOutOfMemory()) return false;
+    check(kStripLines + __LINE__);
+    b.u = {g.u, g.u_bar, b.extraU};
+    b.p = {g.p, b.extraP};
+    float* values = b.perLabel;
+    b.gamma = {values, values + par.n};
+    b.sum = {values + 2 * par.n, values + 3 * par.n};
+  }
+  return true;
+}
+
+// The halo row of u, which is empty so far: the plain engine does not read it.
+void StripEngine::fillHaloOfU() {
+  for (std::size_t d = 0; d + 1 < bands_.size(); ++d) {
+    gpudata& to = solver_.arrays[d];
+    gpudata& from = solver_.arrays[d + 1];
+    solver_.selectAfter(static_cast<int>(d), static_cast<int>(d) + 1, kStripLines + __LINE__);
+    ratSegKernels().ratseg_copyFirstToLast({solver_.grid_copy, solver_.block_copy, 0}, to.u, from.u,
+                                           solver_.par.w, to.h, from.h, solver_.par.n);
+    check(kStripLines + __LINE__);
+  }
+}
+
+// The labeling before the start from u_bar, and gamma of the first iteration from the sums of
+// u_bar.
+void StripEngine::start() {
+  const std::size_t n = solver_.par.n;
+  solver_.constAlpha = constAlpha();
+  solver_.computeSumU__save_on_gpu0();
+  fillHaloOfU();
+  for (std::size_t d = 0; d < bands_.size(); ++d) {
+    gpudata& g = solver_.arrays[d];
+    Band& b = bands_[d];
+    select(d);
+    cudaStreamCreate(&b.stream);
+    check(kStripLines + __LINE__);
+    for (cudaEvent_t* event : {&b.ready, &b.edge, &b.first, &b.side}) {
+      cudaEventCreate(event);
+      check(kStripLines + __LINE__);
+    }
+    stripKernels().ratseg_strip_enter(b.u[1], b.u[0], theta_bar_, g.NOffset);
+    check(kStripLines + __LINE__);
+  }
+  Band& b = bands_[0];
+  select(0);
+  ratSegKernels().ratseg_copyGamma(solver_.perLabel(), b.gamma[1], solver_.arrays[0].gamma, n);
+  check(kStripLines + __LINE__);
+  ratSegKernels().ratseg_copyGamma(solver_.perLabel(), b.sum[0], solver_.arrays[0].sum_u, n);
+  check(kStripLines + __LINE__);
+  nextGamma(0);
+  started_ = true;
+  fork();
+}
+
+StripEngine::~StripEngine() {
+  if (!started_) return;
+  publish();
+  for (std::size_t d = 0; d < bands_.size(); ++d) {
+    gpudata& g = solver_.arrays[d];
+    Band& b = bands_[d];
+    select(d);
+    stripKernels().ratseg_strip_leave(g.u, g.u_bar, b.u[current()], b.u[previous()], theta_bar_,
+                                      g.NOffset);
+    check(kStripLines + __LINE__);
+    if (b.p[done_ % 2] != g.p.get_ptr()) {
+      cudaMemcpy(g.p.get_ptr(), b.p[done_ % 2], g.p.numBytes(), cudaMemcpyDeviceToDevice);
+      check(kStripLines + __LINE__);
+    }
+  }
+  solver_.deviceSynchronizeAll();
+  for (std::size_t d = 0; d < bands_.size(); ++d) {
+    Band& b = bands_[d];
+    select(d);
+    for (cudaEvent_t event : {b.ready, b.edge, b.first, b.side}) {
+      cudaEventDestroy(event);
+      check(kStripLines + __LINE__);
+    }
+    cudaStreamDestroy(b.stream);
+    check(kStripLines + __LINE__);
+  }
+}
+
+float StripEngine::constAlpha() const {
+  const Params& par = solver_.par;
+  const bool scaled = par.kind_prior == Params::kind_prior_interval ||
+                      par.kind_prior == Params::kind_prior_upperBound;
+  return scaled ? static_cast<float>(par.w * par.h) : 1.0f;
+}
+
+// gamma of the iteration of that parity on device 0, from the other parity's and the sums; then on
+// all devices.
+void StripEngine::nextGamma(std::size_t parity) {
+  const Params& par = solver_.par;
+  const LaunchShape shape = solver_.perLabel();
+  Band& b = bands_[0];
+  select(0);
+  ratSegKernels().ratseg_copyGamma(shape, b.gamma[parity], b.gamma[1 - parity], par.n);
+  check(kStripLines + __LINE__);
+  ratSegKernels().ratseg_dual_gamma(shape, b.gamma[parity], solver_.arrays[0].a_bar, b.sum[parity],
+                                    solver_.constGamma, par.w * par.h, sigma_, par.n);
+  check(kStripLines + __LINE__);
+  for (std::size_t d = 1; d < bands_.size(); ++d) {
+    solver_.selectAfter(static_cast<int>(d), 0, kStripLines + __LINE__);
+    ratSegKernels().ratseg_copyGamma(shape, bands_[d].gamma[parity], b.gamma[parity], par.n);
+    check(kStripLines + __LINE__);
+  }
+}
+
+void StripEngine::record(cudaEvent_t event, cudaStream_t stream) {
+  cudaEventRecord(event, stream);
+  check(kStripLines + __LINE__);
+}
+
+void StripEngine::wait(cudaStream_t stream, cudaEvent_t event) {
+  cudaStreamWaitEvent(stream, event);
+  check(kStripLines + __LINE__);
+}
+
+// What the devices' own queues hold so far comes before the bands' queues.
+void StripEngine::fork() {
+  for (std::size_t d = 0; d < bands_.size(); ++d) {
+    select(d);
+    record(bands_[d].ready, nullptr);
+    wait(bands_[d].stream, bands_[d].ready);
+  }
+}
+
+// What the bands' queues hold so far comes before the devices' own.
+void StripEngine::join() {
+  for (std::size_t d = 0; d < bands_.size(); ++d) {
+    select(d);
+    record(bands_[d].side, bands_[d].stream);
+    wait(nullptr, bands_[d].side);
+  }
+}
+
+void StripEngine::publish() {
+  join();
+  if (done_ > 0) {
+    const std::size_t parity = (done_ - 1) % 2;
+    for (std::size_t d = 0; d < bands_.size(); ++d) {
+      gpudata& g = solver_.arrays[d];
+      select(d);
+      ratSegKernels().ratseg_copyGamma(solver_.perLabel(), g.gamma, bands_[d].gamma[parity],
+                                       solver_.par.n);
+      check(kStripLines + __LINE__);
+      if (d > 0) continue;
+      ratSegKernels().ratseg_copyGamma(solver_.perLabel(), g.sum_u, bands_[d].sum[parity],
+                                       solver_.par.n);
+      check(kStripLines + __LINE__);
+    }
+  }
+  fork();
+}
+
+// All rows of a band in the coming iteration.
+StripBand StripEngine::bandRows(std::size_t d) const {
+  const Params& par = solver_.par;
+  const gpudata& g = solver_.arrays[d];
+  const Band& own = bands_[d];
+  const float pixels = static_cast<float>(par.w * par.h);
+  StripBand b;
+  b.u = own.u[current()];
+  b.uPrev = own.u[previous()];
+  b.uNext = own.u[next()];
+  b.p = own.p[done_ % 2];
+  b.pNext = own.p[1 - done_ % 2];
+  b.rho = g.rho;
+  b.weight = g.weightHat;
+  b.gamma = own.gamma[done_ % 2];
+  b.w = static_cast<unsigned>(par.w);
+  b.h = static_cast<unsigned>(g.h);
+  b.n = static_cast<unsigned>(par.n);
+  b.rowEnd = b.h;
+  b.rows = own.shape.rows;
+  b.first = d == 0;
+  b.last = d + 1 == bands_.size();
+  b.edgeDone = !b.last;
+  b.lambda = par.lambda;
+  b.dualStep = sigma_ / 2.0f;
+  b.primalStep = tau_ / (solver_.constGamma / pixels + 4.0f);
+  b.coupling = solver_.constGamma / pixels;
+  b.theta_bar = theta_bar_;
+  b.partials = own.partials;
+  b.blocks = own.blocks;
+  return b;
+}
+
+StripShares StripEngine::shares() const {
+  const Params& par = solver_.par;
+  const gpudata& g = solver_.arrays[0];
+  StripShares s;
+  s.a = g.a;
+  s.a_bar = g.a_bar;
+  s.alpha = g.alpha;
+  s.beta = g.beta;
+  s.ratios = g.ratios;
+  s.sigmas = g.sigmas;
+  s.mins = g.mins;
+  s.maxs = g.maxs;
+  s.gamma = bands_[0].gamma[done_ % 2];
+  s.kind_prior = par.kind_prior;
+  s.mu = par.mu;
+  s.eps = par.eps;
+  s.constGamma = solver_.constGamma;
+  s.constAlpha = solver_.constAlpha;
+  s.ind_bgr = solver_.ind_bgr;
+  s.n = par.n;
+  s.tau = tau_;
+  s.sigma = sigma_;
+  s.theta_bar = theta_bar_;
+  return s;
+}
+
+// The band's sums; with one band gamma of the next iteration too.
+StripFinish StripEngine::finishOf(std::size_t d) const {
+  const Band& own = bands_[d];
+  const std::size_t parity = done_ % 2;
+  StripFinish f;
+  f.partials = own.partials;
+  f.blocks = own.blocks;
+  f.n = static_cast<unsigned>(solver_.par.n);
+  f.sum = own.sum[1 - parity];
+  f.gamma = own.gamma[parity];
+  f.gammaNext = bands_.size() == 1 ? own.gamma[1 - parity] : nullptr;
+  f.a_bar = solver_.arrays[d].a_bar;
+  f.constGamma = solver_.constGamma;
+  f.sigma = sigma_;
+  f.NOmega = solver_.par.w * solver_.par.h;
+  f.counter = reinterpret_cast<unsigned*>(own.counter.get_ptr());
+  return f;
+}
+
+void StripEngine::advance(std::size_t count) {
+  const std::size_t phase = done_ % kPhases;
+  if (count == kStepsAtOnce && bands_.size() == 1 && canRecord_ && !cuda_check_isSync()) {
+    std::unique_ptr<StripReplay>& replay = replays_[phase];
+    select(0);
+    if (replay == nullptr) {
+      const std::size_t before = done_;
+      replay = stripKernels().record(bands_[0].stream, [&] { steps(count); });
+      check(kStripLines + __LINE__);
+      done_ = before;
+      canRecord_ = replay != nullptr;
+    }
+    if (replay != nullptr) {
+      replay->launch(bands_[0].stream);
+      check(kStripLines + __LINE__);
+      done_ += count;
+      return;
+    }
+  }
+  steps(count);
+}
+
+void StripEngine::steps(std::size_t count) {
+  for (std::size_t k = 0; k < count; ++k) {
+    if (bands_.size() == 1) {
+      stepOneBand();
+    } else {
+      stepBands();
+    }
+    ++done_;
+  }
+}
+
+// One kernel: the sweep, the shares beside it, the sums and gamma at its end.
+void StripEngine::stepOneBand() {
+  const StripShares s = shares();
+  const StripFinish f = finishOf(0);
+  select(0);
+  stripKernels().ratseg_strip_sweep(bands_[0].shape, bands_[0].stream, bandRows(0), &s, &f);
+  check(kStripLines + __LINE__);
+}
+
+// Edges first, then the rows between in the devices' own queues and the exchange in the bands'.
+void StripEngine::stepBands() {
+  fork();
+  for (std::size_t d = 0; d + 1 < bands_.size(); ++d) {
+    Band& b = bands_[d];
+    select(d);
+    stripKernels().ratseg_strip_edge(b.shape, b.stream, bandRows(d));
+    check(kStripLines + __LINE__);
+    record(b.edge, b.stream);
+  }
+  sweepInside();
+  exchangeP();
+  sweepFirstRows();
+  exchangeU();
+  join();
+  gatherSums();
+  nextGamma(1 - done_ % 2);
+}
+
+void StripEngine::sweepInside() {
+  for (std::size_t d = 0; d < bands_.size(); ++d) {
+    StripBand rows = bandRows(d);
+    rows.rowBegin = bands_[d].firstRows;
+    rows.firstBlock = bands_[d].firstBlocks;
+    if (rows.rowBegin == rows.rowEnd) continue;
+    select(d);
+    stripKernels().ratseg_strip_sweep(bands_[d].shape, nullptr, rows, nullptr, nullptr);
+    check(kStripLines + __LINE__);
+  }
+}
+
+// The row above each band: the new p of the last row of the band above.
+void StripEngine::exchangeP() {
+  for (std::size_t d = 1; d < bands_.size(); ++d) {
+    Band& to = bands_[d];
+    Band& from = bands_[d - 1];
+    const std::size_t fresh = 1 - done_ % 2;
+    select(d);
+    wait(to.stream, from.edge);
+    stripKernels().ratseg_strip_copyLastToFirst(
+        {solver_.grid_copy, solver_.block_copy, 0}, to.stream, to.p[fresh], from.p[fresh],
+        solver_.par.w, solver_.arrays[d].h, solver_.arrays[d - 1].h, solver_.par.n);
+    check(kStripLines + __LINE__);
+  }
+}
+
+void StripEngine::sweepFirstRows() {
+  const StripShares s = shares();
+  for (std::size_t d = 0; d < bands_.size(); ++d) {
+    Band& b = bands_[d];
+    StripBand rows = bandRows(d);
+    rows.rowEnd = b.firstRows;
+    select(d);
+    stripKernels().ratseg_strip_sweep(b.shape, b.stream, rows, d == 0 ? &s : nullptr, nullptr);
+    check(kStripLines + __LINE__);
+    record(b.first, b.stream);
+  }
+}
+
+// The row below each band: the new labeling of the first row of the band below.
+void StripEngine::exchangeU() {
+  for (std::size_t d = 0; d + 1 < bands_.size(); ++d) {
+    Band& to = bands_[d];
+    Band& from = bands_[d + 1];
+    select(d);
+    wait(to.stream, from.first);
+    stripKernels().ratseg_strip_copyFirstToLast(
+        {solver_.grid_copy, solver_.block_copy, 0}, to.stream, to.u[next()], from.u[next()],
+        solver_.par.w, solver_.arrays[d].h, solver_.arrays[d + 1].h, solver_.par.n);
+    check(kStripLines + __LINE__);
+  }
+}
+
+// The sums of all bands on device 0.
+void StripEngine::gatherSums() {
+  const std::size_t parity = 1 - done_ % 2;
+  for (std::size_t d = 0; d < bands_.size(); ++d) {
+    select(d);
+    stripKernels().ratseg_strip_finish(nullptr, finishOf(d));
+    check(kStripLines + __LINE__);
+  }
+  for (std::size_t d = 1; d < bands_.size(); ++d) {
+    solver_.selectAfter(0, static_cast<int>(d), kStripLines + __LINE__);
+    ratSegKernels().computeSumU_sumKernel(solver_.perLabel(), bands_[0].sum[parity],
+                                          bands_[d].sum[parity], solver_.par.n);
+    check(kStripLines + __LINE__);
+  }
+}
+
+}  // namespace namespace_ratseg

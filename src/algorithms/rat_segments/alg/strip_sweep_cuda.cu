@@ -1,0 +1,285 @@
+// The CUDA launchers of the strip engine.
+
+#include <cuda_runtime.h>
+
+#include "algorithms/rat_segments/alg/labeling_kernels.h"
+#include "algorithms/rat_segments/alg/strip_kernels.h"
+#include "algorithms/rat_segments/alg/strip_sweep.h"
+#include "device/cuda/cuda_launch.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+constexpr unsigned kFlatThreads = 256;
+constexpr unsigned kStripThreads = 128;
+constexpr unsigned kTileThreads = 256;
+constexpr unsigned kWarp = 32;
+constexpr unsigned kAllLanes = 0xffffffffu;
+
+::cudaStream_t native(cudaStream_t stream) { return static_cast<::cudaStream_t>(stream); }
+
+unsigned flatGrid(std::size_t count) {
+  return static_cast<unsigned>((count + kFlatThreads - 1) / kFlatThreads);
+}
+
+// The sum over a warp, in its first lane; always in the same order.
+template <class T>
+__device__ T warpSum(T value) {
+  for (int above = kWarp / 2; above > 0; above /= 2) {
+    value += __shfl_down_sync(kAllLanes, value, above);
+  }
+  return value;
+}
+
+// The shares' step, by the threads of one block.
+__device__ void takeSharesStep(const StripShares& s) {
+  for (std::size_t i = threadIdx.x; i < s.n; i += blockDim.x) tile::stripSharesDual(s, i);
+  __syncthreads();
+  for (std::size_t i = threadIdx.x; i < s.n; i += blockDim.x) tile::stripSharesPrimal(s, i);
+}
+
+// Whether this block is the last of the grid to come here. What all others have written before is
+// then visible to its threads. The counter is 0 again afterwards.
+__device__ bool isLastBlock(unsigned* counter) {
+  __shared__ bool last;
+  __threadfence();
+  __syncthreads();
+  if (threadIdx.x == 0) last = atomicInc(counter, gridDim.x - 1) == gridDim.x - 1;
+  __syncthreads();
+  __threadfence();
+  return last;
+}
+
+// Adds the blocks' sums up, a warp per label, in an order that depends on their number alone.
+__device__ void addUp(const StripFinish& f) {
+  constexpr unsigned kAtOnce = 8;
+  const unsigned lane = threadIdx.x % kWarp;
+  for (unsigned i = threadIdx.x / kWarp; i < f.n; i += blockDim.x / kWarp) {
+    const float* partials = f.partials + std::size_t{i} * f.blocks;
+    double sum = 0.0;
+    unsigned k = lane;
+    for (; k + (kAtOnce - 1) * kWarp < f.blocks; k += kAtOnce * kWarp) {
+      float part[kAtOnce];
+#pragma unroll
+      for (unsigned j = 0; j < kAtOnce; ++j) part[j] = __ldcg(partials + k + j * kWarp);
+#pragma unroll
+      for (unsigned j = 0; j < kAtOnce; ++j) sum += static_cast<double>(part[j]);
+    }
+    for (; k < f.blocks; k += kWarp) sum += static_cast<double>(__ldcg(partials + k));
+    sum = warpSum(sum);
+    if (lane == 0) tile::stripFinishLabel(f, i, sum);
+  }
+}
+
+namespace kernel {
+
+__global__ void ratseg_strip_enter(float* u_bar, const float* u, float theta_bar,
+                                   std::size_t count) {
+  const std::size_t k = std::size_t{blockIdx.x} * blockDim.x + threadIdx.x;
+  if (k < count) tile::ratseg_strip_enter(u_bar, u, theta_bar, k);
+}
+
+__global__ void ratseg_strip_leave(float* u, float* u_bar, const float* fresh, const float* old,
+                                   float theta_bar, std::size_t count) {
+  const std::size_t k = std::size_t{blockIdx.x} * blockDim.x + threadIdx.x;
+  if (k < count) tile::ratseg_strip_leave(u, u_bar, fresh, old, theta_bar, k);
+}
+
+__global__ void ratseg_strip_edge(const StripBand b) {
+  const unsigned x = blockIdx.x * blockDim.x + threadIdx.x;
+  if (x < b.w) tile::ratseg_strip_edge(b, x, blockIdx.y);
+}
+
+// Block 0 takes the shares' step where there is one; the others have a row of strips each.
+template <int LABELS, int PX>
+__global__ void __launch_bounds__(kStripThreads)
+    ratseg_strip_sweep(const StripBand b, const StripShares shares, const StripFinish finish) {
+  __shared__ float warps[kStripThreads / kWarp][LABELS];
+  const unsigned first = shares.n != 0 ? 1 : 0;
+  if (blockIdx.x < first) {
+    takeSharesStep(shares);
+  } else {
+    const unsigned block = blockIdx.x - first;
+    float sum[LABELS] = {};
+    unsigned x, y0, y1;
+    if (tile::stripOfThread<PX>(b, blockDim.x, block, threadIdx.x, x, y0, y1)) {
+      tile::ratseg_strip<LABELS, PX>(b, x, y0, y1, sum);
+    }
+#pragma unroll
+    for (int i = 0; i < LABELS; ++i) {
+      const float total = warpSum(sum[i]);
+      if (threadIdx.x % kWarp == 0) warps[threadIdx.x / kWarp][i] = total;
+    }
+    __syncthreads();
+    if (threadIdx.x < b.n) {
+      float total = 0.0f;
+      for (unsigned k = 0; k < blockDim.x / kWarp; ++k) total += warps[k][threadIdx.x];
+      b.partials[std::size_t{threadIdx.x} * b.blocks + b.firstBlock + block] = total;
+    }
+  }
+  if (finish.n != 0 && isLastBlock(finish.counter)) addUp(finish);
+}
+
+// The same on tiles. Shared memory: the values of all labels of the block's pixels where there is
+// room for them, then the sums of each warp.
+__global__ void __launch_bounds__(kTileThreads)
+    ratseg_strip_tiles(const StripBand b, const StripShares shares, const StripFinish finish,
+                       unsigned tileRows, bool sharedScratch) {
+  extern __shared__ float shared[];
+  const unsigned first = shares.n != 0 ? 1 : 0;
+  if (blockIdx.x < first) {
+    takeSharesStep(shares);
+  } else {
+    const unsigned block = blockIdx.x - first;
+    const unsigned blocks = gridDim.x - first;
+    const unsigned warps = blockDim.x / kWarp;
+    const unsigned warp = threadIdx.x / kWarp;
+    const unsigned lane = threadIdx.x % kWarp;
+    const std::size_t plane = std::size_t{b.w} * (b.h + 1);
+    float* sums = shared + (sharedScratch ? std::size_t{b.n} * blockDim.x : 0);
+    for (unsigned k = threadIdx.x; k < warps * b.n; k += blockDim.x) sums[k] = 0.0f;
+    __syncthreads();
+    float* own = sums + std::size_t{warp} * b.n;
+    const unsigned tiles = tile::stripTiles(b, tileRows);
+    for (unsigned t = block; t < tiles; t += blocks) {
+      unsigned x, y;
+      const bool inside = tile::pixelOfThread(b, tileRows, t, threadIdx.x, x, y);
+      float* v =
+          sharedScratch ? shared + threadIdx.x : b.uNext + (inside ? std::size_t{y} * b.w + x : 0);
+      const std::size_t stride = sharedScratch ? blockDim.x : plane;
+      tile::ratseg_strip_pixel(b, x, y, inside, v, stride, [&](unsigned i, float s) {
+        const float total = warpSum(s);
+        if (lane == 0) own[i] += total;
+      });
+    }
+    __syncthreads();
+    for (unsigned i = threadIdx.x; i < b.n; i += blockDim.x) {
+      float total = 0.0f;
+      for (unsigned k = 0; k < warps; ++k) total += sums[std::size_t{k} * b.n + i];
+      b.partials[std::size_t{i} * b.blocks + b.firstBlock + block] = total;
+    }
+  }
+  if (finish.n != 0 && isLastBlock(finish.counter)) addUp(finish);
+}
+
+__global__ void ratseg_strip_finish(const StripFinish finish) { addUp(finish); }
+
+__global__ void ratseg_strip_copyLastToFirst(float2* dst, const float2* src, std::size_t w,
+                                             std::size_t h_dst, std::size_t h_src, std::size_t n) {
+  const std::size_t x = std::size_t{blockIdx.x} * blockDim.x + threadIdx.x;
+  const std::size_t i = blockIdx.y;
+  if (x < w && i < n) tile::ratseg_copyLastToFirst(dst, src, w, h_dst, h_src, x, i);
+}
+
+__global__ void ratseg_strip_copyFirstToLast(float* dst, const float* src, std::size_t w,
+                                             std::size_t h_dst, std::size_t h_src, std::size_t n) {
+  const std::size_t x = std::size_t{blockIdx.x} * blockDim.x + threadIdx.x;
+  const std::size_t i = blockIdx.y;
+  if (x < w && i < n) tile::ratseg_copyFirstToLast(dst, src, w, h_dst, h_src, x, i);
+}
+
+}  // namespace kernel
+
+// A recorded graph.
+class CudaReplay final : public StripReplay {
+ public:
+  explicit CudaReplay(::cudaGraphExec_t graph) : graph_(graph) {}
+  ~CudaReplay() override { ::cudaGraphExecDestroy(graph_); }
+  CudaReplay(const CudaReplay&) = delete;
+  CudaReplay& operator=(const CudaReplay&) = delete;
+  void launch(cudaStream_t stream) override { ::cudaGraphLaunch(graph_, native(stream)); }
+
+ private:
+  ::cudaGraphExec_t graph_;
+};
+
+class CudaStripKernels final : public StripKernels {
+ public:
+  void ratseg_strip_enter(float* u_bar, const float* u, float theta_bar,
+                          std::size_t count) override {
+    kernel::ratseg_strip_enter<<<flatGrid(count), kFlatThreads>>>(u_bar, u, theta_bar, count);
+  }
+
+  void ratseg_strip_leave(float* u, float* u_bar, const float* fresh, const float* old,
+                          float theta_bar, std::size_t count) override {
+    kernel::ratseg_strip_leave<<<flatGrid(count), kFlatThreads>>>(u, u_bar, fresh, old, theta_bar,
+                                                                  count);
+  }
+
+  void ratseg_strip_edge(const StripShape&, cudaStream_t stream, const StripBand& b) override {
+    const ::dim3 grid(flatGrid(b.w), b.n);
+    kernel::ratseg_strip_edge<<<grid, kFlatThreads, 0, native(stream)>>>(b);
+  }
+
+  void ratseg_strip_sweep(const StripShape& shape, cudaStream_t stream, const StripBand& b,
+                          const StripShares* shares, const StripFinish* finish) override {
+    const unsigned blocks =
+        stripBlocks(shape, b.w, b.rowEnd - b.rowBegin) + (shares != nullptr ? 1 : 0);
+    const StripShares s = shares != nullptr ? *shares : StripShares();
+    const StripFinish f = finish != nullptr ? *finish : StripFinish();
+    if (shape.labels == 0) {
+      allowSharedMemory(shape.sharedBytes);
+      kernel::ratseg_strip_tiles<<<blocks, shape.threads, shape.sharedBytes, native(stream)>>>(
+          b, s, f, shape.tileRows, shape.sharedScratch);
+      return;
+    }
+    tile::withStripShape(shape, [&](auto labels, auto pixels) {
+      kernel::ratseg_strip_sweep<labels(), pixels()>
+          <<<blocks, shape.threads, 0, native(stream)>>>(b, s, f);
+    });
+  }
+
+  void ratseg_strip_finish(cudaStream_t stream, const StripFinish& finish) override {
+    kernel::ratseg_strip_finish<<<1, kTileThreads, 0, native(stream)>>>(finish);
+  }
+
+  void ratseg_strip_copyLastToFirst(const LaunchShape& shape, cudaStream_t stream, float2* dst,
+                                    float2* src, std::size_t w, std::size_t h_dst,
+                                    std::size_t h_src, std::size_t n) override {
+    kernel::ratseg_strip_copyLastToFirst<<<native(shape.grid), native(shape.block), 0,
+                                           native(stream)>>>(dst, src, w, h_dst, h_src, n);
+  }
+
+  void ratseg_strip_copyFirstToLast(const LaunchShape& shape, cudaStream_t stream, float* dst,
+                                    float* src, std::size_t w, std::size_t h_dst, std::size_t h_src,
+                                    std::size_t n) override {
+    kernel::ratseg_strip_copyFirstToLast<<<native(shape.grid), native(shape.block), 0,
+                                           native(stream)>>>(dst, src, w, h_dst, h_src, n);
+  }
+
+  std::unique_ptr<StripReplay> record(cudaStream_t stream,
+                                      const std::function<void()>& steps) override {
+    if (::cudaStreamBeginCapture(native(stream), cudaStreamCaptureModeThreadLocal) !=
+        ::cudaSuccess) {
+      ::cudaGetLastError();
+      return nullptr;
+    }
+    steps();
+    ::cudaGraph_t graph = nullptr;
+    ::cudaGraphExec_t instance = nullptr;
+    if (::cudaStreamEndCapture(native(stream), &graph) != ::cudaSuccess) return nullptr;
+    ::cudaGraphInstantiate(&instance, graph, 0);
+    ::cudaGraphDestroy(graph);
+    return instance != nullptr ? std::make_unique<CudaReplay>(instance) : nullptr;
+  }
+
+ private:
+  // Allows the kernel that much dynamic shared memory on the current device, where it is more than
+  // every kernel may have.
+  static void allowSharedMemory(std::size_t bytes) {
+    constexpr std::size_t kAlways = 48 << 10;
+    if (bytes <= kAlways) return;
+    ::cudaFuncSetAttribute(kernel::ratseg_strip_tiles, cudaFuncAttributeMaxDynamicSharedMemorySize,
+                           static_cast<int>(bytes));
+  }
+};
+
+}  // namespace
+
+StripKernels& cudaStripKernels() {
+  static CudaStripKernels kernels;
+  return kernels;
+}
+
+}  // namespace namespace_ratseg

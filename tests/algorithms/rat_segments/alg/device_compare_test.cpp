@@ -1,0 +1,163 @@
+// The device under test against the host in one process: the same problems on both, the largest
+// differences printed. On the host the device under test is the host's plain engine.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "device/runtime.h"
+#include "support/machine.h"
+#include "support/solver_problem.h"
+
+namespace namespace_ratseg {
+namespace {
+
+constexpr float kLargest = 2e-4f;
+constexpr double kMean = 1e-6;
+
+struct Difference {
+  float largest = 0.0f;
+  double mean = 0.0;
+};
+
+Difference differenceOf(const std::vector<float>& a, const std::vector<float>& b) {
+  Difference d;
+  if (a.size() != b.size() || a.empty()) return {FLT_MAX, FLT_MAX};
+  for (std::size_t k = 0; k < a.size(); ++k) {
+    const float difference = std::abs(a[k] - b[k]);
+    if (std::isnan(difference)) return {FLT_MAX, FLT_MAX};
+    d.largest = std::max(d.largest, difference);
+    d.mean += static_cast<double>(difference);
+  }
+  d.mean /= static_cast<double>(a.size());
+  return d;
+}
+
+const char* nameOf(int engine) { return engine == Params::engine_plain ? "plain" : "auto"; }
+
+class DeviceCompare : public DeviceTest {
+ protected:
+  static std::vector<int> engines() { return {Params::engine_plain, Params::engine_auto}; }
+  static std::vector<std::vector<int>> bandings() { return {{0}, {0, 0}, {0, 0, 0}}; }
+
+  static SolverResult solveWith(SolverProblem p, int engine, const std::vector<int>& gpu = {0}) {
+    p.par.engine = engine;
+    return solve(p, gpu);
+  }
+
+  // Solves on the host, then with every engine and number of bands on the device under test.
+  static void compare(const std::string& name, const SolverProblem& p) {
+    const SolverResult expected = [&] {
+      const HostMachine host(hostConfig(1));
+      return solveWith(p, Params::engine_auto);
+    }();
+    for (const int engine : engines()) {
+      for (const std::vector<int>& gpu : bandings()) {
+        if (p.par.h < gpu.size() * 2) continue;
+        const Difference d = differenceOf(expected.u, solveWith(p, engine, gpu).u);
+        std::printf("compare: %-24s %-5s %zu band(s)  largest %.2e  mean %.2e\n", name.c_str(),
+                    nameOf(engine), gpu.size(), static_cast<double>(d.largest), d.mean);
+        EXPECT_LE(d.largest, kLargest) << name;
+        EXPECT_LE(d.mean, kMean) << name;
+      }
+    }
+  }
+
+  static SolverProblem problem(std::size_t w, std::size_t h, std::size_t n, unsigned seed,
+                               std::size_t steps) {
+    SolverProblem p = randomProblem(w, h, n, seed);
+    p.par.Nsteps = steps;
+    p.par.outModulo = steps + 1;
+    return p;
+  }
+
+  static std::string sizeOf(const SolverProblem& p) {
+    return std::to_string(p.par.w) + "x" + std::to_string(p.par.h) + "x" + std::to_string(p.par.n);
+  }
+};
+
+TEST_F(DeviceCompare, StoredCases) {
+  const std::vector<std::string> names = referenceCaseNames();
+  if (names.empty()) GTEST_SKIP() << "no folder " << referenceCaseFolder();
+  for (const std::string& name : names) compare(name, problemFromCase(loadReferenceCase(name)));
+}
+
+TEST_F(DeviceCompare, AThousandIterationsOfRandomProblems) {
+  const std::vector<std::vector<std::size_t>> sizes = {{64, 48, 3}, {37, 29, 5}, {130, 21, 8}};
+  for (std::size_t k = 0; k < sizes.size(); ++k) {
+    const auto seed = static_cast<unsigned>(k + 1);
+    const SolverProblem p = problem(sizes[k][0], sizes[k][1], sizes[k][2], seed, 1000);
+    compare(sizeOf(p), p);
+  }
+}
+
+TEST_F(DeviceCompare, EveryPrior) {
+  SolverProblem p = problem(45, 33, 4, 5, 300);
+  for (int kind = 0; kind <= 3; ++kind) {
+    p.par.kind_prior = kind;
+    p.par.mu = kind == Params::kind_prior_lowerBound ? 1.0f : 100.0f;
+    compare("prior " + std::to_string(kind), p);
+  }
+}
+
+TEST_F(DeviceCompare, ForcedAndForbiddenLabels) {
+  SolverProblem p = problem(41, 23, 5, 6, 200);
+  for (std::size_t k = 0; k < p.rho.size(); ++k) {
+    if (k % 5 == 0) p.rho[k] = FLT_MAX;
+    if (k % 7 == 0) p.rho[k] = -FLT_MAX;
+  }
+  compare("forced and forbidden", p);
+}
+
+TEST_F(DeviceCompare, From1To1024Labels) {
+  for (const std::size_t n : {1, 2, 3, 4, 5, 6, 7, 8, 9, 12, 13, 16, 17, 31, 64, 200, 1024}) {
+    const SolverProblem p = problem(19, 12, n, 7, 20);
+    compare(sizeOf(p), p);
+  }
+}
+
+TEST_F(DeviceCompare, RunsRepeatThemselvesToTheByte) {
+  for (const auto& size : std::vector<std::vector<std::size_t>>{{150, 97, 5}, {61, 40, 20}}) {
+    const SolverProblem p = problem(size[0], size[1], size[2], 9, 200);
+    for (const int engine : engines()) {
+      for (const std::vector<int>& gpu : bandings()) {
+        const SolverResult first = solveWith(p, engine, gpu);
+        const SolverResult second = solveWith(p, engine, gpu);
+        EXPECT_EQ(0, std::memcmp(first.u.data(), second.u.data(), first.u.size() * sizeof(float)));
+        EXPECT_EQ(first.a, second.a);
+        EXPECT_EQ(first.gamma, second.gamma);
+        EXPECT_EQ(first.sum_u, second.sum_u);
+      }
+    }
+  }
+}
+
+// A problem larger than the device is refused with one line, and the next one runs.
+TEST_F(DeviceCompare, AProblemLargerThanTheDeviceIsRefusedAndTheNextOneRuns) {
+  std::size_t available = 0;
+  std::size_t whole = 0;
+  ASSERT_EQ(cudaMemGetInfo(&available, &whole), cudaSuccess);
+  Params par;
+  par.w = 1 << 20;
+  par.h = whole / (sizeof(float) * par.w) + 1;
+  par.n = 1;
+  par.gpu = {0};
+  RatSegImpl solver(par);
+  testing::internal::CaptureStderr();
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(solver.alloc());
+  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(testing::internal::GetCapturedStderr().rfind(
+                "ERROR: Insufficient GPU memory (src/algorithms/rat_segments/alg/rat_seg_impl", 0),
+            0u);
+  compare("after a refusal", problem(20, 12, 3, 1, 20));
+}
+
+}  // namespace
+}  // namespace namespace_ratseg
