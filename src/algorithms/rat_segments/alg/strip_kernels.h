@@ -165,6 +165,7 @@ struct StripLabel {
     float old[PX];
     readRow(to, u + at);
     readRow(old, uPrev + at);
+    RATSEG_UNROLL
     for (int l = 0; l < PX; ++l) to[l] = to[l] + theta_bar * (to[l] - old[l]);
   }
 };
@@ -242,12 +243,14 @@ RATSEG_HD inline void ratseg_strip(const StripBand& b, unsigned x, unsigned y0, 
   float here[LABELS][PX], above[LABELS][PX], v[LABELS][PX];
 
   StripRadius radius[PX];
+  RATSEG_UNROLL
   for (int l = 0; l < PX; ++l) radius[l] = stripRadiusAt(b, x + l, y0 > 0 ? y0 - 1 : 0);
   RATSEG_UNROLL
   for (unsigned i = 0; i < LABELS; ++i) {
     if (i >= n) continue;
     const StripLabel g = stripLabel(b, i);
     g.barRow(here[i], y0 * b.w + x);
+    RATSEG_UNROLL
     for (int l = 0; l < PX; ++l) above[i][l] = stripAbove(b, g, x + l, y0, radius[l]);
   }
 
@@ -255,6 +258,7 @@ RATSEG_HD inline void ratseg_strip(const StripBand& b, unsigned x, unsigned y0, 
     const unsigned at = y * b.w + x;
     const bool hasBelow = stripHasBelow(b, y);
     const bool keepsP = !b.edgeDone || y + 1 < b.h;
+    RATSEG_UNROLL
     for (int l = 0; l < PX; ++l) radius[l] = stripRadiusAt(b, x + l, y);
     const StripRadius leftRadius = stripRadiusAt(b, x > 0 ? x - 1 : 0, y);
 
@@ -267,6 +271,7 @@ RATSEG_HD inline void ratseg_strip(const StripBand& b, unsigned x, unsigned y0, 
       if (hasBelow) {
         g.barRow(below, at + b.w);
       } else {
+        RATSEG_UNROLL
         for (int l = 0; l < PX; ++l) below[l] = here[i][l];
       }
       readRow(q, g.p + at);
@@ -274,12 +279,14 @@ RATSEG_HD inline void ratseg_strip(const StripBand& b, unsigned x, unsigned y0, 
       readRow(rho, g.rho + at);
       const float right = hasRight ? g.bar(at + PX) : here[i][PX - 1];
       float left = stripLeft(b, g, x, y, here[i][0], leftRadius);
+      RATSEG_UNROLL
       for (int l = 0; l < PX; ++l) {
         const float next = l + 1 < PX ? here[i][(l + 1) % PX] : right;
         q[l] = stripDual(q[l], here[i][l], next, below[l], b.dualStep, radius[l]);
       }
       if (keepsP) writeRow(g.pNext + at, q);
       const float coupling = readOnly(b.gamma + i) * b.coupling;
+      RATSEG_UNROLL
       for (int l = 0; l < PX; ++l) {
         float d = l + 1 < PX || hasRight ? q[l].x : 0.0f;
         d -= left;
@@ -294,6 +301,7 @@ RATSEG_HD inline void ratseg_strip(const StripBand& b, unsigned x, unsigned y0, 
     }
 
     float t[PX];
+    RATSEG_UNROLL
     for (int l = 0; l < PX; ++l) {
       t[l] = stripThreshold<LABELS>(n, [&](unsigned i) -> float& { return v[i][l]; });
     }
@@ -301,6 +309,7 @@ RATSEG_HD inline void ratseg_strip(const StripBand& b, unsigned x, unsigned y0, 
     for (unsigned i = 0; i < LABELS; ++i) {
       if (i >= n) continue;
       float fresh[PX];
+      RATSEG_UNROLL
       for (int l = 0; l < PX; ++l) {
         fresh[l] = fmaxf(v[i][l] - t[l], 0.0f);
         sum[i] += (1.0f + b.theta_bar) * fresh[l];
