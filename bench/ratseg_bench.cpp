@@ -160,7 +160,6 @@ Measurement measureIteration(const Size& size, int engine) {
   fillArrays(p, size);
   upload(p);
   const double once = secondsOfRun(p.solver, 3) / 3.0;
-  const auto most = backend().isHost() ? 2000.0 : 50000.0;
   // Past the start, where more projections are needed; a run's own set-up hardly counts then.
   const std::size_t warm = once < 0.1 ? kSome : 5;
   const double each = secondsOfRun(p.solver, warm) / static_cast<double>(warm);

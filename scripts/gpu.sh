@@ -160,7 +160,7 @@ stage_bench() {
   step 300 benchmark "$bench" -device cuda --json "$report/bench.json" "${sizes[@]}"
   quote_lines '^(ERROR|device:)|M pli/s'
   ((quick)) && return
-  step 200 "whole solve" "$bench" -device cuda -engine auto --whole 5000 2048x2048x8
+  step 200 "whole solve" "$bench" -device cuda -engine fused --whole 5000 2048x2048x8
   quote_lines 'iterations|transfer|set-up|file'
 }
 

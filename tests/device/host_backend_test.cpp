@@ -269,6 +269,25 @@ TEST_F(HostEventTest, TimeRunsForward) {
   EXPECT_EQ(back, -ms_);
 }
 
+TEST_F(HostEventTest, AStreamTakesEventsOfItsDeviceOnly) {
+  cudaStream_t stream = nullptr;
+  ASSERT_EQ(cudaStreamCreate(&stream), cudaSuccess);
+  EXPECT_NE(stream, nullptr);
+  EXPECT_EQ(cudaEventRecord(start_, stream), cudaSuccess);
+  EXPECT_EQ(cudaStreamWaitEvent(stream, start_), cudaSuccess);
+  cudaSetDevice(1);
+  cudaEvent_t other = nullptr;
+  cudaEventCreate(&other);
+  EXPECT_EQ(cudaEventRecord(other, stream), cudaErrorInvalidResourceHandle);
+  EXPECT_EQ(cudaStreamWaitEvent(stream, start_), cudaErrorInvalidResourceHandle);
+  cudaSetDevice(0);
+  EXPECT_EQ(cudaStreamDestroy(stream), cudaSuccess);
+  EXPECT_EQ(cudaStreamDestroy(stream), cudaErrorInvalidResourceHandle);
+  EXPECT_EQ(cudaStreamWaitEvent(stream, start_), cudaErrorInvalidResourceHandle);
+  EXPECT_EQ(cudaEventRecord(start_, &stream), cudaErrorInvalidResourceHandle);
+  cudaGetLastError();
+}
+
 TEST_F(HostEventTest, UnknownEventsAreRefused) {
   int none = 0;
   EXPECT_EQ(cudaEventRecord(&none), cudaErrorInvalidResourceHandle);

@@ -165,6 +165,20 @@ TEST_F(RuntimeTest, WorkCanBeHeldBackBehindAnEvent) {
   EXPECT_EQ(cudaEventDestroy(event), cudaSuccess);
 }
 
+TEST_F(RuntimeTest, AStreamOfItsOwnRunsBehindAnEvent) {
+  cudaStream_t stream = nullptr;
+  cudaEvent_t event = nullptr;
+  ASSERT_EQ(cudaStreamCreate(&stream), cudaSuccess);
+  ASSERT_EQ(cudaEventCreate(&event), cudaSuccess);
+  EXPECT_EQ(cudaEventRecord(event), cudaSuccess);
+  EXPECT_EQ(cudaStreamWaitEvent(stream, event), cudaSuccess);
+  EXPECT_EQ(cudaEventRecord(event, stream), cudaSuccess);
+  EXPECT_EQ(cudaStreamWaitEvent(nullptr, event), cudaSuccess);
+  EXPECT_EQ(cudaEventSynchronize(event), cudaSuccess);
+  EXPECT_EQ(cudaStreamDestroy(stream), cudaSuccess);
+  EXPECT_EQ(cudaEventDestroy(event), cudaSuccess);
+}
+
 TEST_F(RuntimeTest, WaitsForTheDevice) { EXPECT_EQ(cudaDeviceSynchronize(), cudaSuccess); }
 
 TEST_F(RuntimeTest, ErrorsHaveTexts) {

@@ -121,7 +121,6 @@ class RatSegImpl {
 
   void select(int d, unsigned long line);
   void selectAfter(int d, int other, unsigned long line);
-  std::size_t stepsAhead(std::size_t step) const;
   void plainStep(float tau, float sigma);
   void dualStepOfLength(float sigma);
   void broadcastGamma();

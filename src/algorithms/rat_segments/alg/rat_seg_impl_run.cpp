@@ -1,6 +1,5 @@
 // The iteration.
 
-#include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <memory>
@@ -26,6 +25,7 @@ constexpr float kThetaBar = 1.0f;  // over-relaxation
 constexpr bool kStripsByDefault = false;
 
 bool wantsStrips(const Params& par) {
+  if (par.engine == Params::engine_strips) return true;
   if (backend().isHost()) return false;
   return par.engine == Params::engine_fused ||
          (kStripsByDefault && par.engine == Params::engine_auto);
@@ -53,11 +53,13 @@ void RatSegImpl::run() {
   const float tau = par.dt_multiplier;
   const float sigma = 1.0f / par.dt_multiplier;
   Report report(par.n);
-  std::optional<HostEngine> engine;
-  if (par.engine != Params::engine_plain && HostEngine::canRun(*this)) engine.emplace(*this);
   std::unique_ptr<StripEngine> strips;
   if (par.Nsteps > 0 && wantsStrips(par) && StripEngine::canRun(*this)) {
     strips = StripEngine::make(*this, tau, sigma, kThetaBar);
+  }
+  std::optional<HostEngine> engine;
+  if (!strips && par.engine != Params::engine_plain && HostEngine::canRun(*this)) {
+    engine.emplace(*this);
   }
   par.cancel = false;
 
@@ -72,7 +74,7 @@ void RatSegImpl::run() {
       }
     }
     if (strips) {
-      ahead = stepsAhead(step);
+      ahead = StripEngine::stepsAhead(par, step);
       strips->advance(ahead);
       if (reports) strips->publish();
     } else if (engine) {
@@ -85,15 +87,6 @@ void RatSegImpl::run() {
   engine.reset();
   strips.reset();
   deviceSynchronizeAll();
-}
-
-// Steps from this one on that may be queued at once: up to the next one that reports.
-std::size_t RatSegImpl::stepsAhead(std::size_t step) const {
-  const std::size_t modulo = par.outModulo;
-  const std::size_t left = par.Nsteps - step + 1;
-  const std::size_t most = std::min(left, StripEngine::kStepsAtOnce);
-  if (modulo == 0) return most;
-  return step % modulo == 0 ? 1 : std::min(most, modulo - step % modulo);
 }
 
 // One launch per kernel. Bytes moved per pixel and label: 20 in the dual step (u_bar and p read, p

@@ -304,6 +304,13 @@ StripFinish StripEngine::finishOf(std::size_t d) const {
   return f;
 }
 
+std::size_t StripEngine::stepsAhead(const Params& par, std::size_t step) {
+  const std::size_t most = std::min(par.Nsteps - step + 1, kStepsAtOnce);
+  if (par.outModulo == 0) return most;
+  const std::size_t behind = step % par.outModulo;
+  return behind == 0 ? 1 : std::min(most, par.outModulo - behind);
+}
+
 void StripEngine::advance(std::size_t count) {
   const std::size_t phase = done_ % kPhases;
   if (count == kStepsAtOnce && bands_.size() == 1 && canRecord_ && !cuda_check_isSync()) {

@@ -42,6 +42,9 @@ class StripEngine {
   // At most this many iterations are queued at a time.
   static constexpr std::size_t kStepsAtOnce = 24;
 
+  // Steps from this one on that run() may queue at once: up to the next one that reports.
+  static std::size_t stepsAhead(const Params& par, std::size_t step);
+
   // Queues count iterations, at most kStepsAtOnce. The host does not wait.
   void advance(std::size_t count);
 

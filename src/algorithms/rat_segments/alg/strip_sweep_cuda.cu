@@ -93,7 +93,7 @@ __global__ void ratseg_strip_edge(const StripBand b) {
 
 // Block 0 takes the shares' step where there is one; the others have a row of strips each.
 template <int LABELS, int PX>
-__global__ void __launch_bounds__(kStripThreads, LABELS * PX > 13 ? 3 : 4)
+__global__ void __launch_bounds__(kStripThreads, LABELS* PX > 13 ? 3 : 4)
     ratseg_strip_sweep(const StripBand b, const StripShares shares, const StripFinish finish) {
   __shared__ float warps[kStripThreads / kWarp][LABELS];
   const unsigned first = shares.n != 0 ? 1 : 0;

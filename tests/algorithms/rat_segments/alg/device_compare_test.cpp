@@ -1,5 +1,6 @@
 // The device under test against the host in one process: the same problems on both, the largest
-// differences printed. On the host the device under test is the host's plain engine.
+// differences printed. The device's engines are the plain one and that of strips; where the device
+// is the host, what they are compared with is its own fused engine.
 
 #include <gtest/gtest.h>
 
@@ -39,11 +40,11 @@ Difference differenceOf(const std::vector<float>& a, const std::vector<float>& b
   return d;
 }
 
-const char* nameOf(int engine) { return engine == Params::engine_plain ? "plain" : "auto"; }
+const char* nameOf(int engine) { return engine == Params::engine_plain ? "plain" : "fused"; }
 
 class DeviceCompare : public DeviceTest {
  protected:
-  static std::vector<int> engines() { return {Params::engine_plain, Params::engine_auto}; }
+  static std::vector<int> engines() { return {Params::engine_plain, Params::engine_strips}; }
   static std::vector<std::vector<int>> bandings() { return {{0}, {0, 0}, {0, 0, 0}}; }
 
   static SolverResult solveWith(SolverProblem p, int engine, const std::vector<int>& gpu = {0}) {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
@@ -268,6 +269,75 @@ TEST(StripEngine, IsNotMadeWhereThereIsNoRoomForItsArrays) {
   cudaMemGetInfo(&after, &whole);
   EXPECT_EQ(before, after);
   solver.free();
+}
+
+TEST(StripEngine, QueuesStepsUpToTheNextReport) {
+  Params par;
+  par.Nsteps = 100;
+  par.outModulo = 30;
+  EXPECT_EQ(StripEngine::stepsAhead(par, 1), 24u);
+  EXPECT_EQ(StripEngine::stepsAhead(par, 25), 5u);
+  EXPECT_EQ(StripEngine::stepsAhead(par, 30), 1u);
+  EXPECT_EQ(StripEngine::stepsAhead(par, 31), 24u);
+  EXPECT_EQ(StripEngine::stepsAhead(par, 98), 3u);
+  par.outModulo = 0;
+  EXPECT_EQ(StripEngine::stepsAhead(par, 1), 24u);
+  EXPECT_EQ(StripEngine::stepsAhead(par, 100), 1u);
+}
+
+// The numbers and the other words of a text.
+struct Words {
+  std::vector<float> numbers;
+  std::string others;
+};
+
+Words wordsOf(const std::string& text) {
+  Words words;
+  for (std::size_t k = 0; k < text.size();) {
+    const char* begin = text.c_str() + k;
+    char* end = nullptr;
+    const float value = std::strtof(begin, &end);
+    if (end != begin && *begin != ' ' && *begin != '\n') {
+      words.numbers.push_back(value);
+      k += static_cast<std::size_t>(end - begin);
+    } else {
+      words.others += text[k++];
+    }
+  }
+  return words;
+}
+
+TEST(StripEngine, ReportsWhatThePlainEngineReports) {
+  const HostMachine machine(hostConfig(2));
+  for (const std::vector<int>& gpu : {std::vector<int>{0}, std::vector<int>{0, 1}}) {
+    std::vector<Words> texts;
+    for (const int engine : {Params::engine_plain, Params::engine_strips}) {
+      SolverProblem p = randomProblem(19, 13, 3);
+      p.par.engine = engine;
+      p.par.gpu = gpu;
+      p.par.Nsteps = 60;
+      p.par.outModulo = 7;
+      RatSegImpl solver(p.par);
+      setUp(solver, p);
+      testing::internal::CaptureStdout();
+      solver.run();
+      texts.push_back(wordsOf(testing::internal::GetCapturedStdout()));
+      solver.free();
+    }
+    EXPECT_EQ(texts[0].others, texts[1].others);
+    EXPECT_GT(texts[0].numbers.size(), 100u);
+    EXPECT_LE(largestDifference(texts[0].numbers, texts[1].numbers), 2e-3f);
+  }
+}
+
+TEST(StripEngine, NoStepsChangeNothing) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(19, 13, 3);
+  p.par.engine = Params::engine_strips;
+  p.par.Nsteps = 0;
+  const SolverResult result = solve(p);
+  EXPECT_EQ(result.gamma, std::vector<float>(3));
+  EXPECT_EQ(result.sum_u, std::vector<float>(3));
 }
 
 // What an iteration launches and copies, by name and device.
