@@ -2,7 +2,8 @@
 #define RATSEG_TESTS_SUPPORT_REFERENCE_CASE_H
 
 // The small problems with known results that lie beside the project, in the folder `cases` of
-// RATSEG_SHARED_DIR; an environment variable of that name stands for another one. Where that folder is missing there are no names, and tests say SKIPPED.
+// RATSEG_SHARED_DIR; an environment variable of that name stands for another one. Where that folder
+// is missing there are no names, and tests say SKIPPED.
 
 #include <algorithm>
 #include <cctype>
