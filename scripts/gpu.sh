@@ -6,8 +6,10 @@
 #   tests     the device tests on the GPU; bands are tried with 1, 2 and 3 on one GPU
 #   compare   host against GPU in one process: the stored cases, random problems, 1000 iterations
 #   sanitize  compute-sanitizer's memcheck, racecheck, initcheck and synccheck over small problems
-#   limits    1 to 1024 labels; a problem larger than the GPU's memory, and one after it
-#   bench     the benchmark, and one whole solve of 2048 x 2048 x 8 in 5000 iterations
+#   limits    1 to 1024 labels; a problem larger than the GPU's memory, and one after it; the choice of
+#             a device with the GPU in sight and out of it
+#   bench     the benchmark, one whole solve of 2048 x 2048 x 8 in 5000 iterations, and strips of
+#             several heights (RATSEG_STRIP_ROWS)
 #
 # Each stage takes less than ten minutes and can be run by itself; what failed in one keeps no other
 # from running. Logs and one report per stage go to build/gpu/report; at the end the reports of all
@@ -59,6 +61,7 @@ step() {
     result="NOT RUN, no time left"
   else
     echo "== $name: $*" >>"$log"
+    [[ ! -f $log.step ]] || cp "$log.step" "$log.kept"
     timeout -k 5 "$seconds" "$@" >"$log.step" 2>&1 </dev/null || status=$?
     cat "$log.step" >>"$log"
     if ((status == 124 || status == 137)); then
@@ -136,11 +139,13 @@ stage_sanitize() {
   done
 }
 
-# A command that must end with status 1.
-expect_status_1() {
-  local status=0
-  "$@" || status=$?
-  ((status == 1))
+# expect_status STATUS TEXT COMMAND...: the command ends with that status and says the text.
+expect_status() {
+  local wanted=$1 text=$2 status=0 output
+  shift 2
+  output=$("$@" 2>&1) || status=$?
+  echo "$output"
+  [[ $status == "$wanted" && $output == *"$text"* ]]
 }
 
 stage_limits() {
@@ -148,10 +153,18 @@ stage_limits() {
   ((quick)) || step 200 "1 to 1024 labels" "$test" '--gtest_filter=*.From1To1024Labels'
   quote_lines '^compare:'
   step 100 "larger than the GPU's memory" "$test" '--gtest_filter=*.AProblemLarger*'
-  export -f expect_status_1
-  step 100 "the program with such a problem: status 1, the next one runs" bash -c \
-    'expect_status_1 "$@"' - "$build/bin/ratseg_bench" -device cuda 262144x262144x8 64x64x3
-  quote_lines '^(ERROR|device:)|M pli/s'
+  export -f expect_status
+  local check=(bash -c 'expect_status "$@"' -) bench=$build/bin/ratseg_bench
+  step 100 "a program with such a problem: status 1" "${check[@]}" 1 "ERROR: Insufficient GPU memory" \
+    "$bench" -device cuda 262144x262144x8 64x64x3
+  step 10 "and the next problem runs" grep -q 'M pli/s' "$log.kept"
+  step 60 "the host although there is a GPU" "${check[@]}" 0 "device: Host" \
+    "$bench" -device host -engine fused 64x64x3
+  step 60 "no GPU in sight: -device cuda is an error" "${check[@]}" 1 "ERROR: no device" \
+    env CUDA_VISIBLE_DEVICES= "$bench" -device cuda 64x64x3
+  step 60 "no GPU in sight: the host, and a line that says so" "${check[@]}" 0 \
+    "ratseg: no CUDA GPU found, computing on the host" \
+    env CUDA_VISIBLE_DEVICES= "$bench" -device auto -engine fused 64x64x3
 }
 
 stage_bench() {
@@ -162,6 +175,12 @@ stage_bench() {
   ((quick)) && return
   step 200 "whole solve" "$bench" -device cuda -engine fused --whole 5000 2048x2048x8
   quote_lines 'iterations|transfer|set-up|file'
+  local rows
+  for rows in 1 2 4 8 16 32; do
+    step 60 "strips of $rows rows" env RATSEG_STRIP_ROWS="$rows" "$bench" -device cuda -engine fused \
+      512x512x5 2048x2048x8
+    quote_lines 'M pli/s'
+  done
 }
 
 print_summary() {
@@ -198,7 +217,7 @@ for stage in "${stages[@]}"; do
   fi
   "stage_$stage"
 done
-rm -f "$report"/*.log.step
+rm -f "$report"/*.log.step "$report"/*.log.kept
 
 print_summary | tee "$report/summary.md"
 ((${#failed[@]} == 0)) && exit 0

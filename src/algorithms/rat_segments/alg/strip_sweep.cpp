@@ -1,6 +1,9 @@
 #include "algorithms/rat_segments/alg/strip_sweep.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <string>
 
 #include "device/cuda/cuda_backend.h"
 #include "device/selection.h"
@@ -71,6 +74,18 @@ StripShape tileShape(std::size_t n, const cudaDeviceProp& device) {
 }
 
 }  // namespace
+
+unsigned stripRowsFromEnvironment() {
+  const char* text = std::getenv("RATSEG_STRIP_ROWS");
+  if (text == nullptr || *text == '\0') return 0;
+  const std::string word = text;
+  const bool digits = word.find_first_not_of("0123456789") == std::string::npos;
+  const int rows = digits && word.size() <= 2 ? std::stoi(word) : 0;
+  if (rows >= 1 && rows <= 64) return static_cast<unsigned>(rows);
+  std::cerr << "ERROR: RATSEG_STRIP_ROWS must be a number from 1 to 64, but is \"" << word << "\""
+            << std::endl;
+  std::exit(1);
+}
 
 StripShape stripShape(std::size_t w, std::size_t h, std::size_t n, const cudaDeviceProp& device,
                       unsigned rows) {

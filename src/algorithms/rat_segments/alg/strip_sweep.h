@@ -33,6 +33,10 @@ struct StripShape {
 inline constexpr int kMostRegisterLabels = 16;
 inline constexpr unsigned kTileColumns = 32;
 
+// The rows of a strip that RATSEG_STRIP_ROWS asks for, 1 to 64; 0 when it is unset or empty. Ends
+// the process with one line on standard error for any other value.
+unsigned stripRowsFromEnvironment();
+
 // The shape for bands of an image of w columns with at most h rows each. rows > 0 asks for strips
 // of that many rows; 0 chooses by the size of the device.
 StripShape stripShape(std::size_t w, std::size_t h, std::size_t n, const cudaDeviceProp& device,

@@ -17,6 +17,17 @@ constexpr unsigned kTileThreads = 256;
 constexpr unsigned kWarp = 32;
 constexpr unsigned kAllLanes = 0xffffffffu;
 
+// Blocks of the strip kernel that a processor is to hold at a time: as many as leave each thread
+// the registers that it needs without spilling (scripts/kernel_report.py). Newer machine code takes
+// more.
+#if defined(__CUDA_ARCH__) && __CUDA_ARCH__ >= 1000
+constexpr int kBlocksOfMany = 2;
+#else
+constexpr int kBlocksOfMany = 3;
+#endif
+template <int LABELS, int PX>
+constexpr int kBlocksAtOnce = LABELS* PX >= 16 ? kBlocksOfMany : (LABELS >= 6 ? 3 : 4);
+
 ::cudaStream_t native(cudaStream_t stream) { return static_cast<::cudaStream_t>(stream); }
 
 unsigned flatGrid(std::size_t count) {

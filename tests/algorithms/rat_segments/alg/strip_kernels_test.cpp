@@ -11,6 +11,7 @@
 #include <set>
 #include <vector>
 
+#include "support/environment.h"
 #include "util/cudaproj.h"
 #include "util/linalg.h"
 
@@ -196,6 +197,24 @@ TEST(StripShape, LeavesEnoughThreadsForTheDevice) {
 }
 
 // Values in shared memory as long as three blocks find room, behind that in the rows themselves.
+TEST(StripRows, AreWhatTheEnvironmentSays) {
+  const EnvironmentVariable unset("RATSEG_STRIP_ROWS", nullptr);
+  EXPECT_EQ(stripRowsFromEnvironment(), 0u);
+  for (const auto& [text, rows] :
+       std::vector<std::pair<const char*, unsigned>>{{"", 0}, {"1", 1}, {"16", 16}, {"64", 64}}) {
+    const EnvironmentVariable set("RATSEG_STRIP_ROWS", text);
+    EXPECT_EQ(stripRowsFromEnvironment(), rows) << text;
+  }
+}
+
+TEST(StripRowsDeathTest, OtherValuesEndTheProcess) {
+  for (const char* text : {"0", "65", "-1", "8 ", "x", "100"}) {
+    const EnvironmentVariable set("RATSEG_STRIP_ROWS", text);
+    EXPECT_EXIT(stripRowsFromEnvironment(), testing::ExitedWithCode(1),
+                "ERROR: RATSEG_STRIP_ROWS must be a number from 1 to 64, but is \"");
+  }
+}
+
 TEST(StripShape, KeepsBlocksWithinSharedMemory) {
   for (std::size_t n = 17; n <= 1024; ++n) {
     const StripShape s = stripShape(640, 480, n, largeDevice());
