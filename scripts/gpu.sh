@@ -96,7 +96,7 @@ stage_build() {
   step 120 configure cmake --preset gpu -S "$root" -B "$build" "${options[@]}" || return
   mapfile -t targets <"$build/tests-bin/device_tests.txt"
   ((!quick)) || targets=(alg_cases_test alg_kernels_test sum_test alg_device_compare_test)
-  step 560 build cmake --build "$build" --target "${targets[@]}" ratseg_bench
+  step 470 build cmake --build "$build" --target "${targets[@]}" ratseg_bench
 }
 
 stage_tests() {
@@ -105,7 +105,7 @@ stage_tests() {
   ((!quick)) || programs=(sum_test alg_kernels_test alg_cases_test)
   for program in "${programs[@]}"; do
     [[ $program != alg_device_compare_test ]] || continue  # the stages compare and limits
-    step 120 "$program" "$build/tests-bin/$program"
+    step 70 "$program" "$build/tests-bin/$program"
     quote_lines '^\[  FAILED  '
   done
 }
@@ -122,7 +122,7 @@ stage_compare() {
 stage_sanitize() {
   local tools=(memcheck racecheck initcheck synccheck) tool
   local tests=$build/tests-bin
-  local small='*.ForcedAndForbiddenLabels:*.AProblemLarger*'
+  local small='*.AFewStepsOfEveryKernel:*.AProblemLarger*'
   ((!quick)) || tools=(memcheck racecheck)
   if ! command -v compute-sanitizer >/dev/null; then
     step 1 "compute-sanitizer is missing" false
@@ -132,9 +132,9 @@ stage_sanitize() {
     local run=(compute-sanitizer --tool "$tool" --error-exitcode 9)
     # A refused allocation is no finding.
     [[ $tool != memcheck ]] || run+=(--report-api-errors no)
-    step 60 "$tool, sums" "${run[@]}" "$tests/sum_test" '--gtest_filter=-*Large*:*Million*'
-    ((quick)) || step 60 "$tool, kernels" "${run[@]}" "$tests/alg_kernels_test"
-    step 60 "$tool, solver" "${run[@]}" "$tests/alg_device_compare_test" "--gtest_filter=$small"
+    step 45 "$tool, sums" "${run[@]}" "$tests/sum_test"
+    ((quick)) || step 45 "$tool, kernels" "${run[@]}" "$tests/alg_kernels_test"
+    step 55 "$tool, solver" "${run[@]}" "$tests/alg_device_compare_test" "--gtest_filter=$small"
     quote_lines 'ERROR SUMMARY|RACECHECK SUMMARY'
   done
 }
@@ -170,14 +170,14 @@ stage_limits() {
 stage_bench() {
   local bench=$build/bin/ratseg_bench sizes=()
   ((!quick)) || sizes=(64x64x3 512x512x5 2048x2048x8)
-  step 300 benchmark "$bench" -device cuda --json "$report/bench.json" "${sizes[@]}"
+  step 240 benchmark "$bench" -device cuda --json "$report/bench.json" "${sizes[@]}"
   quote_lines '^(ERROR|device:)|M pli/s'
   ((quick)) && return
-  step 200 "whole solve" "$bench" -device cuda -engine fused --whole 5000 2048x2048x8
+  step 120 "whole solve" "$bench" -device cuda -engine fused --whole 5000 2048x2048x8
   quote_lines 'iterations|transfer|set-up|file'
   local rows
   for rows in 1 2 4 8 16 32; do
-    step 60 "strips of $rows rows" env RATSEG_STRIP_ROWS="$rows" "$bench" -device cuda -engine fused \
+    step 35 "strips of $rows rows" env RATSEG_STRIP_ROWS="$rows" "$bench" -device cuda -engine fused \
       512x512x5 2048x2048x8
     quote_lines 'M pli/s'
   done

@@ -25,8 +25,10 @@ constexpr int kBlocksOfMany = 2;
 #else
 constexpr int kBlocksOfMany = 3;
 #endif
-template <int LABELS, int PX>
-constexpr int kBlocksAtOnce = LABELS* PX >= 16 ? kBlocksOfMany : (LABELS >= 6 ? 3 : 4);
+constexpr int blocksAtOnce(int labels, int pixels) {
+  if (labels * pixels >= 16) return kBlocksOfMany;
+  return labels >= 6 ? 3 : 4;
+}
 
 ::cudaStream_t native(cudaStream_t stream) { return static_cast<::cudaStream_t>(stream); }
 
@@ -104,7 +106,7 @@ __global__ void ratseg_strip_edge(const StripBand b) {
 
 // Block 0 takes the shares' step where there is one; the others have a row of strips each.
 template <int LABELS, int PX>
-__global__ void __launch_bounds__(kStripThreads, LABELS* PX > 13 ? 3 : 4)
+__global__ void __launch_bounds__(kStripThreads, blocksAtOnce(LABELS, PX))
     ratseg_strip_sweep(const StripBand b, const StripShares shares, const StripFinish finish) {
   __shared__ float warps[kStripThreads / kWarp][LABELS];
   const unsigned first = shares.n != 0 ? 1 : 0;

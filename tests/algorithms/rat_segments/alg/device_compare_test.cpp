@@ -123,6 +123,16 @@ TEST_F(DeviceCompare, From1To1024Labels) {
   }
 }
 
+// Little work for every kernel of both engines, for tools that slow launches down.
+TEST_F(DeviceCompare, AFewStepsOfEveryKernel) {
+  for (const std::size_t n : {1, 2, 3, 4, 5, 6, 7, 8, 9, 13, 17, 40, 300}) {
+    for (const std::size_t w : {70, 33}) {
+      const SolverProblem p = problem(w, 9, n, 8, 3);
+      compare(sizeOf(p), p);
+    }
+  }
+}
+
 TEST_F(DeviceCompare, RunsRepeatThemselvesToTheByte) {
   for (const auto& size : std::vector<std::vector<std::size_t>>{{150, 97, 5}, {61, 40, 20}}) {
     const SolverProblem p = problem(size[0], size[1], size[2], 9, 200);

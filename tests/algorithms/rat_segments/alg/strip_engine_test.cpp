@@ -208,6 +208,27 @@ TEST(StripEngine, LeavesTheSolverAsThePlainEngineDoes) {
   }
 }
 
+// Also from components across the right and the lower border, which no update reads.
+TEST(StripEngine, StartsFromAnyDualField) {
+  const HostMachine machine;
+  for (const std::size_t n : {3u, 18u}) {
+    SolverProblem p = randomProblem(19, 13, n);
+    p.par.Nsteps = 3;
+    std::vector<std::vector<float>> u;
+    for (const int engine : {Params::engine_plain, Params::engine_strips}) {
+      p.par.engine = engine;
+      RatSegImpl solver(p.par);
+      setUp(solver, p);
+      gpudata& g = solver.arrays[0];
+      std::fill(g.p.get_ptr(), g.p.get_ptr() + g.NOffset, float2{0.3f, -0.2f});
+      solver.run();
+      u.push_back(resultOf(solver).u);
+      solver.free();
+    }
+    EXPECT_LE(largestDifference(u[0], u[1]), 1e-5f) << n << " labels";
+  }
+}
+
 TEST(StripEngine, PublishesInBetween) {
   const HostMachine machine(hostConfig(2));
   for (const std::vector<int>& gpu : {std::vector<int>{0}, std::vector<int>{0, 1}}) {
