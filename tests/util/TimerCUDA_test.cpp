@@ -31,13 +31,18 @@ class ToldTimes final : public ForwardingBackend {
   }
   cudaError_t eventRecord(cudaEvent_t event, cudaStream_t stream) override {
     remember("record");
+    used.push_back(event);
+    EXPECT_EQ(stream, nullptr) << "not of the default stream";
     return ForwardingBackend::eventRecord(event, stream);
   }
   cudaError_t eventSynchronize(cudaEvent_t event) override {
     remember("wait");
+    used.push_back(event);
     return ForwardingBackend::eventSynchronize(event);
   }
-  cudaError_t eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t) override {
+  cudaError_t eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) override {
+    used.push_back(start);
+    used.push_back(stop);
     *ms = milliseconds[device_.at(start)];
     return cudaSuccess;
   }
@@ -49,6 +54,7 @@ class ToldTimes final : public ForwardingBackend {
   std::vector<std::string> takeCalls() { return std::exchange(calls_, {}); }
 
   std::map<int, float> milliseconds;
+  std::vector<cudaEvent_t> used;  // recorded, waited for, start and end of a time
 
  private:
   int current() {
@@ -114,6 +120,27 @@ TEST_F(TimerCudaTest, SingleDeviceEntryAddsUpSeconds) {
   EXPECT_EQ(timer.get("a"), 1.75f);
 }
 
+TEST_F(TimerCudaTest, SingleDeviceEntryTakesItsTimeFromStartToStop) {
+  TimerCUDA::TimeEntryGPU0 entry;
+  entry.begin();
+  entry.end();
+  const cudaEvent_t start = entry.singleDev_start, stop = entry.singleDev_stop;
+  EXPECT_NE(start, stop);
+  EXPECT_THAT(times_.used, ElementsAre(start, start, stop, stop, start, stop));
+}
+
+TEST_F(TimerCudaTest, EntryOfSeveralDevicesTakesEachTimeFromStartToStop) {
+  const int dev[] = {2, 0};
+  TimerCUDA::TimeEntryMultiGPU entry(dev, 2);
+  entry.begin();
+  entry.end();
+  const auto& start = entry.multipleDevs_starts;
+  const auto& stop = entry.multipleDevs_stops;
+  EXPECT_THAT(times_.used, ElementsAre(start[0], start[0], start[1], start[1],  //
+                                       stop[0], stop[0], start[0], stop[0],     //
+                                       stop[1], stop[1], start[1], stop[1]));
+}
+
 TEST_F(TimerCudaTest, GetOfARunningEntryEndsIt) {
   TimerCUDA timer;
   times_.milliseconds[1] = 500;
@@ -134,6 +161,15 @@ TEST_F(TimerCudaTest, SeveralDevicesCountAsTheSlowest) {
   timer.begin("a");
   timer.end("a");
   EXPECT_EQ(timer.get("a"), 6);
+}
+
+TEST_F(TimerCudaTest, SeveralDevicesCountAsTheSlowestEvenBelowZero) {
+  int dev[] = {0, 2};
+  TimerCUDA timer(dev, 2);
+  times_.milliseconds = {{0, -3000}, {2, -1000}};
+  timer.begin("a");
+  timer.end("a");
+  EXPECT_EQ(timer.get("a"), -1);
 }
 
 TEST_F(TimerCudaTest, SeveralDevicesAreVisitedInOrderAndTheCurrentOneIsRestored) {

@@ -189,6 +189,18 @@ TEST(CmdFile, NameAsItStandsIsTheLastResort) {
   EXPECT_EQ(cmd.getString("found"), "here");
 }
 
+TEST(CmdFile, FoldersComeBeforeTheNameAsItStands) {
+  const TempDir dir;
+  const std::string name = dir.file("options");
+  const std::string folder = dir.file("root");
+  std::filesystem::create_directories(folder + dir.path().string());
+  writeText(name, "found here");
+  writeText(folder + name, "found below");
+  Cmd cmd;
+  EXPECT_TRUE(cmd.parseFile(name, &folder, 1));
+  EXPECT_EQ(cmd.getString("found"), "below");
+}
+
 TEST(CmdFile, EmptyFolderIsTheRoot) {
   const TempDir dir;
   writeText(dir.file("options"), "found here");

@@ -215,6 +215,24 @@ TEST_F(CudaArrayDevicesTest, MemoryIsFilledAndReleasedOnTheArraysDevice) {
   EXPECT_EQ(recorder.devices, std::vector<int>({1, 1, 1}));
 }
 
+// The device that a scope goes back to is preset to the first.
+TEST_F(CudaArrayDevicesTest, WhereTheCurrentDeviceIsUnknownTheFirstOneIsSelectedInTheEnd) {
+  class Unknown final : public ForwardingBackend {
+   public:
+    using ForwardingBackend::ForwardingBackend;
+    cudaError_t getDevice(int*) override { return cudaErrorInvalidValue; }
+  };
+  cudaSetDevice(1);
+  cudaarray<float> a(2);
+  {
+    Unknown unknown(machine_.backend);
+    const BackendScope scope(unknown);
+    a.setzero();
+  }
+  EXPECT_EQ(currentDevice(), 0);
+  EXPECT_EQ(cudaGetLastError(), cudaSuccess);
+}
+
 TEST_F(CudaArrayDevicesTest, CopiesStayOnTheDeviceOfTheOriginal) {
   cudaSetDevice(1);
   const cudaarray<float> a(10);

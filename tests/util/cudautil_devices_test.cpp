@@ -86,6 +86,13 @@ class CountFails final : public ForwardingBackend {
   cudaError_t error_;
 };
 
+// A machine that neither tells its device count nor an error.
+class CountsNothing final : public ForwardingBackend {
+ public:
+  using ForwardingBackend::ForwardingBackend;
+  cudaError_t getDeviceCount(int*) override { return cudaSuccess; }
+};
+
 TEST(NumDevices, CountsTheDevices) {
   const HostMachine machine(hostConfig(3));
   EXPECT_EQ(CudaUtil::numDevices(), 3);
@@ -112,6 +119,13 @@ TEST(NumDevices, IsWhatWasCountedUnderAnyOtherError) {
   const BackendScope scope(odd);
   EXPECT_EQ(CudaUtil::numDevices(), 3);
   EXPECT_TRUE(CudaUtil::hasCuda());
+}
+
+TEST(NumDevices, IsZeroWhereNothingWasCounted) {
+  HostMachine machine(hostConfig(1));
+  CountsNothing nothing(machine.backend);
+  const BackendScope scope(nothing);
+  EXPECT_EQ(CudaUtil::numDevices(), 0);
 }
 
 TEST(DeviceRanking, HigherMajorWinsWhateverTheRest) {
@@ -257,20 +271,26 @@ TEST(GetDevices, WithoutDevicesSaysSoAndLeavesTheOutputsEmpty) {
   EXPECT_EQ(dev, nullptr);
   EXPECT_EQ(count, 0);
   EXPECT_EQ(prop, nullptr);
+  EXPECT_EQ(cudaGetLastError(), cudaErrorNoDevice) << "the error is not cleared";
+}
+
+TEST(GetDevices, ACountUnderTheErrorOfNoDevicesIsIgnored) {
+  HostMachine machine(hostConfig(1));
+  CountFails none(machine.backend, cudaErrorNoDevice);
+  const BackendScope scope(none);
+  int* dev = nullptr;
+  int count = 17;
+  const Output text = outputOf([&] { CudaUtil::getDevices(&dev, &count); });
+  EXPECT_EQ(text.err, "No CUDA Devices\n");
+  EXPECT_EQ(text.out, "");
+  EXPECT_EQ(dev, nullptr);
+  EXPECT_EQ(count, 0);
 }
 
 TEST(GetDevices, ACountOfZeroWithoutAnErrorMeansNoDevicesToo) {
-  class CountsNone final : public ForwardingBackend {
-   public:
-    using ForwardingBackend::ForwardingBackend;
-    cudaError_t getDeviceCount(int* count) override {
-      *count = 0;
-      return cudaSuccess;
-    }
-  };
   HostMachine machine(hostConfig(1));
-  CountsNone none(machine.backend);
-  const BackendScope scope(none);
+  CountsNothing nothing(machine.backend);
+  const BackendScope scope(nothing);
   int* dev = nullptr;
   int count = 17;
   const Output text = outputOf([&] { CudaUtil::getDevices(&dev, &count); });

@@ -87,19 +87,19 @@ TEST(EnablePeerAccess, ADeviceListedTwiceReachesItselfInBothPlaces) {
 }
 
 TEST(EnablePeerAccess, EntryOfRowJColumnISaysWhetherDeviceIReachesJ) {
-  // Where only device 0 reaches device 1, not the other way round.
+  // Where only device 2 reaches device 1, not the other way round.
   class OneWay final : public ForwardingBackend {
    public:
     using ForwardingBackend::ForwardingBackend;
     cudaError_t deviceCanAccessPeer(int* can, int device, int peer) override {
-      *can = device == 0 && peer == 1;
+      *can = device == 2 && peer == 1;
       return cudaSuccess;
     }
   };
-  HostMachine machine(hostConfig(2));
+  HostMachine machine(hostConfig(3));
   OneWay oneWay(machine.backend);
   const BackendScope scope(oneWay);
-  int dev[] = {0, 1};
+  int dev[] = {2, 1};
   bool* can = nullptr;
   CudaUtil::enablePeerAccess(dev, 2, &can);
   EXPECT_TRUE(can[1 * 2 + 0]);
@@ -275,6 +275,26 @@ TEST(CudaArch, IsZeroWhenTheLaunchIsRefusedAndHoldsNoMemory) {
   std::size_t bytesTotal = 0;
   cudaMemGetInfo(&bytesFree, &bytesTotal);
   EXPECT_EQ(bytesFree, bytesTotal);
+}
+
+TEST(CudaArch, IsZeroWhenThePropertiesCannotBeRead) {
+  class PropertiesFail final : public ForwardingBackend {
+   public:
+    using ForwardingBackend::ForwardingBackend;
+    cudaError_t getDeviceProperties(cudaDeviceProp* prop, int) override {
+      *prop = capability(7, 5);
+      return setDevice(99);
+    }
+  };
+  HostMachine machine(hostConfig(1));
+  PropertiesFail failing(machine.backend);
+  // The launch needs the host itself; what comes after it does not.
+  machine.backend.setObserver([&](const HostBackend::Call& call) {
+    if (call.name == "cudaMemcpy") setBackend(failing);
+  });
+  EXPECT_EQ(CudaUtil::cudaArch(), 0);
+  setBackend(machine.backend);
+  EXPECT_EQ(cudaGetLastError(), cudaErrorInvalidDevice);
 }
 
 TEST(CudaArch, IsZeroUnderAnOlderPendingErrorWhichStays) {

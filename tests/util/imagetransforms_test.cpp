@@ -230,6 +230,22 @@ TEST(Downsample, BoxesOfABrokenFactorTakeTurns) {
   EXPECT_EQ(reds(shrunk), (std::vector<float>{1, 3, 8, 24}));
 }
 
+TEST(Downsample, BoxesOfColumnsAndRowsAreAlike) {
+  const Shrunk column = downsample(greyImage({1, 2, 4, 8, 16, 32}), 1, 6, 1.5f);
+  EXPECT_EQ(column.w, 1);
+  EXPECT_EQ(column.h, 4);
+  EXPECT_EQ(reds(column), (std::vector<float>{1, 3, 8, 24}));
+
+  const Shrunk shrunk = downsample(greyImage({1, 1, 2, 2, 3, 3,  //
+                                              1, 1, 2, 2, 3, 3,  //
+                                              4, 4, 5, 5, 6, 6,  //
+                                              4, 4, 5, 5, 6, 6}),
+                                   6, 4, 2);
+  EXPECT_EQ(shrunk.w, 3);
+  EXPECT_EQ(shrunk.h, 2);
+  EXPECT_EQ(reds(shrunk), (std::vector<float>{1, 2, 3, 4, 5, 6}));
+}
+
 TEST(Downsample, FactorOneCopiesColours) {
   Image image = randomImage(5, 3, 5);
   const Shrunk same = downsample(image, 5, 3, 1);
@@ -241,10 +257,12 @@ TEST(Downsample, FactorOneCopiesColours) {
 
 TEST(Downsample, FactorLargerThanTheImageGivesOnePixel) {
   for (const float factor : {4.0f, 1e30f}) {
-    const Shrunk one = downsample(greyImage({1, 2, 3, 6}), 2, 2, factor);
-    EXPECT_EQ(one.w, 1);
-    EXPECT_EQ(one.h, 1);
-    EXPECT_EQ(reds(one), std::vector<float>{3});
+    for (const auto& [w, h] : {std::pair{2, 2}, std::pair{4, 1}, std::pair{1, 4}}) {
+      const Shrunk one = downsample(greyImage({1, 2, 3, 6}), w, h, factor);
+      EXPECT_EQ(one.w, 1);
+      EXPECT_EQ(one.h, 1);
+      EXPECT_EQ(reds(one), std::vector<float>{3}) << w << "x" << h;
+    }
   }
 }
 

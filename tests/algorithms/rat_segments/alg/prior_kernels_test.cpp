@@ -86,18 +86,19 @@ struct Point {
   float alpha, beta;
 };
 
-// The dual step of the interval prior for one foreground label; the background share is ab.
+// The dual step of the interval prior for one foreground label, behind another one and the
+// background; the background share is ab.
 Point intervalStep(Point from, float a, float ab, float lo, float hi, float dt) {
-  const DeviceFloats alpha({from.alpha, 5.0f});
-  const DeviceFloats beta({from.beta, 6.0f});
-  const DeviceFloats shares({a, ab});
-  const DeviceFloats mins({lo, -1.0f});
-  const DeviceFloats maxs({hi, 9.0f});
-  ratSegKernels().ratseg_dual_alphabeta__interval({{1, 1, 1}, {2, 1, 1}, 0}, alpha, beta, shares,
-                                                  123.0f, mins, maxs, 1, dt, 2);
+  const DeviceFloats alpha({0.5f, 5.0f, from.alpha});
+  const DeviceFloats beta({0.25f, 6.0f, from.beta});
+  const DeviceFloats shares({0.125f, ab, a});
+  const DeviceFloats mins({0.0625f, -1.0f, lo});
+  const DeviceFloats maxs({0.9f, 9.0f, hi});
+  ratSegKernels().ratseg_dual_alphabeta__interval({{1, 1, 1}, {3, 1, 1}, 0}, alpha, beta, shares,
+                                                  123.0f, mins, maxs, 1, dt, 3);
   EXPECT_EQ(alpha.values()[1], 5.0f) << "the background's entries are never written";
   EXPECT_EQ(beta.values()[1], 6.0f);
-  return {alpha.values()[0], beta.values()[0]};
+  return {alpha.values()[2], beta.values()[2]};
 }
 
 // With a = 0 and ab = 1 the step itself is zero: only the projection remains.
@@ -170,14 +171,14 @@ TEST_F(PriorKernels, IntervalTriesTheUpperRayFirst) {
 }
 
 TEST_F(PriorKernels, LowerBoundClimbsWithoutProjection) {
-  const DeviceFloats alpha({-3.0f, 2.0f, 7.0f});
-  const DeviceFloats a({0.5f, 0.1f, 0.2f});
-  const DeviceFloats ratios({0.75f, 0.25f, 0.0f});
+  const DeviceFloats alpha({-3.0f, 7.0f, 2.0f});
+  const DeviceFloats a({0.5f, 0.2f, 0.1f});
+  const DeviceFloats ratios({0.75f, 0.0f, 0.25f});
   const DeviceFloats sigmas({1, 1, 1});
   ratSegKernels().ratseg_dual_alphabeta__lowerBound(labels(3), alpha, a, 55.0f, 2.0f, ratios,
-                                                    sigmas, 2, 0.5f, 3);
+                                                    sigmas, 1, 0.5f, 3);
   expectNear(alpha.values(),
-             {-3.0 + (0.5 - 0.75 * 0.8) * 0.5 / 1.75, 2.0 + (0.1 - 0.25 * 0.8) * 0.5 / 1.25, 7.0});
+             {-3.0 + (0.5 - 0.75 * 0.8) * 0.5 / 1.75, 7.0, 2.0 + (0.1 - 0.25 * 0.8) * 0.5 / 1.25});
 }
 
 TEST_F(PriorKernels, LowerBoundWithoutMuDoesNothing) {
@@ -191,19 +192,20 @@ TEST_F(PriorKernels, LowerBoundWithoutMuDoesNothing) {
   }
 }
 
-// The dual step of the upper-bound prior for one foreground label.
+// The dual step of the upper-bound prior for one foreground label, behind another one and the
+// background.
 Point upperStep(Point from, float a, float ab, float mu, float eps, float ratio, float sigma,
                 float constAlpha, float dt) {
-  const DeviceFloats alpha({from.alpha, 5.0f});
-  const DeviceFloats beta({from.beta, 6.0f});
-  const DeviceFloats shares({a, ab});
-  const DeviceFloats ratios({ratio, -2.0f});
-  const DeviceFloats sigmas({sigma, -3.0f});
-  ratSegKernels().ratseg_dual_alphabeta__upperBound({{1, 1, 1}, {2, 1, 1}, 0}, alpha, beta, shares,
-                                                    constAlpha, mu, eps, ratios, sigmas, 1, dt, 2);
+  const DeviceFloats alpha({0.5f, 5.0f, from.alpha});
+  const DeviceFloats beta({0.25f, 6.0f, from.beta});
+  const DeviceFloats shares({0.125f, ab, a});
+  const DeviceFloats ratios({0.9f, -2.0f, ratio});
+  const DeviceFloats sigmas({0.3f, -3.0f, sigma});
+  ratSegKernels().ratseg_dual_alphabeta__upperBound({{1, 1, 1}, {3, 1, 1}, 0}, alpha, beta, shares,
+                                                    constAlpha, mu, eps, ratios, sigmas, 1, dt, 3);
   EXPECT_EQ(alpha.values()[1], 5.0f) << "the background's entries are never written";
   EXPECT_EQ(beta.values()[1], 6.0f);
-  return {alpha.values()[0], beta.values()[0]};
+  return {alpha.values()[2], beta.values()[2]};
 }
 
 TEST_F(PriorKernels, UpperBoundStepIsPreconditioned) {
@@ -222,7 +224,7 @@ TEST_F(PriorKernels, UpperBoundStepIsAtMostDt) {
 
 TEST_F(PriorKernels, UpperBoundProjectsOntoTheParabola) {
   // c = sigma^2 constAlpha eps / mu^2 = 0.25 * 8 * 2 / 16 = 0.25, d = 1: y >= x^2 / 4
-  const Point p = upperStep({3.0f, -1.0f}, 0.0f, 1.0f, 4.0f, 2.0f, 0.5f, 0.5f, 8.0f, 1.0f);
+  const Point p = upperStep({3.0f, -1.0f}, 0.0f, 1.0f, 4.0f, 2.0f, 0.75f, 0.5f, 8.0f, 1.0f);
   EXPECT_NEAR(p.beta, p.alpha * p.alpha / 4.0, 1e-6);
   // Nearest: the gradient of the distance is normal to the curve, t^3/8 + t (1 + 0.5) - 3 = 0.
   const double t = p.alpha;
@@ -241,9 +243,17 @@ TEST_F(PriorKernels, UpperBoundTreatsNegativeAndGreatestMuAsStrict) {
 }
 
 TEST_F(PriorKernels, UpperBoundWithoutMuHoldsAlphaAtZero) {
-  const Point p = upperStep({3.0f, 2.0f}, 0.0f, 1.0f, 0.0f, 2.0f, 0.5f, 0.5f, 8.0f, 1.0f);
-  EXPECT_EQ(p.alpha, 0.0f);
-  EXPECT_EQ(p.beta, 2.0f);
+  for (const float eps : {2.0f, 0.0f}) {  // even where eps / mu is no number
+    const Point p = upperStep({3.0f, 2.0f}, 0.0f, 1.0f, 0.0f, eps, 0.5f, 0.5f, 8.0f, 1.0f);
+    EXPECT_EQ(p.alpha, 0.0f);
+    EXPECT_EQ(p.beta, 2.0f);
+  }
+}
+
+TEST_F(PriorKernels, UpperBoundIsStrictWithoutSpread) {
+  const Point p = upperStep({3.0f, -1.0f}, 0.0f, 1.0f, 4.0f, 2.0f, 0.75f, 0.0f, 8.0f, 1.0f);
+  EXPECT_EQ(p.alpha, 3.0f);
+  EXPECT_EQ(p.beta, 0.0f);
 }
 
 TEST_F(PriorKernels, PrimalStepWithoutPriorFollowsGamma) {
@@ -288,60 +298,71 @@ TEST_F(PriorKernels, PrimalStepsDoNotKeepTheSharesWithinZeroAndOne) {
   expectOutside(d);
 }
 
+// What is left in a_bar when shares a become fresh ones.
+std::vector<double> overRelaxed(const std::vector<double>& a, const std::vector<double>& fresh,
+                                double theta_bar) {
+  std::vector<double> a_bar(a.size());
+  for (std::size_t i = 0; i < a.size(); ++i) a_bar[i] = fresh[i] + theta_bar * (fresh[i] - a[i]);
+  return a_bar;
+}
+
+// Of three labels the second is the background.
 TEST_F(PriorKernels, PrimalStepOfTheIntervalPrior) {
   const double cg = 60, ca = 20, dt = 0.5;
-  const std::vector<double> a = {0.3, 0.2, 0.4}, g = {0.1, -0.2, 0.3}, al = {0.7, -0.6, 9},
-                            be = {0.4, 0.5, 9};
-  const DeviceFloats da({0.3f, 0.2f, 0.4f});
+  const std::vector<double> a = {0.3, 0.4, 0.2}, g = {0.1, 0.3, -0.2}, al = {0.7, 9, -0.6},
+                            be = {0.4, 9, 0.5};
+  const DeviceFloats da({0.3f, 0.4f, 0.2f});
   const DeviceFloats dab({0, 0, 0});
-  const DeviceFloats dg({0.1f, -0.2f, 0.3f});
-  const DeviceFloats dal({0.7f, -0.6f, 9});
-  const DeviceFloats dbe({0.4f, 0.5f, 9});
-  ratSegKernels().ratseg_prim_a__interval(labels(3), da, dab, dg, dal, dbe, 60, 20, 2, 1.0f, 0.5f,
+  const DeviceFloats dg({0.1f, 0.3f, -0.2f});
+  const DeviceFloats dal({0.7f, 9, -0.6f});
+  const DeviceFloats dbe({0.4f, 9, 0.5f});
+  ratSegKernels().ratseg_prim_a__interval(labels(3), da, dab, dg, dal, dbe, 60, 20, 1, 0.25f, 0.5f,
                                           3);
   std::vector<double> fresh(3);
-  for (int i = 0; i < 2; ++i) fresh[i] = a[i] - (g[i] * cg + al[i] * ca) * dt / (ca + cg);
-  fresh[2] = a[2] - (g[2] * cg + (be[0] + be[1]) * ca) * dt / (cg + 2 * ca);
+  for (const int i : {0, 2}) fresh[i] = a[i] - (g[i] * cg + al[i] * ca) * dt / (ca + cg);
+  fresh[1] = a[1] - (g[1] * cg + (be[0] + be[2]) * ca) * dt / (cg + 2 * ca);
   expectNear(da.values(), fresh);
-  expectNear(dab.values(), {2 * fresh[0] - a[0], 2 * fresh[1] - a[1], 2 * fresh[2] - a[2]});
+  expectNear(dab.values(), overRelaxed(a, fresh, 0.25));
 }
 
 TEST_F(PriorKernels, PrimalStepOfTheLowerBoundPrior) {
-  const double cg = 60, ca = 1, mu = 30, dt = 0.5;
-  const std::vector<double> a = {0.3, 0.2, 0.4}, g = {0.1, -0.2, 0.3}, al = {0.7, -0.6, 9},
-                            r = {0.25, 0.75, 9};
-  const DeviceFloats da({0.3f, 0.2f, 0.4f});
+  const double cg = 60, ca = 2, mu = 30, dt = 0.5;
+  const std::vector<double> a = {0.3, 0.4, 0.2}, g = {0.1, 0.3, -0.2}, al = {0.7, 9, -0.6},
+                            r = {0.25, 9, 0.75};
+  const DeviceFloats da({0.3f, 0.4f, 0.2f});
   const DeviceFloats dab({0, 0, 0});
-  const DeviceFloats dg({0.1f, -0.2f, 0.3f});
-  const DeviceFloats dal({0.7f, -0.6f, 9});
-  const DeviceFloats dr({0.25f, 0.75f, 9});
-  ratSegKernels().ratseg_prim_a__lowerBound(labels(3), da, dab, dg, dal, 60, 1, 30, dr, 2, 1.0f,
+  const DeviceFloats dg({0.1f, 0.3f, -0.2f});
+  const DeviceFloats dal({0.7f, 9, -0.6f});
+  const DeviceFloats dr({0.25f, 9, 0.75f});
+  ratSegKernels().ratseg_prim_a__lowerBound(labels(3), da, dab, dg, dal, 60, 2, 30, dr, 1, 0.25f,
                                             0.5f, 3);
   std::vector<double> fresh(3);
-  for (int i = 0; i < 2; ++i) fresh[i] = a[i] - (g[i] * cg + al[i] * mu * ca) * dt / (ca * mu + cg);
-  fresh[2] = a[2] - (g[2] * cg + (al[0] * r[0] + al[1] * r[1]) * ca * mu) * dt /
-                        (cg + (r[0] + r[1]) * ca * mu);
+  for (const int i : {0, 2}) {
+    fresh[i] = a[i] - (g[i] * cg + al[i] * mu * ca) * dt / (ca * mu + cg);
+  }
+  fresh[1] = a[1] - (g[1] * cg + (al[0] * r[0] + al[2] * r[2]) * ca * mu) * dt /
+                        (cg + (r[0] + r[2]) * ca * mu);
   expectNear(da.values(), fresh);
-  expectNear(dab.values(), {2 * fresh[0] - a[0], 2 * fresh[1] - a[1], 2 * fresh[2] - a[2]});
+  expectNear(dab.values(), overRelaxed(a, fresh, 0.25));
 }
 
 TEST_F(PriorKernels, PrimalStepOfTheUpperBoundPrior) {
-  const double cg = 60, ca = 60, dt = 0.5, eps = 10;
-  const std::vector<double> a = {0.3, 0.2, 0.4}, g = {0.1, -0.2, 0.3}, al = {0.7, -0.6, 9},
-                            be = {0.4, 0.5, 9}, r = {0.25, 0.75, 9};
-  const DeviceFloats da({0.3f, 0.2f, 0.4f});
+  const double cg = 60, ca = 20, dt = 0.5, eps = 10;
+  const std::vector<double> a = {0.3, 0.4, 0.2}, g = {0.1, 0.3, -0.2}, al = {0.7, 9, -0.6},
+                            be = {0.4, 9, 0.5}, r = {0.25, 9, 0.75};
+  const DeviceFloats da({0.3f, 0.4f, 0.2f});
   const DeviceFloats dab({0, 0, 0});
-  const DeviceFloats dg({0.1f, -0.2f, 0.3f});
-  const DeviceFloats dal({0.7f, -0.6f, 9});
-  const DeviceFloats dbe({0.4f, 0.5f, 9});
-  const DeviceFloats dr({0.25f, 0.75f, 9});
-  ratSegKernels().ratseg_prim_a__upperBound(labels(3), da, dab, dg, dal, dbe, 60, 60, 500, 10, dr,
-                                            2, 1.0f, 0.5f, 3);
+  const DeviceFloats dg({0.1f, 0.3f, -0.2f});
+  const DeviceFloats dal({0.7f, 9, -0.6f});
+  const DeviceFloats dbe({0.4f, 9, 0.5f});
+  const DeviceFloats dr({0.25f, 9, 0.75f});
+  ratSegKernels().ratseg_prim_a__upperBound(labels(3), da, dab, dg, dal, dbe, 60, 20, 500, 10, dr,
+                                            1, 0.25f, 0.5f, 3);
   std::vector<double> fresh(3);
-  for (int i = 0; i < 2; ++i) fresh[i] = a[i] - (g[i] * cg + al[i] * ca) * dt / (ca + cg);
-  const double tau = dt / (cg + ca * (r[0] + 1) + ca * (r[1] + 1));
+  for (const int i : {0, 2}) fresh[i] = a[i] - (g[i] * cg + al[i] * ca) * dt / (ca + cg);
+  const double tau = dt / (cg + ca * (r[0] + 1) + ca * (r[2] + 1));
   const double stepped =
-      a[2] - (g[2] * cg + ca * (al[0] * r[0] + be[0] + al[1] * r[1] + be[1])) * tau;
+      a[1] - (g[1] * cg + ca * (al[0] * r[0] + be[0] + al[2] * r[2] + be[2])) * tau;
   // z^2 (z - (1 - stepped)) = eps tau (n-1) by bisection
   const double E = eps * tau * 2;
   double low = std::max(0.0, 1 - stepped), high = low + 10;
@@ -349,9 +370,9 @@ TEST_F(PriorKernels, PrimalStepOfTheUpperBoundPrior) {
     const double z = (low + high) / 2;
     (z * z * (z - (1 - stepped)) < E ? low : high) = z;
   }
-  fresh[2] = 1 - low;
+  fresh[1] = 1 - low;
   expectNear(da.values(), fresh, 2e-6);
-  expectNear(dab.values(), {2 * fresh[0] - a[0], 2 * fresh[1] - a[1], 2 * fresh[2] - a[2]}, 4e-6);
+  expectNear(dab.values(), overRelaxed(a, fresh, 0.25), 4e-6);
 }
 
 // The root z of z^2 (z - c) = E, c = 1 - at, over every branch of the closed form.
