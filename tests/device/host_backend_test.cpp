@@ -102,6 +102,8 @@ TEST_F(HostBackendTest, PeerCopiesGoBetweenDevices) {
   EXPECT_EQ(std::string(b, 4), std::string(4, '\3'));
   EXPECT_EQ(cudaMemcpyPeer(b, 1, a, 0, 5), cudaErrorInvalidValue);
   EXPECT_EQ(cudaMemcpyPeer(b, 1, &a, 0, 4), cudaErrorInvalidValue);
+  EXPECT_EQ(cudaMemcpyPeer(b, 0, a, 0, 4), cudaErrorInvalidValue) << "b is on device 1";
+  EXPECT_EQ(cudaMemcpyPeer(b, 1, a, 1, 4), cudaErrorInvalidValue) << "a is on device 0";
   EXPECT_EQ(cudaMemcpyPeer(b, 3, a, 0, 4), cudaErrorInvalidDevice);
   EXPECT_EQ(cudaMemcpyPeer(b, 1, a, -1, 4), cudaErrorInvalidDevice);
   EXPECT_EQ(cudaMemcpyPeer(b, 1, a, 0, 0), cudaSuccess);

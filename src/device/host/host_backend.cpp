@@ -129,11 +129,12 @@ cudaError_t HostBackend::free(void* ptr) {
   return cudaSuccess;
 }
 
-bool HostBackend::owns(const void* ptr, std::size_t bytes) const {
+bool HostBackend::owns(const void* ptr, std::size_t bytes, int device) const {
   const char* first = static_cast<const char*>(ptr);
   auto it = allocations_.upper_bound(first);
   if (it == allocations_.begin()) return false;
   --it;
+  if (device != kAnyDevice && device != it->second.device) return false;
   const auto offset = static_cast<std::size_t>(first - it->first);
   return offset <= it->second.bytes && bytes <= it->second.bytes - offset;
 }
@@ -181,7 +182,9 @@ cudaError_t HostBackend::memcpyPeer(void* dst, int dstDevice, const void* src, i
                                     std::size_t bytes) {
   if (!validDevice(dstDevice) || !validDevice(srcDevice)) return fail(cudaErrorInvalidDevice);
   if (bytes == 0) return cudaSuccess;
-  if (!owns(dst, bytes) || !owns(src, bytes)) return fail(cudaErrorInvalidValue);
+  if (!owns(dst, bytes, dstDevice) || !owns(src, bytes, srcDevice)) {
+    return fail(cudaErrorInvalidValue);
+  }
   std::memmove(dst, src, bytes);
   observe("cudaMemcpyPeer", bytes);
   return cudaSuccess;

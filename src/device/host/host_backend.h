@@ -17,8 +17,8 @@ namespace namespace_ratseg {
 // thread-safe: one thread drives the devices, as with the runtime that it stands for.
 //
 // Stricter than it needs to be, so that mistakes show: copies and fills must lie inside one
-// allocation, and nothing can be freed twice. Destroying the backend releases all its memory, as
-// the end of a process does on a GPU.
+// allocation, those between devices on the devices named, and nothing can be freed twice.
+// Destroying the backend releases all its memory, as the end of a process does on a GPU.
 class HostBackend final : public Backend {
  public:
   // One call that moved data, launched a kernel or waited; what an observer sees.
@@ -90,9 +90,12 @@ class HostBackend final : public Backend {
     int device;
   };
 
+  static constexpr int kAnyDevice = -1;
+
   cudaError_t fail(cudaError_t error);
   bool validDevice(int device) const { return device >= 0 && device < config_.devices; }
-  bool owns(const void* ptr, std::size_t bytes) const;
+  // Whether the bytes lie inside one allocation, of any device or of the given one.
+  bool owns(const void* ptr, std::size_t bytes, int device = kAnyDevice) const;
   Event* find(cudaEvent_t event) const;
   bool isOfCurrentDevice(cudaStream_t stream) const;
   void observe(const char* name, std::size_t bytes, const LaunchShape& shape = {});
