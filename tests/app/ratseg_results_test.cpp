@@ -91,8 +91,8 @@ TEST_F(RatsegResults, ShowTheLabelingOverTheImage) {
   }
 }
 
-// exp(-5 |forward differences|) in grey, 0 across the borders.
-int expectedWeight(int x, int y) {
+// exp(-gamma |forward differences|) in grey, 0 across the borders.
+int expectedWeight(double gamma, int x, int y) {
   const QRgb here = FourLabels::colour(x, y);
   double squares = 0;
   const auto add = [&](QRgb there) {
@@ -104,20 +104,22 @@ int expectedWeight(int x, int y) {
   };
   if (x + 1 < kW) add(FourLabels::colour(x + 1, y));
   if (y + 1 < kH) add(FourLabels::colour(x, y + 1));
-  return static_cast<int>(std::exp(-5 * std::sqrt(squares)) * 255);
+  return static_cast<int>(std::exp(-gamma * std::sqrt(squares)) * 255);
 }
 
 TEST_F(RatsegResults, ShowTheWeightOfTheRegulariser) {
-  ASSERT_EQ(run().status, 0);
-  const QImage weight = picture("out_regularizer_weight.png");
-  for (int y = 0; y < kH; ++y) {
-    for (int x = 0; x < kW; ++x) {
-      const QRgb grey = weight.pixel(x, y);
-      EXPECT_NEAR(qRed(grey), expectedWeight(x, y), 1) << x << ", " << y;
-      EXPECT_EQ(grey, qRgb(qRed(grey), qRed(grey), qRed(grey)));
+  for (const auto& [coefficient, gamma] : {std::pair{"none", 5.0}, {"2", 2.0}}) {
+    ASSERT_EQ(run({{"-weightcoeff", coefficient}}).status, 0);
+    const QImage weight = picture("out_regularizer_weight.png");
+    for (int y = 0; y < kH; ++y) {
+      for (int x = 0; x < kW; ++x) {
+        const QRgb grey = weight.pixel(x, y);
+        EXPECT_NEAR(qRed(grey), expectedWeight(gamma, x, y), 1) << x << ", " << y;
+        EXPECT_EQ(grey, qRgb(qRed(grey), qRed(grey), qRed(grey)));
+      }
     }
+    EXPECT_EQ(weight.pixel(kW - 1, kH - 1), qRgb(255, 255, 255));
   }
-  EXPECT_EQ(weight.pixel(kW - 1, kH - 1), qRgb(255, 255, 255));
 }
 
 TEST_F(RatsegResults, ShowAWhiteWeightWhereThereIsNone) {

@@ -79,7 +79,9 @@ TEST_F(RatsegWarnings, TellOptionsWithoutOrWithSeveralValues) {
 }
 
 TEST_F(RatsegWarnings, TellUnknownOptions) {
-  expectWarnings({{"-iteration", "100"}}, {"unknown option \"-iteration\" is ignored"});
+  const ProgramResult result =
+      expectWarnings({{"-iteration", "100"}}, {"unknown option \"-iteration\" is ignored"});
+  EXPECT_EQ(withoutTime(result.out), withoutTime(run().out));
 }
 
 TEST_F(RatsegWarnings, TellAFolderThatResultsCannotBeSavedInBeforeTheRun) {

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <limits>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -249,7 +251,7 @@ TEST(RatSegImplRun, OtherDevicesGetGammaAndNothingElseOfTheShares) {
 
 TEST(RatSegImplRun, LaunchShapesAreThoseOfTheBand) {
   HostMachine machine(hostConfig(2));
-  SolverProblem p = randomProblem(300, 9, 3);
+  SolverProblem p = randomProblem(300, 9, 5);
   p.par.engine = Params::engine_plain;
   p.par.Nsteps = 1;
   p.par.outModulo = 2;
@@ -268,12 +270,12 @@ TEST(RatSegImplRun, LaunchShapesAreThoseOfTheBand) {
     if (call.name == "ratseg_dual_p") {
       EXPECT_EQ(text.str(), "3x" + rows + "x1 128x2x1 0");
     } else if (call.name == "ratseg_prim_u") {
-      EXPECT_EQ(text.str(), "3x" + rows + "x1 128x2x1 3072");
+      EXPECT_EQ(text.str(), "3x" + rows + "x1 128x2x1 5120");
     } else if (call.name == "ratseg_copyLastToFirst" || call.name == "ratseg_copyFirstToLast") {
-      EXPECT_EQ(text.str(), "3x3x1 128x1x1 0");
+      EXPECT_EQ(text.str(), "3x5x1 128x1x1 0");
     } else if (call.name == "ratseg_dual_gamma" || call.name == "ratseg_copyGamma" ||
                call.name == "computeSumU_sumKernel" || call.name == "ratseg_prim_a__upperBound") {
-      EXPECT_EQ(text.str(), "1x1x1 3x1x1 0");
+      EXPECT_EQ(text.str(), "1x1x1 5x1x1 0");
     } else {
       continue;
     }
@@ -484,6 +486,27 @@ TEST(RatSegImplRun, ACancelledStepPrintsNothingEvenWhenItIsDue) {
   solver.free();
 }
 
+TEST(RatSegImplRun, CancelWhileADueStepWaitsStopsThatStep) {
+  HostMachine machine;
+  SolverProblem p = randomProblem(7, 6, 2);
+  p.par.engine = Params::engine_plain;
+  p.par.Nsteps = 50;
+  p.par.outModulo = 2;
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  int done = 0;
+  machine.backend.setObserver([&](const HostBackend::Call& call) {
+    if (call.name == "ratseg_prim_u") ++done;
+    if (call.name == "cudaDeviceSynchronize") p.par.cancel = true;
+  });
+  CaptureStdout();
+  solver.run();
+  EXPECT_EQ(GetCapturedStdout(), "");
+  EXPECT_EQ(done, 1);
+  machine.backend.setObserver({});
+  solver.free();
+}
+
 // One run's standard output.
 std::string outputOf(SolverProblem p, std::size_t Nsteps, std::size_t outModulo) {
   const HostMachine machine;
@@ -528,40 +551,124 @@ TEST(RatSegImplReport, ALongerPeriodThanTheRunPrintsNothing) {
 
 // Shares that agree with the labeling, so that gamma stays 0 and the step changes no share.
 TEST(RatSegImplReport, LinesOfKnownShares) {
-  const HostMachine machine;
-  SolverProblem p = randomProblem(5, 2, 3);
+  const HostMachine machine(hostConfig(2));
+  for (const std::vector<int>& gpu : {std::vector<int>{0}, {1, 0}}) {
+    SCOPED_TRACE(testing::Message() << gpu.size() << " bands");
+    SolverProblem p = randomProblem(5, 2, 3);
+    p.par.kind_prior = Params::kind_prior_none;
+    p.ratios = {0.25f, 0.75f, 0.0f};
+    p.sigmas = {0.05f, 0.0f, 0.0f};
+    p.par.Nsteps = p.par.outModulo = 1;
+    p.par.gpu = gpu;
+    RatSegImpl solver(p.par);
+    setUp(solver, p);
+    gpudata& g = solver.arrays[0];
+    const float shares[] = {0.3f, 0.45f, 0.4f};
+    const float alpha[] = {-1.5f, 2.0f, 0.0f};
+    const float beta[] = {0.0f, -0.25f, 0.0f};
+    g.a.copyFromHost(shares);
+    g.a_bar.copyFromHost(shares);
+    g.alpha.copyFromHost(alpha);
+    g.beta.copyFromHost(beta);
+    std::vector<float> u_bar(g.NOffset);
+    u_bar[0] = 3.0f;
+    u_bar[g.NOmegaOffset] = 4.5f;
+    u_bar[2 * g.NOmegaOffset] = 4.0f;
+    g.u_bar.copyFromHost(u_bar.data());
+    CaptureStdout();
+    solver.run();
+    const std::string out = GetCapturedStdout();
+    EXPECT_TRUE(std::cout.flags() & std::ios::fixed) << "the notation is left as it is";
+    std::cout << std::defaultfloat;
+    // bound of label 0 is 15, less what single precision loses; label 1 has no spread
+    EXPECT_EQ(out,
+              "  a0=0.300000, sum_u=0.300000,  gamma= 0.000000,    q=0.500000, q0=0.250000, "
+              "s0=0.050000,  (q-q0)/s0= 5.000000, bound= 14.999999,  alpha=-1.500000, beta= "
+              "0.000000\n"
+              "  a1=0.450000, sum_u=0.450000,  gamma= 0.000000,    q=0.750000, q0=0.750000, "
+              "s0=0.000000,  (q-q0)/s0=-inf, bound= inf,  alpha= 2.000000, beta=-0.250000\n"
+              "  a2=0.400000, sum_u=0.400000,  gamma= 0.000000\n");
+    solver.free();
+  }
+}
+
+// Each array gets its value just before its turn, and loses it behind it.
+TEST(RatSegImplReport, ArraysAreCopiedInOrder) {
+  HostMachine machine;
+  SolverProblem p = randomProblem(1, 1, 2);
+  p.par.engine = Params::engine_plain;
   p.par.kind_prior = Params::kind_prior_none;
-  p.ratios = {0.25f, 0.75f, 0.0f};
-  p.sigmas = {0.05f, 0.0f, 0.0f};
   p.par.Nsteps = p.par.outModulo = 1;
   RatSegImpl solver(p.par);
   setUp(solver, p);
   gpudata& g = solver.arrays[0];
-  const float shares[] = {0.3f, 0.45f, 0.4f};
-  const float alpha[] = {-1.5f, 2.0f, 0.0f};
-  const float beta[] = {0.0f, -0.25f, 0.0f};
-  g.a.copyFromHost(shares);
-  g.a_bar.copyFromHost(shares);
-  g.alpha.copyFromHost(alpha);
-  g.beta.copyFromHost(beta);
-  std::vector<float> u_bar(g.NOffset);
-  u_bar[0] = 3.0f;
-  u_bar[g.NOmegaOffset] = 4.5f;
-  u_bar[2 * g.NOmegaOffset] = 4.0f;
-  g.u_bar.copyFromHost(u_bar.data());
+  float* const arrays[] = {g.sum_u, g.a, g.gamma, g.alpha, g.beta, g.ratios, g.sigmas};
+  const auto fill = [](float* array, float first) {
+    array[0] = first;
+    array[1] = 0.5f;
+  };
+  std::size_t turn = 0;
+  machine.backend.setObserver([&](const HostBackend::Call& call) {
+    if (call.name != "cudaMemcpy" || turn >= std::size(arrays)) return;
+    fill(arrays[turn], -9.0f);
+    if (++turn < std::size(arrays)) fill(arrays[turn], static_cast<float>(turn));
+  });
   CaptureStdout();
   solver.run();
   const std::string out = GetCapturedStdout();
-  EXPECT_TRUE(std::cout.flags() & std::ios::fixed) << "the notation is left as it is";
   std::cout << std::defaultfloat;
-  // bound of label 0 is 15, less what single precision loses; label 1 has no spread
-  EXPECT_EQ(out,
-            "  a0=0.300000, sum_u=0.300000,  gamma= 0.000000,    q=0.500000, q0=0.250000, "
-            "s0=0.050000,  (q-q0)/s0= 5.000000, bound= 14.999999,  alpha=-1.500000, beta= "
-            "0.000000\n"
-            "  a1=0.450000, sum_u=0.450000,  gamma= 0.000000,    q=0.750000, q0=0.750000, "
-            "s0=0.000000,  (q-q0)/s0=-inf, bound= inf,  alpha= 2.000000, beta=-0.250000\n"
-            "  a2=0.400000, sum_u=0.400000,  gamma= 0.000000\n");
+  machine.backend.setObserver({});
+  EXPECT_THAT(out, testing::HasSubstr("  a0=1.000000, sum_u="));
+  EXPECT_THAT(out, testing::Not(testing::HasSubstr("sum_u=-9.000000")));
+  EXPECT_THAT(out, testing::HasSubstr(",  gamma= 2.000000,    q=2.000000, q0=5.000000, "
+                                      "s0=6.000000,  (q-q0)/s0=-0.500000,"));
+  EXPECT_THAT(out, testing::HasSubstr(",  alpha= 3.000000, beta= 4.000000\n"));
+  EXPECT_EQ(turn, std::size(arrays));
+  solver.free();
+}
+
+TEST(RatSegImplReport, ABlankStandsBeforeMinusZeroButNotBeforeWhatIsNotANumber) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(5, 2, 2);
+  p.par.kind_prior = Params::kind_prior_none;
+  p.par.Nsteps = p.par.outModulo = 1;
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  const float alpha[] = {std::numeric_limits<float>::quiet_NaN(), 0.0f};
+  const float beta[] = {-0.0f, 0.0f};
+  solver.arrays[0].alpha.copyFromHost(alpha);
+  solver.arrays[0].beta.copyFromHost(beta);
+  CaptureStdout();
+  solver.run();
+  EXPECT_THAT(GetCapturedStdout(), testing::HasSubstr(",  alpha=nan, beta= -0.000000\n"));
+  std::cout << std::defaultfloat;
+  solver.free();
+}
+
+TEST(RatSegImplReport, EveryLineIsFlushed) {
+  class Counted : public std::stringbuf {
+   public:
+    std::size_t flushed = 0;  // lines that were out when the stream was flushed
+
+   protected:
+    int sync() override {
+      const std::string text = str();
+      const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+      flushed += !text.empty() && text.back() == '\n' && lines > flushed ? 1 : 0;
+      return 0;
+    }
+  };
+  const HostMachine machine;
+  SolverProblem p = randomProblem(5, 2, 3);
+  p.par.Nsteps = p.par.outModulo = 1;
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  Counted counted;
+  std::streambuf* const before = std::cout.rdbuf(&counted);
+  solver.run();
+  std::cout.rdbuf(before);
+  std::cout << std::defaultfloat;
+  EXPECT_EQ(counted.flushed, 3u);
   solver.free();
 }
 

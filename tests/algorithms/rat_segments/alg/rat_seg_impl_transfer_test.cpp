@@ -1,5 +1,6 @@
 // Data in, start of the iteration, results out.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -152,10 +153,17 @@ TEST_F(TransferTest, GivenBoundsAreTakenAsTheyAre) {
   std::vector<float> maxs = {3.0f, 0.75f, 0.0f};
   solver_.setRatios(ratios.data(), sigmas.data(), 0, mins.data(), nullptr);
   EXPECT_EQ(solver_.ind_bgr, 0u);
-  EXPECT_EQ(toHost(solver_.arrays[1].mins), mins);
-  EXPECT_EQ(toHost(solver_.arrays[1].maxs), (std::vector<float>{0.8f, 0.8f, 0.0f}));
-  solver_.setRatios(ratios.data(), sigmas.data(), 0, nullptr, maxs.data());
-  EXPECT_EQ(toHost(solver_.arrays[1].maxs), maxs);
+  for (int d = 0; d < 3; ++d) {
+    EXPECT_EQ(toHost(solver_.arrays[d].mins), mins);
+    EXPECT_EQ(toHost(solver_.arrays[d].maxs), (std::vector<float>{0.8f, 0.8f, 0.0f}));
+  }
+  solver_.setRatios(ratios.data(), sigmas.data(), 1, nullptr, maxs.data());
+  const float low = 0.5f - 3.0f * 0.1f;
+  EXPECT_EQ(solver_.ind_bgr, 1u);
+  for (int d = 0; d < 3; ++d) {
+    EXPECT_EQ(toHost(solver_.arrays[d].mins), std::vector<float>({low, low, 0.0f}));
+    EXPECT_EQ(toHost(solver_.arrays[d].maxs), maxs);
+  }
 }
 
 TEST_F(TransferTest, SigmasOfZeroGiveBoundsAtTheRatiosWithinZeroAndOne) {
@@ -291,6 +299,91 @@ TEST_F(TransferTest, ScribbleFormStartsTheLabeling) {
   std::vector<float> u(pixels * n);
   solver_.getSolution_smooth(u.data());
   for (std::size_t k = 0; k < pixels; ++k) ASSERT_EQ(u[pixels + k], 1.0f);
+}
+
+TEST_F(TransferTest, ScribbleFormStartsAtZeroWithoutInitLocalSolution) {
+  par_.initLocalSolution = false;
+  for (int d = 0; d < 3; ++d) {
+    const std::vector<float> ones(solver_.arrays[d].NOffset, 1.0f);
+    solver_.arrays[d].u.copyFromHost(ones.data());
+    solver_.arrays[d].u_bar.copyFromHost(ones.data());
+  }
+  std::vector<float4> image(pixels);
+  float4* scribbles[] = {nullptr, image.data(), nullptr};
+  std::size_t counts[] = {0, 1, 0};
+  solver_.setDataterm(image.data(), scribbles, counts, 5.0f, 10.0f);
+  for (int d = 0; d < 3; ++d) {
+    const gpudata& g = solver_.arrays[d];
+    EXPECT_EQ(toHost(g.u), std::vector<float>(g.NOffset)) << "band " << d;
+    EXPECT_EQ(toHost(g.u_bar), std::vector<float>(g.NOffset)) << "band " << d;
+  }
+}
+
+// Grey of 0.02 has L = 903.292 * 0.02 / 12.92 = 1.3983, black 0; both have a = b = 0.
+TEST_F(TransferTest, ScribbleCostsFollowTheirColoursSigmaAndThr) {
+  const float4 black = {0, 0, 0, 1};
+  const float4 grey = {0.02f, 0.02f, 0.02f, 1};
+  const float4 white = {1, 1, 1, 1};
+  std::vector<float4> image(pixels, black);
+  image[pixels - 1] = grey;  // last band
+  std::vector<float4> first = {grey};
+  std::vector<float4> second = {black, white};
+  std::vector<float4> third = {white};
+  float4* scribbles[] = {first.data(), second.data(), third.data()};
+  std::size_t counts[] = {1, 2, 1};
+  solver_.setDataterm(image.data(), scribbles, counts, 0.5f, 7.0f);
+  std::vector<float> rho(pixels * n);
+  solver_.getDataterm(rho.data());
+  const float far = 1.3983f * 1.3983f / (2 * 0.5f * 0.5f);
+  const float half = 0.693147f;  // one of two scribbles fits
+  for (std::size_t k = 0; k < pixels; ++k) {
+    const bool isGrey = k == pixels - 1;
+    EXPECT_NEAR(rho[k], isGrey ? 0.0f : far, 1e-3f) << k;
+    EXPECT_NEAR(rho[pixels + k], isGrey ? far + half : half, 1e-3f) << k;
+    EXPECT_EQ(rho[2 * pixels + k], 7.0f) << k;
+  }
+}
+
+// The calls of transfer on a solver whose bands of 3, 3 and 1 rows are on devices 2, 0 and 1, with
+// the floats that they move.
+template <class Transfer>
+std::vector<std::string> callsOnMixedDevices(Transfer&& transfer) {
+  HostMachine machine(hostConfig(3));
+  Params par;
+  par.w = 4;
+  par.h = 7;
+  par.n = 2;
+  par.gpu = {2, 0, 1};
+  RatSegImpl solver(par);
+  EXPECT_TRUE(solver.alloc());
+  std::vector<std::string> calls;
+  machine.backend.setObserver([&](const HostBackend::Call& call) {
+    calls.push_back(std::to_string(call.device) + ":" +
+                    (call.bytes > 0 ? std::to_string(call.bytes / sizeof(float)) : call.name));
+  });
+  std::vector<float> values(4 * 7 * 2);
+  transfer(solver, values.data());
+  machine.backend.setObserver({});
+  solver.free();
+  return calls;
+}
+
+TEST(TransferDevices, AreThoseOfTheBandsInOrder) {
+  using testing::ElementsAre;
+  EXPECT_THAT(
+      callsOnMixedDevices([](RatSegImpl& s, float* v) { s.setDataterm(v); }),
+      ElementsAre("2:12", "2:12", "0:12", "0:12", "1:4", "1:4", "2:ratseg_setLocalSolution_kernel",
+                  "0:ratseg_setLocalSolution_kernel", "1:ratseg_setLocalSolution_kernel"));
+  EXPECT_THAT(callsOnMixedDevices([](RatSegImpl& s, float* v) { s.getDataterm(v); }),
+              ElementsAre("2:12", "2:12", "0:12", "0:12", "1:4", "1:4"));
+  EXPECT_THAT(callsOnMixedDevices([](RatSegImpl& s, float* v) { s.getSolution(v); }),
+              ElementsAre("2:12", "2:12", "0:12", "0:12", "1:4", "1:4"));
+  EXPECT_THAT(callsOnMixedDevices([](RatSegImpl& s, float* v) { s.setWeight(v); }),
+              ElementsAre("2:12", "0:12", "1:4"));
+  EXPECT_THAT(
+      callsOnMixedDevices([](RatSegImpl& s, float* v) { s.setRatios(v, v, 1, nullptr, nullptr); }),
+      ElementsAre("2:2", "2:2", "2:2", "2:2", "0:2", "0:2", "0:2", "0:2", "1:2", "1:2", "1:2",
+                  "1:2"));
 }
 
 // Images first; then, label after label, the colours to all devices and one launch on each.
