@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "algorithms/rat_segments/alg/rat_seg.h"
+#include "app/certificate_report.h"
 #include "app/inputs.h"
 #include "app/messages.h"
 #include "app/options.h"
@@ -74,6 +75,7 @@ void solve(RatSeg& solver) {
   solver.run();
   timer.end("overall");
   std::cout << "Computation time: " << timer.get("overall") << " s" << std::endl;
+  if (par.tolerance > 0.0f) printCertificate(std::cerr, par, solver.getStatistics());
 }
 
 std::vector<int> solvedLabeling(RatSeg& solver, std::size_t pixels, std::size_t n) {

@@ -72,9 +72,15 @@ constexpr const char* kDevice = "device";
 constexpr OptionText kTiming = {"timing", "0|1",
                                 "    Report the seconds of each stage on standard error", "0"};
 
+constexpr OptionText kTolerance = {
+    "tolerance", "<float>",
+    "    Stop when the labeling is certified to be this close to the optimum, after at most\n"
+    "    -iterations; report energies and gap on standard error",
+    "0"};
+
 void warnOfUnknownOptions(const Cmd& cmd) {
   for (const auto& [name, values] : cmd.values) {
-    bool known = name == kDevice || name == kTiming.name;
+    bool known = name == kDevice || name == kTiming.name || name == kTolerance.name;
     for (const OptionText* option : kOptions) known = known || name == option->name;
     if (!known) warn("unknown option " + inQuotes(std::string("-") + name) + " is ignored");
   }
@@ -144,6 +150,20 @@ bool readSwitch(Cmd& cmd, const OptionText& option) {
   return text == "1";
 }
 
+// The option's value, 0 (off) where it is not given; it is not echoed.
+float readTolerance(Cmd& cmd, const OptionText& option) {
+  if (!cmd.hasArg(option.name)) return 0.0f;
+  const std::string text = cmd.getString(option.name);
+  float value = 0.0f;
+  cmd.get(option.name, value);
+  const bool ok = cmd.numOptions(option.name) == 1 && isNumber<float>(text) && value >= 0.0f;
+  if (!ok) {
+    fail(std::string("ERROR: -") + option.name + " must be a number from 0 on, but is " +
+         inQuotes(text));
+  }
+  return value;
+}
+
 // A negative number of iterations is read as one that no machine finishes.
 void refuseEndlessRun(const Params& par) {
   constexpr std::size_t kEndless = std::size_t{1} << 62;
@@ -184,7 +204,10 @@ void printUsage() {
             << "    Default: auto\n"
             << "-" << kTiming.name << " " << kTiming.kind << "\n"
             << kTiming.description << "\n"
-            << "    Default: " << kTiming.fallback << std::endl;
+            << "    Default: " << kTiming.fallback << "\n"
+            << "-" << kTolerance.name << " " << kTolerance.kind << "\n"
+            << kTolerance.description << "\n"
+            << "    Default: " << kTolerance.fallback << std::endl;
 }
 
 Options readOptions(Cmd& cmd, Params& par) {
@@ -207,6 +230,7 @@ Options readOptions(Cmd& cmd, Params& par) {
   readOption(cmd, kOutprefix, options.outprefix);
   readOption(cmd, kGpu, options.gpu);
   options.timing = readSwitch(cmd, kTiming);
+  par.tolerance = readTolerance(cmd, kTolerance);
   refuseEndlessRun(par);
   warnOfSenselessNumbers(par);
   warnOfOutputFolder(options.outprefix);

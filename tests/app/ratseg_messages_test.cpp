@@ -84,6 +84,11 @@ TEST_F(RatsegMessages, WithoutArgumentsAreTheUsageScreen) {
             "    Default: auto\n"
             "-timing 0|1\n"
             "    Report the seconds of each stage on standard error\n"
+            "    Default: 0\n"
+            "-tolerance <float>\n"
+            "    Stop when the labeling is certified to be this close to the optimum, after at "
+            "most\n"
+            "    -iterations; report energies and gap on standard error\n"
             "    Default: 0\n");
   EXPECT_EQ(result.status, 0);
 }

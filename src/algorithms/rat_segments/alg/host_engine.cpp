@@ -68,12 +68,12 @@ HostEngine::HostEngine(RatSegImpl& solver, const HostSweep& sweep)
     b.n = par.n;
     b.special = hasSpecialCosts(g.rho, g.N);
     rowSums_[d].resize(g.h * par.n);
-    convertRows(g, par.w, par.n, splitRow);
     const std::size_t pieces = std::clamp<std::size_t>(g.h / kRowsPerPiece, 1, threads);
     for (std::size_t k = 0; k < pieces; ++k) {
       pieces_.push_back({d, k * g.h / pieces, (k + 1) * g.h / pieces - 1});
     }
   }
+  takeOver();
   forEachPiece("ratseg_sweep_sums", [&](const Piece& piece, float*) {
     const SweepBand& b = bands_[piece.band];
     for (std::size_t y = piece.first; y <= piece.last; ++y) {
@@ -82,7 +82,18 @@ HostEngine::HostEngine(RatSegImpl& solver, const HostSweep& sweep)
   });
 }
 
-HostEngine::~HostEngine() {
+HostEngine::~HostEngine() { handOver(); }
+
+void HostEngine::takeOver() {
+  for (int d = 0; d < solver_.bands(); ++d) {
+    convertRows(solver_.arrays[d], solver_.par.w, solver_.par.n, splitRow);
+  }
+  hasArrays_ = true;
+}
+
+void HostEngine::handOver() {
+  if (!hasArrays_) return;
+  hasArrays_ = false;
   for (int d = 0; d < solver_.bands(); ++d) {
     convertRows(solver_.arrays[d], solver_.par.w, solver_.par.n, joinRow);
   }

@@ -24,11 +24,15 @@ class HostEngine {
   // all neighbours (without it boundary rows are moved by the copy engine, whose rows differ).
   static bool canRun(const RatSegImpl& solver);
 
-  // Takes the solver's arrays over: while the engine lives, the rows of p are split.
+  // Takes the solver's arrays over: while the engine has them, the rows of p are split.
   explicit HostEngine(RatSegImpl& solver, const HostSweep& sweep = hostSweep());
   ~HostEngine();
   HostEngine(const HostEngine&) = delete;
   HostEngine& operator=(const HostEngine&) = delete;
+
+  // Hands the arrays over to others, whole, and takes them back. No step in between.
+  void handOver();
+  void takeOver();
 
   // One iteration with the primal step tau, the dual step sigma and the over-relaxation theta_bar.
   void step(float tau, float sigma, float theta_bar);
@@ -45,6 +49,7 @@ class HostEngine {
   void forEachPiece(const char* name, Body&& body);
 
   RatSegImpl& solver_;
+  bool hasArrays_ = false;
   const HostSweep& sweep_;
   std::vector<SweepBand> bands_;
   std::vector<std::vector<float>> coupling_;  // per band and label

@@ -22,6 +22,7 @@ void RatSeg::setRatios(float* ratios, float* sigmas, std::size_t ind_bgr0, float
   impl_->setRatios(ratios, sigmas, ind_bgr0, mins, maxs);
 }
 void RatSeg::run() { impl_->run(); }
+const Statistics& RatSeg::getStatistics() const { return impl_->statistics; }
 void RatSeg::getSolution(float* uh) { impl_->getSolution(uh); }
 void RatSeg::getSolution_smooth(float* uh) { impl_->getSolution_smooth(uh); }
 float RatSeg::energy_gap(float* ep0, float* ed0) { return impl_->energy_gap(ep0, ed0); }

@@ -30,6 +30,7 @@
 // (device/selection.h) from alloc() to free().
 
 #include <cstddef>
+#include <limits>
 #include <vector>
 
 #include "device/types.h"
@@ -68,6 +69,27 @@ struct Params {
   float mu = 10000.0f;       // weight of the prior; 0 = off, negative or FLT_MAX = strict
   float eps = 0.01f;         // tolerance of the upper-bound prior, > 0
   int engine = engine_auto;  // how run() computes; results are the same up to rounding
+
+  // Certified stop: run() ends when the gap is at most this; 0 = never, and nothing is computed.
+  // It is checked every certifyModulo iterations and after the last.
+  float tolerance = 0.0f;
+  std::size_t certifyModulo = 250;
+};
+
+// What the last run() did. Energies, bound and gaps are computed where Params::tolerance asks for
+// them (docs/math.md, section 11) and belong to the state after iteration certifiedIteration; NaN
+// and 0 before a check.
+struct Statistics {
+  static constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+
+  std::size_t iterations = 0;          // performed
+  std::size_t certifiedIteration = 0;  // of the last check
+  double energy = kNone;               // of the relaxed labeling
+  double labelingEnergy = kNone;       // of the hard labeling; infinite if a constraint forbids it
+  double bound = kNone;                // no labeling, relaxed or hard, has less energy
+  double gap = kNone;                  // (energy - bound) / size of the energy
+  double labelingGap = kNone;          // (labelingEnergy - bound) / the same size
+  bool toleranceMet = false;           // gap <= tolerance: the reason for the stop
 };
 
 class RatSeg {
@@ -113,8 +135,11 @@ class RatSeg {
   // background label are not used.
   void setRatios(float* ratios, float* sigmas, std::size_t ind_bgr0, float* mins, float* maxs);
 
-  // Runs Nsteps iterations from the current state.
+  // Runs Nsteps iterations from the current state; with a tolerance, fewer where it is met before.
   void run();
+
+  // What the last run() did; valid until the next.
+  const Statistics& getStatistics() const;
 
   // The labeling, into n*w*h floats: 1 for the label of the greatest value at each pixel (the
   // lowest on ties), 0 for the others.

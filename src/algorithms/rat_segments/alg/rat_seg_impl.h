@@ -106,6 +106,7 @@ class RatSegImpl {
   dim3 grid_copy{0, 0, 0};
   std::size_t ind_bgr = 0;
   float* sum_u_host = nullptr;  // n nDev floats
+  Statistics statistics;        // of the last run()
 
  private:
   friend class HostEngine;

@@ -1,11 +1,13 @@
 // The iteration.
 
+#include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/certifier.h"
 #include "algorithms/rat_segments/alg/host_engine.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
@@ -61,7 +63,10 @@ void RatSegImpl::run() {
   if (!strips && par.engine != Params::engine_plain && HostEngine::canRun(*this)) {
     engine.emplace(*this);
   }
+  std::optional<Certifier> certifier;
+  if (par.tolerance > 0.0f) certifier.emplace(*this);
   par.cancel = false;
+  statistics = {};
 
   std::size_t ahead = 1;  // steps of a pass through the loop
   for (std::size_t step = 1; step <= par.Nsteps; step += ahead) {
@@ -75,6 +80,7 @@ void RatSegImpl::run() {
     }
     if (strips) {
       ahead = StripEngine::stepsAhead(par, step);
+      if (certifier) ahead = std::min(ahead, certifier->stepsToCheck(step));
       strips->advance(ahead);
       if (reports) strips->publish();
     } else if (engine) {
@@ -82,7 +88,15 @@ void RatSegImpl::run() {
     } else {
       plainStep(tau, sigma);
     }
+    statistics.iterations += ahead;
     if (reports) printReport(report);
+    if (certifier && certifier->stepsToCheck(step) == ahead) {
+      if (strips) strips->handOver();
+      if (engine) engine->handOver();
+      if (certifier->certify(statistics.iterations)) break;
+      if (engine) engine->takeOver();
+      if (strips) strips->takeOver();
+    }
   }
   engine.reset();
   strips.reset();

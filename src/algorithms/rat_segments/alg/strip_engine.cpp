@@ -36,7 +36,8 @@ std::unique_ptr<StripEngine> StripEngine::make(RatSegImpl& solver, float tau, fl
                                                float theta_bar, unsigned rows) {
   std::unique_ptr<StripEngine> engine(new StripEngine(solver, tau, sigma, theta_bar));
   if (!engine->allocate(rows)) return nullptr;
-  engine->start();
+  engine->createQueues();
+  engine->takeOver();
   return engine;
 }
 
@@ -94,15 +95,8 @@ void StripEngine::fillHaloOfU() {
   }
 }
 
-// The labeling before the start from u_bar, and gamma of the first iteration from the sums of
-// u_bar.
-void StripEngine::start() {
-  const std::size_t n = solver_.par.n;
-  solver_.constAlpha = constAlpha();
-  solver_.computeSumU__save_on_gpu0();
-  fillHaloOfU();
+void StripEngine::createQueues() {
   for (std::size_t d = 0; d < bands_.size(); ++d) {
-    gpudata& g = solver_.arrays[d];
     Band& b = bands_[d];
     select(d);
     cudaStreamCreate(&b.stream);
@@ -111,6 +105,21 @@ void StripEngine::start() {
       cudaEventCreate(event);
       check(kStripLines + __LINE__);
     }
+  }
+  started_ = true;
+}
+
+// The labeling before the start from u_bar, and gamma of the first iteration from the sums of
+// u_bar.
+void StripEngine::takeOver() {
+  const std::size_t n = solver_.par.n;
+  solver_.constAlpha = constAlpha();
+  solver_.computeSumU__save_on_gpu0();
+  fillHaloOfU();
+  for (std::size_t d = 0; d < bands_.size(); ++d) {
+    gpudata& g = solver_.arrays[d];
+    Band& b = bands_[d];
+    select(d);
     stripKernels().ratseg_strip_enter(b.u[1], b.u[0], theta_bar_, g.NOffset);
     check(kStripLines + __LINE__);
   }
@@ -120,13 +129,15 @@ void StripEngine::start() {
   check(kStripLines + __LINE__);
   ratSegKernels().ratseg_copyGamma(solver_.perLabel(), b.sum[0], solver_.arrays[0].sum_u, n);
   check(kStripLines + __LINE__);
+  done_ = 0;
   nextGamma(0);
-  started_ = true;
+  hasArrays_ = true;
   fork();
 }
 
-StripEngine::~StripEngine() {
-  if (!started_) return;
+void StripEngine::handOver() {
+  if (!hasArrays_) return;
+  hasArrays_ = false;
   publish();
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     gpudata& g = solver_.arrays[d];
@@ -141,6 +152,11 @@ StripEngine::~StripEngine() {
     }
   }
   solver_.deviceSynchronizeAll();
+}
+
+StripEngine::~StripEngine() {
+  if (!started_) return;
+  handOver();
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     Band& b = bands_[d];
     select(d);

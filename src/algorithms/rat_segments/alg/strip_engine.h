@@ -48,6 +48,10 @@ class StripEngine {
   // Queues count iterations, at most kStepsAtOnce. The host does not wait.
   void advance(std::size_t count);
 
+  // Hands the arrays over to others, whole, and takes them back. No step in between.
+  void handOver();
+  void takeOver();
+
   // Brings gamma and sum_u of device 0 up to date, behind what is queued: a, alpha and beta always
   // are.
   void publish();
@@ -75,7 +79,7 @@ class StripEngine {
   StripEngine(RatSegImpl& solver, float tau, float sigma, float theta_bar);
   bool allocate(unsigned rows);
   void fillHaloOfU();
-  void start();
+  void createQueues();
   float constAlpha() const;
 
   std::size_t current() const { return 2 * done_ % 3; }
@@ -106,7 +110,8 @@ class StripEngine {
   std::vector<Band> bands_;
   std::array<std::unique_ptr<StripReplay>, kPhases> replays_;
   bool canRecord_ = true;
-  bool started_ = false;
+  bool started_ = false;  // the queues exist
+  bool hasArrays_ = false;
   std::size_t done_ = 0;  // iterations
 };
 

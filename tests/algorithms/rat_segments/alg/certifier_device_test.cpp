@@ -1,0 +1,95 @@
+// The certificate's sums on every backend: awkward sizes, bands, and special costs, against the
+// reference on the state that the run left.
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <string>
+#include <vector>
+
+#include "algorithms/rat_segments/alg/certifier.h"
+#include "support/certified_run.h"
+#include "support/machine.h"
+
+namespace namespace_ratseg {
+namespace {
+
+class CertifierDevice : public DeviceTest {
+ protected:
+  static void expectReferences(const SolverProblem& p, const std::vector<int>& gpu) {
+    SCOPED_TRACE(std::to_string(p.par.w) + "x" + std::to_string(p.par.h) + "x" +
+                 std::to_string(p.par.n) + ", " + std::to_string(gpu.size()) + " bands");
+    const CertifiedRun c = certifiedRun(p, gpu, kNeverMet, 0);
+    const ReferenceCertificate r = referenceCertificate(c.problem, c.state);
+    expectFigures(c.statistics, r, 1e-10);
+    expectFigure(c.statistics.labelingEnergy, r.labelingEnergy, 1e-9 * std::abs(r.labelingEnergy),
+                 "energy of the labeling");
+  }
+};
+
+// A pixel, rows, columns, and widths around those of the tiles of the host and of the warps and
+// blocks of a GPU.
+TEST_F(CertifierDevice, FiguresOfAwkwardSizesAreTheReferences) {
+  struct Size {
+    std::size_t w, h, n;
+  };
+  for (const Size& s :
+       {Size{1, 1, 1}, Size{1, 1, 3}, Size{1, 9, 2}, Size{9, 1, 2}, Size{7, 5, 4}, Size{8, 5, 4},
+        Size{9, 5, 4}, Size{31, 4, 3}, Size{32, 4, 3}, Size{63, 3, 3}, Size{64, 3, 3},
+        Size{65, 3, 3}, Size{72, 3, 3}, Size{127, 3, 2}, Size{129, 3, 2}, Size{300, 2, 2},
+        Size{5, 40, 3}, Size{20, 20, 70}}) {
+    expectReferences(randomProblem(s.w, s.h, s.n, 5), {0});
+  }
+}
+
+TEST_F(CertifierDevice, FiguresOfManyRowsPerPartAreTheReferences) {
+  expectReferences(randomProblem(2, 5000, 2), {0});
+}
+
+TEST_F(CertifierDevice, FiguresOfBandsAreTheReferences) {
+  expectReferences(randomProblem(33, 17, 4), {0, 0});
+  expectReferences(randomProblem(33, 17, 4), {0, 0, 0});
+  expectReferences(randomProblem(33, 3, 4), {0, 0, 0});
+}
+
+TEST_F(CertifierDevice, FiguresOfEveryPriorAreTheReferences) {
+  for (int kind = 0; kind < 4; ++kind) {
+    SolverProblem p = randomProblem(24, 18, 4);
+    p.par.kind_prior = kind;
+    expectReferences(p, {0});
+    p.weight.clear();
+    p.par.mu = -1.0f;
+    expectReferences(p, {0});
+  }
+}
+
+// The first four pixels: one label is forced, two are, one is forbidden, all are.
+TEST_F(CertifierDevice, FiguresWithForcedAndForbiddenLabelsAreTheReferences) {
+  const std::size_t plane = 12 * 6;
+  for (int pixels : {1, 2, 4}) {
+    for (std::size_t label : {0u, 1u, 2u}) {
+      SolverProblem p = randomProblem(12, 6, 3);
+      p.par.kind_prior = Params::kind_prior_none;
+      // Costs below 0 make the sum before the projection great: what is forbidden then stays at 0.
+      for (float& x : p.rho) x -= 4.0f;
+      p.rho[label * plane] = FLT_MAX;
+      if (pixels > 1) p.rho[label * plane + 1] = -FLT_MAX;
+      for (std::size_t i = 0; pixels > 2 && i < 3; ++i) p.rho[i * plane + 2] = FLT_MAX;
+      if (pixels > 2) p.rho[3] = p.rho[plane + 3] = -FLT_MAX;
+      expectReferences(p, {0});
+    }
+  }
+}
+
+TEST_F(CertifierDevice, ForbiddenLabelsThatStayAtZeroLeaveTheEnergyFinite) {
+  SolverProblem p = randomProblem(12, 6, 3);
+  p.par.kind_prior = Params::kind_prior_none;
+  for (float& x : p.rho) x -= 4.0f;
+  p.rho[5] = FLT_MAX;
+  EXPECT_TRUE(std::isfinite(certifiedRun(p, {0}, kNeverMet, 0).statistics.energy));
+  for (float& x : p.rho) x = x < FLT_MAX ? x + 8.0f : x;
+  EXPECT_EQ(certifiedRun(p, {0}, kNeverMet, 0).statistics.energy, HUGE_VAL);
+}
+
+}  // namespace
+}  // namespace namespace_ratseg

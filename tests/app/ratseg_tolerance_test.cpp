@@ -1,0 +1,57 @@
+// -tolerance: the certified stop.
+
+#include "app/ratseg_program.h"
+
+namespace namespace_ratseg {
+namespace {
+
+class RatsegTolerance : public RatsegProgram {};
+
+TEST_F(RatsegTolerance, StopsEarlyAndReportsOnStandardErrorAlone) {
+  const ProgramResult plain = run({{"-iterations", "5000"}});
+  const ProgramResult stopped = run({{"-iterations", "5000"}, {"-tolerance", "0.01"}});
+  EXPECT_EQ(withoutTime(stopped.out), withoutTime(plain.out));
+  EXPECT_EQ(plain.err, "");
+  EXPECT_EQ(stopped.status, 0);
+  const std::string number = "-?[0-9.e+-]+";
+  const std::regex expected(
+      "Stopped after (\\d+) iterations: the gap is within the tolerance of 0.01\n"
+      "    energy of the relaxed labeling: " +
+      number + "\n    energy of the hard labeling:    " + number +
+      "\n    lower bound of all energies:    " + number + "\n    gap: " + number + " relaxed, " +
+      number + " hard\n    relaxed labeling: within " + number +
+      " % of the optimum\n    hard labeling: within " + number + " % of the optimum\n");
+  std::smatch match;
+  ASSERT_TRUE(std::regex_match(stopped.err, match, expected)) << stopped.err;
+  EXPECT_LE(std::stoul(match[1]), 1000u);
+}
+
+TEST_F(RatsegTolerance, SaysWhenTheIterationsRanOut) {
+  const ProgramResult result = run({{"-iterations", "3"}, {"-tolerance", "1e-9"}});
+  EXPECT_EQ(result.err.find("The tolerance of 1e-09 was not met in 3 iterations\n"), 0u)
+      << result.err;
+  EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(RatsegTolerance, SaysThatNothingIsCertifiedWithoutIterations) {
+  EXPECT_EQ(run({{"-iterations", "0"}, {"-tolerance", "1e-3"}}).err,
+            "Nothing is certified: there was no iteration\n");
+}
+
+TEST_F(RatsegTolerance, IsOffByDefaultAndWith0) {
+  EXPECT_EQ(run().err, "");
+  EXPECT_EQ(run({{"-tolerance", "0"}}).err, "");
+}
+
+TEST_F(RatsegTolerance, TakesNothingButNumbersFrom0On) {
+  for (const char* value : {"-1", "abc", "1e-3x", "nan", ""}) {
+    const ProgramResult result = run({{"-tolerance", value}});
+    const std::string line =
+        "ERROR: -tolerance must be a number from 0 on, but is \"" + std::string(value) + "\"\n";
+    EXPECT_NE(result.out.find(line), std::string::npos) << result.out;
+    EXPECT_EQ(result.status, 1);
+  }
+}
+
+}  // namespace
+}  // namespace namespace_ratseg
