@@ -46,10 +46,36 @@ TEST_F(CertifierDevice, FiguresOfManyRowsPerPartAreTheReferences) {
   expectReferences(randomProblem(2, 5000, 2), {0});
 }
 
-TEST_F(CertifierDevice, FiguresOfBandsAreTheReferences) {
-  expectReferences(randomProblem(33, 17, 4), {0, 0});
-  expectReferences(randomProblem(33, 17, 4), {0, 0, 0});
-  expectReferences(randomProblem(33, 3, 4), {0, 0, 0});
+TEST_F(CertifierDevice, FiguresOfBandsAreTheReferencesOnEveryEngine) {
+  for (int engine : {Params::engine_plain, Params::engine_auto, Params::engine_strips}) {
+    SolverProblem p = randomProblem(33, 17, 4);
+    p.par.engine = engine;
+    expectReferences(p, {0});
+    expectReferences(p, {0, 0});
+    expectReferences(p, {0, 0, 0});
+    p = randomProblem(33, 3, 4);
+    p.par.engine = engine;
+    expectReferences(p, {0, 0, 0});
+  }
+}
+
+// Every one of the strip engine's six turns of its arrays is handed over and taken back.
+TEST_F(CertifierDevice, StripEngineGoesOnAfterAnyCheck) {
+  for (const std::vector<int>& gpu : {std::vector<int>{0}, std::vector<int>{0, 0, 0}}) {
+    SolverProblem p = randomProblem(33, 17, 4);
+    p.par.engine = Params::engine_strips;
+    p.par.Nsteps = 60;
+    p.par.outModulo = 61;
+    const CertifiedRun whole = certifiedRun(p, gpu, kNeverMet, 0);
+    for (std::size_t modulo : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 25u}) {
+      const CertifiedRun parts = certifiedRun(p, gpu, kNeverMet, modulo);
+      EXPECT_EQ(parts.statistics.iterations, 60u);
+      for (std::size_t k = 0; k < whole.state.u.size(); ++k) {
+        ASSERT_NEAR(parts.state.u[k], whole.state.u[k], 2e-5) << modulo;
+      }
+      EXPECT_NEAR(parts.statistics.energy, whole.statistics.energy, 1e-4);
+    }
+  }
 }
 
 TEST_F(CertifierDevice, FiguresOfEveryPriorAreTheReferences) {

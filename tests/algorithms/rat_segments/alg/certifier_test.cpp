@@ -180,7 +180,7 @@ TEST(CertifiedStop, WithoutRegulariserIsExactAtOnce) {
 }
 
 TEST(CertifiedStop, EndsTheRunAtTheFirstCheckThatMeetsTheTolerance) {
-  for (int engine : {Params::engine_plain, Params::engine_auto}) {
+  for (int engine : {Params::engine_plain, Params::engine_auto, Params::engine_strips}) {
     const HostMachine machine;
     SolverProblem p = pictureProblem(3, Params::kind_prior_upperBound);
     p.par.engine = engine;
