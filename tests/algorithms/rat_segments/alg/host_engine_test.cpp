@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "support/engines.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
 
@@ -27,30 +28,6 @@ float largestDifference(const std::vector<float>& a, const std::vector<float>& b
     largest = std::isnan(difference) ? FLT_MAX : std::max(largest, difference);
   }
   return largest;
-}
-
-SolverResult solvePlain(SolverProblem p, const std::vector<int>& gpu = {}) {
-  p.par.engine = Params::engine_plain;
-  return solve(p, gpu);
-}
-
-// The problem's steps on the fused engine with the given sweep.
-SolverResult solveFused(SolverProblem p, const HostSweep& sweep, const std::vector<int>& gpu = {}) {
-  p.par.gpu = gpu;
-  RatSegImpl solver(p.par);
-  setUp(solver, p);
-  for (int d = 0; d < solver.bands(); ++d) {
-    gpudata& g = solver.arrays[d];
-    g.weightHat = solver.kind_weight != RatSegImpl::kind_weight_none ? g.weight.get_ptr() : nullptr;
-  }
-  {
-    HostEngine engine(solver, sweep);
-    const float tau = p.par.dt_multiplier;
-    for (std::size_t k = 0; k < p.par.Nsteps; ++k) engine.step(tau, 1.0f / tau, 1.0f);
-  }
-  SolverResult result = resultOf(solver);
-  solver.free();
-  return result;
 }
 
 class HostEngineOnEveryIsa : public testing::TestWithParam<const HostSweep*> {
