@@ -30,7 +30,6 @@ constexpr std::size_t kLanes = 4;
 constexpr float kLeastSquare = 1e-36f;
 constexpr float kFar = 64.0f;  // from values beyond this, the greatest is subtracted first: beside
                                // large ones the 1 that the labels sum to would be lost
-constexpr std::size_t kBlockBytes = 512 << 10;  // of all labels' arrays, to stay in the L2 cache
 
 using vec = float __attribute__((vector_size(kLanes * sizeof(float))));
 using mask = int __attribute__((vector_size(kLanes * sizeof(int))));
@@ -46,6 +45,14 @@ inline void store(float* p, vec v) { std::memcpy(p, &v, sizeof v); }
 inline vec splat(float x) { return vec{} + x; }
 
 inline vec maxOf(vec a, vec b) { return a > b ? a : b; }
+inline vec minOf(vec a, vec b) { return a < b ? a : b; }
+
+// The last lane of previous, then all lanes of v but the last.
+inline vec shifted(vec previous, vec v) {
+  mask from;
+  for (std::size_t l = 0; l < kLanes; ++l) from[l] = static_cast<int>(kLanes + l - 1);
+  return __builtin_shuffle(previous, v, from);
+}
 
 inline bool anyOf(mask m) {
 #if defined(__AVX512F__)
@@ -83,8 +90,57 @@ inline vec inverseSqrt(vec a) {
   return y * (1.5f - 0.5f * a * y * y);
 }
 
-// The places of one row of one label; next() goes on to the next label.
+// A tile inside the row: all its pixels have a right neighbour.
+struct Inside {
+  static inline vec load(const float* p) { return RATSEG_ISA::load(p); }
+  static inline void store(float* p, vec v) { RATSEG_ISA::store(p, v); }
+  static inline vec rightOf(const float* p, vec) { return RATSEG_ISA::load(p + 1); }
+  static inline vec withRight(vec v) { return v; }
+  static inline vec filled(vec v) { return v; }
+};
+
+// The tile that ends the row: count pixels, the last of which is its own right neighbour; the lanes
+// behind them are 0 and are not stored.
+struct RowEnd {
+  explicit RowEnd(std::size_t pixels) : count(pixels) {
+    for (std::size_t l = 0; l < kLanes; ++l) {
+      inRow[l] = l < count ? -1 : 0;
+      hasRight[l] = l + 1 < count ? -1 : 0;
+    }
+  }
+
+  inline vec load(const float* p) const {
+    vec v = {};
+    std::memcpy(&v, p, count * sizeof(float));
+    return v;
+  }
+  inline void store(float* p, vec v) const { std::memcpy(p, &v, count * sizeof(float)); }
+  inline vec rightOf(const float* p, vec here) const {
+    std::memcpy(&here, p + 1, (count - 1) * sizeof(float));
+    return here;
+  }
+  inline vec withRight(vec v) const { return hasRight ? v : vec{}; }
+  inline vec filled(vec v) const { return inRow ? v : vec{}; }
+
+  std::size_t count;
+  mask inRow, hasRight;
+};
+
+// Row y of one label, and the brackets of the divergence: [y > 0] and [y + 1 < h].
 struct Row {
+  Row(const SweepBand& b, std::size_t i, std::size_t y)
+      : hasAbove(b.ymin + y != 0 ? 1.0f : 0.0f), hasBelow(b.ymin + y + 1 < b.h ? 1.0f : 0.0f) {
+    const std::size_t rows = b.ymax - b.ymin;
+    const std::size_t plane = i * b.w * (rows + 1);
+    u = b.u + plane + y * b.w;
+    bar = b.u_bar + plane + y * b.w;
+    barBelow = bar + (hasBelow != 0.0f ? b.w : 0);
+    px = b.p + 2 * (plane + (y + 1) * b.w);
+    py = px + b.w;
+    pyAbove = py - 2 * b.w;
+    rho = b.rho + i * b.w * rows + y * b.w;
+  }
+
   float* u;
   float* bar;
   const float* barBelow;
@@ -92,110 +148,110 @@ struct Row {
   float* py;
   const float* pyAbove;
   const float* rho;
-  std::size_t plane;
-  std::size_t rhoPlane;
-
-  inline void next() {
-    u += plane;
-    bar += plane;
-    barBelow += plane;
-    px += 2 * plane;
-    py += 2 * plane;
-    pyAbove += 2 * plane;
-    rho += rhoPlane;
-  }
+  float hasAbove, hasBelow;
 };
 
-// Row y of label 0.
-inline Row firstRow(const SweepBand& b, std::size_t y) {
-  Row r;
-  r.rhoPlane = b.w * (b.ymax - b.ymin);
-  r.plane = r.rhoPlane + b.w;
-  r.u = b.u + y * b.w;
-  r.bar = b.u_bar + y * b.w;
-  r.barBelow = r.bar + b.w;
-  r.px = b.p + 2 * (y + 1) * b.w;
-  r.py = r.px + b.w;
-  r.pyAbove = r.py - 2 * b.w;
-  r.rho = b.rho + y * b.w;
-  return r;
+inline std::size_t padded(std::size_t w) { return (w + kLanes - 1) / kLanes * kLanes; }
+
+// Tiles per block of columns: the labels' values of a block fit the L1 cache.
+inline std::size_t blockTiles(std::size_t n) {
+  constexpr std::size_t kBlockBytes = 16 << 10;
+  const std::size_t tiles = kBlockBytes / (n * sizeof(vec));
+  return tiles > 4 ? tiles : 4;
 }
 
-// Scratch: the row's radii, then n tiles of v, n tiles of row sums, a few tiles for filled-up ends.
+// Scratch: the row's radii; the values of a block, per tile n vectors; the row's sums, n vectors.
 struct Scratch {
+  Scratch(float* scratch, std::size_t w, std::size_t n)
+      : radius(scratch), v(radius + padded(w)), sums(v + blockTiles(n) * n * kLanes) {}
+
   float* radius;
   float* v;
   float* sums;
 };
 
-inline std::size_t padded(std::size_t w) { return (w + kLanes - 1) / kLanes * kLanes; }
-
-inline Scratch divide(float* scratch, std::size_t w, std::size_t n) {
-  return {scratch, scratch + padded(w), scratch + padded(w) + n * kLanes};
+std::size_t scratchFloats(std::size_t w, std::size_t n) {
+  return padded(w) + (blockTiles(n) + 1) * n * kLanes;
 }
 
-std::size_t scratchFloats(std::size_t w, std::size_t n) { return padded(w) + 2 * n * kLanes; }
-
-// Radii of the discs of row y; those beyond the row are 0. A negative one is no bound.
+// Radii of the discs of row y: g lambda/2, FLT_MAX where there is no bound (a negative one is
+// none).
 void rowRadii(const SweepBand& b, std::size_t y, float* radius) {
   const float half = b.lambda / 2.0f;
-  for (std::size_t x = 0; x < b.w; ++x) {
-    const float g = b.weight != nullptr ? b.weight[y * b.w + x] : 1.0f;
-    const bool unbounded = b.lambda >= FLT_MAX || (g >= FLT_MAX && b.lambda > 0.0f);
-    const float r = b.lambda != 0.0f ? g * half : 0.0f;
-    radius[x] = unbounded || r < 0.0f ? FLT_MAX : r;
+  const mask unbounded = splat(b.lambda) >= FLT_MAX;
+  const mask bounded = splat(b.lambda) <= 0.0f;
+  const auto radiusOf = [&](vec g) {
+    const vec r = b.lambda != 0.0f ? g * half : vec{};
+    const mask without = unbounded | (~bounded & (g >= FLT_MAX)) | (r < 0.0f);
+    return without ? splat(FLT_MAX) : r;
+  };
+  const float* weight = b.weight + y * b.w;
+  std::size_t x = 0;
+  for (; x + kLanes <= b.w; x += kLanes) {
+    store(radius + x, radiusOf(b.weight != nullptr ? load(weight + x) : splat(1.0f)));
   }
-  for (std::size_t x = b.w; x < padded(b.w); ++x) radius[x] = 0.0f;
+  if (x == b.w) return;
+  const RowEnd end(b.w - x);
+  store(radius + x, radiusOf(b.weight != nullptr ? end.load(weight + x) : splat(1.0f)));
 }
 
 // p <- clamp of p + s (right - here, below - here) to the disc: p min(1, r / |p|). What is
 // added to the square makes no difference but to denormal ones, whose inverse root may be infinite.
-inline void dualTile(vec here, vec right, vec below, vec radius, float s, vec& px, vec& py) {
-  px += s * (right - here);
-  py += s * (below - here);
-  const vec square = px * px + (py * py + kLeastSquare);
-  const vec shrink = square > radius * radius ? radius * inverseSqrt(square) : splat(1.0f);
+template <class Tile>
+inline void dualStep(const SweepBand& b, const Row& r, const Tile& tile, std::size_t x, vec radius,
+                     vec& px, vec& py) {
+  const vec here = tile.load(r.bar + x);
+  px += b.dualStep * (tile.rightOf(r.bar + x, here) - here);
+  py += b.dualStep * (tile.load(r.barBelow + x) - here);
+  const vec shrink = minOf(radius * inverseSqrt(px * px + (py * py + kLeastSquare)), splat(1.0f));
   px *= shrink;
   py *= shrink;
+  tile.store(r.px + x, px);
+  tile.store(r.py + x, py);
 }
 
-// Columns [x0, x1) of the dual step of one label, x1 < w or a whole number of tiles from x0.
-inline void dualColumns(const SweepBand& b, const Row& r, const float* radius, bool hasBelow,
-                        std::size_t x0, std::size_t x1) {
-  const float* below = hasBelow ? r.barBelow : r.bar;
+// v of one label before the projection: u + tau (div p + gamma cG/N - rho). previous is p.x of the
+// tile to the left, and becomes this one's.
+template <bool DUAL, class Tile>
+inline vec primalValue(const SweepBand& b, const Row& r, const Tile& tile, std::size_t x,
+                       vec radius, float coupling, vec& previous) {
+  vec px = tile.load(r.px + x);
+  vec py = tile.load(r.py + x);
+  if (DUAL) dualStep(b, r, tile, x, radius, px, py);
+  const vec left = shifted(previous, px);
+  previous = px;
+  const vec divergence =
+      tile.withRight(px) - left - r.hasAbove * tile.load(r.pyAbove + x) + r.hasBelow * py;
+  const vec rho = tile.load(r.rho + x);
+  vec v = tile.load(r.u + x) + b.primalStep * (divergence + (coupling - rho));
+  if (b.special) {
+    v = rho >= FLT_MAX ? vec{} : v;
+    v = rho <= -FLT_MAX ? splat(1.0f) : v;
+  }
+  return v;
+}
+
+// The values of label i in columns [x0, x1) of row y, after their dual step with DUAL.
+template <bool DUAL>
+void blockValues(const SweepBand& b, const Scratch& s, std::size_t i, std::size_t y,
+                 std::size_t x0, std::size_t x1) {
+  const Row r(b, i, y);
+  const float coupling = b.coupling[i];
+  vec previous = splat(x0 > 0 ? r.px[x0 - 1] : 0.0f);
+  float* v = s.v + i * kLanes;
   std::size_t x = x0;
-  for (; x + kLanes <= x1 && x + kLanes < b.w; x += kLanes) {
-    vec px = load(r.px + x);
-    vec py = load(r.py + x);
-    dualTile(load(r.bar + x), load(r.bar + x + 1), load(below + x), load(radius + x), b.dualStep,
-             px, py);
-    store(r.px + x, px);
-    store(r.py + x, py);
-    __builtin_prefetch(r.u + x);
-    __builtin_prefetch(r.rho + x);
+  for (; x < x1 && x + kLanes < b.w; x += kLanes, v += b.n * kLanes) {
+    store(v, primalValue<DUAL>(b, r, Inside(), x, load(s.radius + x), coupling, previous));
   }
   if (x >= x1) return;
-  // The end of the row: the last pixel is its own right neighbour.
-  vec here = {}, right = {}, under = {}, px = {}, py = {};
-  for (std::size_t l = 0; x + l < x1; ++l) {
-    here[l] = r.bar[x + l];
-    right[l] = x + l + 1 < b.w ? r.bar[x + l + 1] : r.bar[x + l];
-    under[l] = below[x + l];
-    px[l] = r.px[x + l];
-    py[l] = r.py[x + l];
-  }
-  dualTile(here, right, under, load(radius + x), b.dualStep, px, py);
-  for (std::size_t l = 0; x + l < x1; ++l) {
-    r.px[x + l] = px[l];
-    r.py[x + l] = py[l];
-  }
+  const RowEnd end(b.w - x);
+  store(v, primalValue<DUAL>(b, r, end, x, load(s.radius + x), coupling, previous));
 }
 
 // The threshold t of each lane for which sum of max(v - t, 0) is 1: the fixed point of the mean
 // subtraction, found without changing v. It starts from the components within 1 of the greatest,
 // which hold every component that stays positive.
-inline vec simplexThreshold(const float* v, std::size_t n, vec greatest) {
-  vec t = greatest - 1.0f;
+inline vec simplexThreshold(const float* v, std::size_t n, vec t) {
   vec count = {};
   for (std::size_t pass = 0; pass <= n; ++pass) {
     vec sum = {};
@@ -213,150 +269,103 @@ inline vec simplexThreshold(const float* v, std::size_t n, vec greatest) {
   return t;
 }
 
-// v of one label before the projection.
-inline vec primalValue(const SweepBand& b, std::size_t i, vec u, vec px, vec left, vec py,
-                       vec above, vec rho) {
-  vec v = u + b.primalStep * (((px - left) + (py - above)) + (b.coupling[i] - rho));
-  if (b.special) {
-    v = rho >= FLT_MAX ? vec{} : v;
-    v = rho <= -FLT_MAX ? splat(1.0f) : v;
-  }
-  return v;
-}
-
 __attribute__((noinline, cold)) void moveToZero(float* v, std::size_t n, const float* greatest) {
   const vec shift = load(greatest);
   for (std::size_t i = 0; i < n; ++i) store(v + i * kLanes, load(v + i * kLanes) - shift);
 }
 
-// One tile of the primal step, inside the row: 0 < x, x + kLanes < w.
-template <class Load, class Store>
-inline void primalTile(const SweepBand& b, const Scratch& s, std::size_t y, Load&& value,
-                       Store&& keep) {
-  vec greatest = splat(-FLT_MAX);
-  Row r = firstRow(b, y);
-  for (std::size_t i = 0; i < b.n; ++i, r.next()) {
-    const vec v = value(r, i);
-    store(s.v + i * kLanes, v);
-    greatest = maxOf(v, greatest);
+// The threshold of the values of one tile.
+inline vec threshold(float* v, std::size_t n) {
+  vec first = splat(-FLT_MAX), second = first, third = first, fourth = first;
+  for (std::size_t i = 0; i < n; ++i) {
+    vec value = load(v + i * kLanes);
+    vec less = minOf(value, first);
+    first = maxOf(value, first);
+    value = minOf(less, second);
+    second = maxOf(less, second);
+    less = minOf(value, third);
+    third = maxOf(value, third);
+    fourth = maxOf(less, fourth);
   }
-  if (anyOf((greatest > kFar) | (greatest < -kFar))) {
+  if (anyOf((first > kFar) | (first < -kFar))) {
     float shift[kLanes];
-    store(shift, greatest);
-    moveToZero(s.v, b.n, shift);
-    greatest = vec{};
+    store(shift, first);
+    moveToZero(v, n, shift);
+    second -= first;
+    third -= first;
+    fourth -= first;
+    first = vec{};
   }
-  const vec t = simplexThreshold(s.v, b.n, greatest);
-  r = firstRow(b, y);
-  for (std::size_t i = 0; i < b.n; ++i, r.next()) {
-    keep(r, i, maxOf(load(s.v + i * kLanes) - t, vec{}));
-  }
+  const vec one = first - 1.0f;
+  const vec two = (one + second) * 0.5f;
+  const vec three = (one + second + third) * (1.0f / 3.0f);
+  const vec t = maxOf(one, maxOf(two, three));
+  return anyOf(fourth > t) ? simplexThreshold(v, n, t) : t;
 }
 
-inline void addTo(float* sums, std::size_t i, vec x) {
-  store(sums + i * kLanes, load(sums + i * kLanes) + x);
-}
-
-// Columns [x, x + count) at an end of the row, filled up to a tile: the image's first column has no
-// left neighbour, its last column no horizontal component.
-void primalEnd(const SweepBand& b, const Scratch& s, std::size_t y, std::size_t x,
-               std::size_t count) {
-  const bool hasAbove = b.ymin + y != 0;
-  const bool hasBelow = b.ymin + y + 1 < b.h;
-  const auto value = [&](const Row& r, std::size_t i) {
-    vec u = {}, px = {}, left = {}, py = {}, above = {}, rho = {};
-    for (std::size_t l = 0; l < count; ++l) {
-      const std::size_t k = x + l;
-      u[l] = r.u[k];
-      px[l] = k + 1 < b.w ? r.px[k] : 0.0f;
-      left[l] = k != 0 ? r.px[k - 1] : 0.0f;
-      py[l] = hasBelow ? r.py[k] : 0.0f;
-      above[l] = hasAbove ? r.pyAbove[k] : 0.0f;
-      rho[l] = r.rho[k];
-    }
-    return primalValue(b, i, u, px, left, py, above, rho);
-  };
-  const auto keep = [&](const Row& r, std::size_t i, vec fresh) {
-    vec bar = {};
-    for (std::size_t l = 0; l < count; ++l) {
-      bar[l] = fresh[l] + b.theta_bar * (fresh[l] - r.u[x + l]);
-      r.u[x + l] = fresh[l];
-      r.bar[x + l] = bar[l];
-    }
-    addTo(s.sums, i, bar);
-  };
-  primalTile(b, s, y, value, keep);
-}
-
-// Columns [x0, x1) of the primal step of all labels.
-template <bool HAS_ABOVE, bool HAS_BELOW>
-void primalColumns(const SweepBand& b, const Scratch& s, std::size_t y, std::size_t x0,
-                   std::size_t x1) {
-  std::size_t x = x0;
-  if (x == 0) {
-    const std::size_t count = x1 < kLanes ? x1 : kLanes;
-    primalEnd(b, s, y, 0, count);
-    x = count;
+// u_new = max(v - t, 0), u_bar = u_new + theta_bar (u_new - u) of all labels in the tile at (x, y).
+template <class Tile>
+inline void keep(const SweepBand& b, const Scratch& s, const Row& r, const Tile& tile, float* v,
+                 std::size_t x) {
+  const vec t = threshold(v, b.n);
+  const std::size_t plane = b.w * (b.ymax - b.ymin + 1);
+  float* u = r.u + x;
+  float* bar = r.bar + x;
+  for (std::size_t i = 0; i < b.n; ++i, u += plane, bar += plane) {
+    const vec fresh = maxOf(load(v + i * kLanes) - t, vec{});
+    const vec fresh_bar = fresh + b.theta_bar * (fresh - tile.load(u));
+    tile.store(u, fresh);
+    tile.store(bar, fresh_bar);
+    store(s.sums + i * kLanes, load(s.sums + i * kLanes) + tile.filled(fresh_bar));
   }
-  for (; x + kLanes <= x1 && x + kLanes < b.w; x += kLanes) {
-    const auto value = [&](const Row& r, std::size_t i) {
-      const vec py = HAS_BELOW ? load(r.py + x) : vec{};
-      const vec above = HAS_ABOVE ? load(r.pyAbove + x) : vec{};
-      return primalValue(b, i, load(r.u + x), load(r.px + x), load(r.px + x - 1), py, above,
-                         load(r.rho + x));
-    };
-    const auto keep = [&](const Row& r, std::size_t i, vec fresh) {
-      const vec bar = fresh + b.theta_bar * (fresh - load(r.u + x));
-      store(r.u + x, fresh);
-      store(r.bar + x, bar);
-      addTo(s.sums, i, bar);
-    };
-    primalTile(b, s, y, value, keep);
-  }
-  if (x < x1) primalEnd(b, s, y, x, x1 - x);
-}
-
-// Columns per block: the arrays of all labels in a block fit the L2 cache, so that the primal step
-// finds there what the dual step has touched.
-inline std::size_t blockColumns(std::size_t n) {
-  constexpr std::size_t kBytesPerPixelLabel = 36;
-  const std::size_t columns = kBlockBytes / (kBytesPerPixelLabel * n) / kLanes * kLanes;
-  return columns < 4 * kLanes ? 4 * kLanes : columns;
 }
 
 void dualRow(const SweepBand& b, std::size_t y, float* scratch) {
-  const Scratch s = divide(scratch, b.w, b.n);
+  const Scratch s(scratch, b.w, b.n);
   rowRadii(b, y, s.radius);
-  const bool hasBelow = b.ymin + y + 1 < b.h;
-  Row r = firstRow(b, y);
-  for (std::size_t i = 0; i < b.n; ++i, r.next()) dualColumns(b, r, s.radius, hasBelow, 0, b.w);
+  for (std::size_t i = 0; i < b.n; ++i) {
+    const Row r(b, i, y);
+    std::size_t x = 0;
+    for (; x + kLanes < b.w; x += kLanes) {
+      vec px = load(r.px + x);
+      vec py = load(r.py + x);
+      dualStep(b, r, Inside(), x, load(s.radius + x), px, py);
+    }
+    const RowEnd end(b.w - x);
+    vec px = end.load(r.px + x);
+    vec py = end.load(r.py + x);
+    dualStep(b, r, end, x, load(s.radius + x), px, py);
+  }
 }
 
 void primalRow(const SweepBand& b, std::size_t y, bool dualToo, float* rowSums, float* scratch) {
-  const Scratch s = divide(scratch, b.w, b.n);
-  const bool hasAbove = b.ymin + y != 0;
-  const bool hasBelow = b.ymin + y + 1 < b.h;
-  const auto columns = hasAbove
-                           ? (hasBelow ? primalColumns<true, true> : primalColumns<true, false>)
-                           : (hasBelow ? primalColumns<false, true> : primalColumns<false, false>);
+  const Scratch s(scratch, b.w, b.n);
   if (dualToo) rowRadii(b, y, s.radius);
   std::memset(s.sums, 0, b.n * kLanes * sizeof(float));
-  const std::size_t block = blockColumns(b.n);
+  const Row r(b, 0, y);
+  const std::size_t block = blockTiles(b.n) * kLanes;
   for (std::size_t x0 = 0; x0 < b.w; x0 += block) {
     const std::size_t x1 = x0 + block < b.w ? x0 + block : b.w;
-    Row r = firstRow(b, y);
-    for (std::size_t i = 0; i < b.n && dualToo; ++i, r.next()) {
-      dualColumns(b, r, s.radius, hasBelow, x0, x1);
+    for (std::size_t i = 0; i < b.n; ++i) {
+      if (dualToo) {
+        blockValues<true>(b, s, i, y, x0, x1);
+      } else {
+        blockValues<false>(b, s, i, y, x0, x1);
+      }
     }
-    columns(b, s, y, x0, x1);
+    float* v = s.v;
+    std::size_t x = x0;
+    for (; x < x1 && x + kLanes < b.w; x += kLanes, v += b.n * kLanes) {
+      keep(b, s, r, Inside(), v, x);
+    }
+    if (x < x1) keep(b, s, r, RowEnd(b.w - x), v, x);
   }
   for (std::size_t i = 0; i < b.n; ++i) rowSums[i] = sumOf(load(s.sums + i * kLanes));
 }
 
 void sumRow(const SweepBand& b, std::size_t y, float* rowSums) {
-  Row r = firstRow(b, y);
-  for (std::size_t i = 0; i < b.n; ++i, r.next()) {
-    const float* bar = r.bar;
+  for (std::size_t i = 0; i < b.n; ++i) {
+    const float* bar = Row(b, i, y).bar;
     vec sum = {};
     std::size_t x = 0;
     for (; x + kLanes <= b.w; x += kLanes) sum += load(bar + x);
