@@ -47,5 +47,22 @@ TEST_F(ParallelForTest, SpreadsOnlyEnoughWorkOverThreads) {
   EXPECT_EQ(visit(10, kParallelWork).threads, 3);
 }
 
+TEST_F(ParallelForTest, TheSecondPartBeginsWhenTheFirstAndWhatIsBetweenAreDone) {
+  for (const std::size_t work : {std::size_t{0}, kParallelWork}) {
+    constexpr std::size_t kCount = 1000;
+    std::vector<int> first(kCount), seen(kCount);
+    int sum = 0, times = 0;
+    parallelForInTwoParts(
+        kCount, work, [&](std::size_t i) { ++first[i]; },
+        [&] {
+          ++times;
+          for (const int x : first) sum += x;
+        },
+        [&](std::size_t i) { seen[i] += sum; });
+    EXPECT_EQ(times, 1);
+    EXPECT_EQ(seen, std::vector<int>(kCount, kCount));
+  }
+}
+
 }  // namespace
 }  // namespace namespace_ratseg

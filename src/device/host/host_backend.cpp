@@ -1,5 +1,6 @@
 #include "device/host/host_backend.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +14,7 @@ namespace namespace_ratseg {
 namespace {
 
 constexpr std::size_t kAlignment = 256;  // as device allocations are aligned
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
 // The longest grid and block in each direction, the same on every GPU.
 constexpr dim3 kMaxGrid = {0x7fffffff, 65535, 65535};
@@ -28,6 +30,25 @@ std::size_t physicalMemory() {
   const long size = sysconf(_SC_PAGE_SIZE);
   return pages > 0 && size > 0 ? static_cast<std::size_t>(pages) * static_cast<std::size_t>(size)
                                : static_cast<std::size_t>(-1);
+}
+
+// Memory of at least that many bytes, or null. Large arrays begin at a huge page and ask for huge
+// pages: a sweep walks through more rows at a time than there are entries for small pages.
+void* allocate(std::size_t bytes) {
+  const std::size_t alignment = bytes >= 2 * kHugePage ? kHugePage : kAlignment;
+  const std::size_t rounded = (bytes + alignment - 1) / alignment * alignment;
+  if (rounded < bytes) return nullptr;
+  void* memory = std::aligned_alloc(alignment, rounded);
+#if defined(MADV_HUGEPAGE)
+  if (memory != nullptr && alignment == kHugePage) madvise(memory, rounded, MADV_HUGEPAGE);
+#endif
+  return memory;
+}
+
+// The properties that limit launches, without a device's name, which takes time to write.
+const cudaDeviceProp& limitsOf(const HostConfig& config, std::size_t device) {
+  static const cudaDeviceProp host = defaultHostProperties();
+  return device < config.properties.size() ? config.properties[device] : host;
 }
 
 }  // namespace
@@ -60,8 +81,11 @@ void HostBackend::observe(const char* name, std::size_t bytes, const LaunchShape
 }
 
 bool HostBackend::admitLaunch(const char* kernel, const LaunchShape& shape) {
-  cudaDeviceProp prop;
-  if (getDeviceProperties(&prop, device_) != cudaSuccess) return false;
+  if (!validDevice(device_)) {
+    fail(cudaErrorInvalidDevice);
+    return false;
+  }
+  const cudaDeviceProp& prop = limitsOf(config_, static_cast<std::size_t>(device_));
   const unsigned long long threads = 1ull * shape.block.x * shape.block.y * shape.block.z;
   if (!within(shape.grid, kMaxGrid) || !within(shape.block, kMaxBlock) ||
       threads > static_cast<unsigned long long>(prop.maxThreadsPerBlock)) {
@@ -110,8 +134,7 @@ cudaError_t HostBackend::malloc(void** ptr, std::size_t bytes) {
   if (bytes > config_.memoryBytes || used > config_.memoryBytes - bytes) {
     return fail(cudaErrorMemoryAllocation);
   }
-  const std::size_t rounded = (bytes + kAlignment - 1) / kAlignment * kAlignment;
-  void* memory = rounded >= bytes ? std::aligned_alloc(kAlignment, rounded) : nullptr;
+  void* memory = allocate(bytes);
   if (memory == nullptr) return fail(cudaErrorMemoryAllocation);
   used += bytes;
   allocations_.emplace(static_cast<const char*>(memory), Allocation{bytes, device_});

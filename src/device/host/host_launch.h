@@ -28,6 +28,24 @@ void parallelFor(std::size_t count, std::size_t work, Body&& body) {
   for (std::ptrdiff_t i = 0; i < last; ++i) body(static_cast<std::size_t>(i));
 }
 
+// Calls first(i) for i in [0, count), then between() once, then second(i) for i in [0, count), as
+// parallelFor does, with one start of the threads for all.
+template <class First, class Between, class Second>
+void parallelForInTwoParts(std::size_t count, std::size_t work, First&& first, Between&& between,
+                           Second&& second) {
+  const auto last = static_cast<std::ptrdiff_t>(count);
+#pragma omp parallel if (work >= kParallelWork)
+  {
+#pragma omp for schedule(static)
+    for (std::ptrdiff_t i = 0; i < last; ++i) first(static_cast<std::size_t>(i));
+#pragma omp master
+    between();
+#pragma omp barrier
+#pragma omp for schedule(static)
+    for (std::ptrdiff_t i = 0; i < last; ++i) second(static_cast<std::size_t>(i));
+  }
+}
+
 }  // namespace namespace_ratseg
 
 #endif

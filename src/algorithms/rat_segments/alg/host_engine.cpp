@@ -10,7 +10,8 @@ namespace namespace_ratseg {
 
 namespace {
 
-constexpr std::size_t kRowsPerPiece = 16;  // at least, unless the band has fewer
+constexpr std::size_t kRowsPerPiece = 16;    // at least, unless the band has fewer
+constexpr std::size_t kWorkOfAnElement = 4;  // in elements of a plain loop (kParallelWork)
 
 bool hasSpecialCosts(const float* rho, std::size_t count) {
   constexpr std::size_t kChunk = 65536;
@@ -74,7 +75,9 @@ HostEngine::HostEngine(RatSegImpl& solver, const HostSweep& sweep)
     }
   }
   takeOver();
-  forEachPiece("ratseg_sweep_sums", [&](const Piece& piece, float*) {
+  admitLaunches("ratseg_sweep_sums");
+  parallelFor(pieces_.size(), work(), [&](std::size_t k) {
+    const Piece& piece = pieces_[k];
     const SweepBand& b = bands_[piece.band];
     for (std::size_t y = piece.first; y <= piece.last; ++y) {
       sweep_.sumRow(b, y, rowSums_[piece.band].data() + y * b.n);
@@ -99,20 +102,22 @@ void HostEngine::handOver() {
   }
 }
 
-// body(piece, scratch) for all pieces, spread over the threads; one launch per band.
-template <class Body>
-void HostEngine::forEachPiece(const char* name, Body&& body) {
-  const std::size_t w = solver_.par.w;
-  const std::size_t n = solver_.par.n;
+// One launch per band.
+void HostEngine::admitLaunches(const char* name) {
   for (int d = 0; d < solver_.bands(); ++d) {
     cudaSetDevice(solver_.dev[d]);
     admitHostLaunch(name, {solver_.arrays[d].grid, solver_.arrays[d].block, 0});
   }
-  parallelFor(pieces_.size(), w * solver_.par.h * n, [&](std::size_t k) {
-    thread_local std::vector<float> scratch;
-    scratch.resize(sweep_.scratchFloats(w, n));
-    body(pieces_[k], scratch.data());
-  });
+}
+
+std::size_t HostEngine::work() const {
+  return solver_.par.w * solver_.par.h * solver_.par.n * kWorkOfAnElement;
+}
+
+float* HostEngine::scratch() const {
+  thread_local std::vector<float> floats;
+  floats.resize(sweep_.scratchFloats(solver_.par.w, solver_.par.n));
+  return floats.data();
 }
 
 // sum_u of device 0 from the rows' sums, always in the same order.
@@ -148,16 +153,23 @@ void HostEngine::step(float tau, float sigma, float theta_bar) {
   gatherSums();
   solver_.updateShares(tau, sigma);
   prepareBands(tau, sigma, theta_bar);
-  forEachPiece("ratseg_sweep_edges", [&](const Piece& piece, float* scratch) {
-    sweep_.dualRow(bands_[piece.band], piece.last, scratch);
-  });
-  solver_.copyExtraRegions_p();
-  forEachPiece("ratseg_sweep", [&](const Piece& piece, float* scratch) {
+  const auto edges = [&](std::size_t k) {
+    sweep_.dualRow(bands_[pieces_[k].band], pieces_[k].last, scratch());
+  };
+  const auto exchange = [&] {
+    solver_.copyExtraRegions_p();
+    admitLaunches("ratseg_sweep");
+  };
+  const auto sweep = [&](std::size_t k) {
+    const Piece& piece = pieces_[k];
     const SweepBand& b = bands_[piece.band];
+    float* floats = scratch();
     for (std::size_t y = piece.first; y <= piece.last; ++y) {
-      sweep_.primalRow(b, y, y != piece.last, rowSums_[piece.band].data() + y * b.n, scratch);
+      sweep_.primalRow(b, y, y != piece.last, rowSums_[piece.band].data() + y * b.n, floats);
     }
-  });
+  };
+  admitLaunches("ratseg_sweep_edges");
+  parallelForInTwoParts(pieces_.size(), work(), edges, exchange, sweep);
   solver_.copyExtraRegions_u();
 }
 

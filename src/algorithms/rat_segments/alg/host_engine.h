@@ -45,8 +45,9 @@ class HostEngine {
 
   void gatherSums();
   void prepareBands(float tau, float sigma, float theta_bar);
-  template <class Body>
-  void forEachPiece(const char* name, Body&& body);
+  void admitLaunches(const char* name);
+  std::size_t work() const;
+  float* scratch() const;  // the calling thread's, for the sweep
 
   RatSegImpl& solver_;
   bool hasArrays_ = false;

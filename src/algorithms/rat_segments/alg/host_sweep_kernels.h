@@ -1,94 +1,25 @@
-// The hot loops of the fused engine. Compiled once per instruction set: the including file defines
-// RATSEG_ISA, which names the namespace, so that no function of one set can be taken for another's.
-// For that reason nothing here calls inline functions of other headers.
+// The hot loops of the fused engine, compiled once per instruction set (host_vectors.h). All
+// arithmetic is on tiles of kLanes adjacent pixels, held in one vector; the tile that ends a row
+// may be a part of one. docs/math.md, sections 6.3, 6.7, 7.1 and 7.2.
 //
-// All arithmetic is on tiles of kLanes adjacent pixels, held in one vector. Rows end in a tile that
-// is filled up in scratch memory. docs/math.md, sections 6.3, 6.7, 7.1 and 7.2.
+// A row is swept block by block: first label by label the dual step and the values before the
+// projection, then the thresholds and the new labeling. Bytes moved per pixel and label and sweep:
+// 36 (u, u_bar and p read and written, rho read).
 
 #include <cfloat>
 #include <cstddef>
 #include <cstring>
 
-#if defined(__SSE__)
-#include <immintrin.h>
-#endif
-
 #include "algorithms/rat_segments/alg/host_sweep.h"
+#include "algorithms/rat_segments/alg/host_vectors.h"
 
 namespace namespace_ratseg::RATSEG_ISA {
 
 namespace {
 
-// One register's worth: compilers take wider vectors apart element by element.
-#if defined(__AVX512F__)
-constexpr std::size_t kLanes = 16;
-#elif defined(__AVX__)
-constexpr std::size_t kLanes = 8;
-#else
-constexpr std::size_t kLanes = 4;
-#endif
 constexpr float kLeastSquare = 1e-36f;
 constexpr float kFar = 64.0f;  // from values beyond this, the greatest is subtracted first: beside
                                // large ones the 1 that the labels sum to would be lost
-
-using vec = float __attribute__((vector_size(kLanes * sizeof(float))));
-using mask = int __attribute__((vector_size(kLanes * sizeof(int))));
-
-inline vec load(const float* p) {
-  vec v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-
-inline void store(float* p, vec v) { std::memcpy(p, &v, sizeof v); }
-
-inline vec splat(float x) { return vec{} + x; }
-
-inline vec maxOf(vec a, vec b) { return a > b ? a : b; }
-inline vec minOf(vec a, vec b) { return a < b ? a : b; }
-
-// The last lane of previous, then all lanes of v but the last.
-inline vec shifted(vec previous, vec v) {
-  mask from;
-  for (std::size_t l = 0; l < kLanes; ++l) from[l] = static_cast<int>(kLanes + l - 1);
-  return __builtin_shuffle(previous, v, from);
-}
-
-inline bool anyOf(mask m) {
-#if defined(__AVX512F__)
-  return _mm512_test_epi32_mask((__m512i)m, (__m512i)m) != 0;
-#elif defined(__AVX__)
-  return _mm256_testz_si256((__m256i)m, (__m256i)m) == 0;
-#elif defined(__SSE__)
-  return _mm_movemask_ps((__m128)m) != 0;
-#else
-  int any = 0;
-  for (std::size_t l = 0; l < kLanes; ++l) any |= m[l];
-  return any != 0;
-#endif
-}
-
-inline float sumOf(vec v) {
-  for (std::size_t half = kLanes / 2; half > 0; half /= 2) {
-    for (std::size_t l = 0; l < half; ++l) v[l] += v[l + half];
-  }
-  return v[0];
-}
-
-// 1 / sqrt(a) from the processor's estimate and one Newton step: about 22 bits.
-inline vec inverseSqrt(vec a) {
-#if defined(__AVX512F__)
-  const vec y = (vec)_mm512_maskz_rsqrt14_ps(0xFFFF, (__m512)a);
-#elif defined(__AVX__)
-  const vec y = (vec)_mm256_rsqrt_ps((__m256)a);
-#elif defined(__SSE__)
-  const vec y = (vec)_mm_rsqrt_ps((__m128)a);
-#else
-  vec y;
-  for (std::size_t l = 0; l < kLanes; ++l) y[l] = 1.0f / __builtin_sqrtf(a[l]);
-#endif
-  return y * (1.5f - 0.5f * a * y * y);
-}
 
 // A tile inside the row: all its pixels have a right neighbour.
 struct Inside {
@@ -99,30 +30,24 @@ struct Inside {
   static inline vec filled(vec v) { return v; }
 };
 
-// The tile that ends the row: count pixels, the last of which is its own right neighbour; the lanes
-// behind them are 0 and are not stored.
+// The tile that ends the row: the last of its pixels is its own right neighbour; the lanes behind
+// it are 0 and are not stored.
 struct RowEnd {
-  explicit RowEnd(std::size_t pixels) : count(pixels) {
+  explicit RowEnd(std::size_t pixels) {
     for (std::size_t l = 0; l < kLanes; ++l) {
-      inRow[l] = l < count ? -1 : 0;
-      hasRight[l] = l + 1 < count ? -1 : 0;
+      inRow[l] = l < pixels ? -1 : 0;
+      hasRight[l] = l + 1 < pixels ? -1 : 0;
     }
   }
 
-  inline vec load(const float* p) const {
-    vec v = {};
-    std::memcpy(&v, p, count * sizeof(float));
-    return v;
-  }
-  inline void store(float* p, vec v) const { std::memcpy(p, &v, count * sizeof(float)); }
+  inline vec load(const float* p) const { return loadLanes(p, inRow); }
+  inline void store(float* p, vec v) const { storeLanes(p, inRow, v); }
   inline vec rightOf(const float* p, vec here) const {
-    std::memcpy(&here, p + 1, (count - 1) * sizeof(float));
-    return here;
+    return hasRight ? loadLanes(p + 1, hasRight) : here;
   }
   inline vec withRight(vec v) const { return hasRight ? v : vec{}; }
   inline vec filled(vec v) const { return inRow ? v : vec{}; }
 
-  std::size_t count;
   mask inRow, hasRight;
 };
 
@@ -141,6 +66,15 @@ struct Row {
     rho = b.rho + i * b.w * rows + y * b.w;
   }
 
+  // What the memory holds rather than the cache: the other arrays' rows have just been touched.
+  inline void prefetch(std::size_t x) const {
+    __builtin_prefetch(px + x, 1);
+    __builtin_prefetch(py + x, 1);
+    __builtin_prefetch(u + x, 1);
+    __builtin_prefetch(barBelow + x, 1);
+    __builtin_prefetch(rho + x);
+  }
+
   float* u;
   float* bar;
   const float* barBelow;
@@ -153,50 +87,57 @@ struct Row {
 
 inline std::size_t padded(std::size_t w) { return (w + kLanes - 1) / kLanes * kLanes; }
 
-// Tiles per block of columns: the labels' values of a block fit the L1 cache.
+// Tiles per block of columns: the labels' values of a block fill a part of the L1 cache only, and
+// what is prefetched for the next block a part of the L2 cache.
 inline std::size_t blockTiles(std::size_t n) {
-  constexpr std::size_t kBlockBytes = 16 << 10;
+  constexpr std::size_t kBlockBytes = 4 << 10;
   const std::size_t tiles = kBlockBytes / (n * sizeof(vec));
-  return tiles > 4 ? tiles : 4;
+  return tiles > 8 ? tiles : 8;
 }
 
-// Scratch: the row's radii; the values of a block, per tile n vectors; the row's sums, n vectors.
+// Scratch: the row's radii; of a block the values, per tile n vectors, and the thresholds, per tile
+// one; the row's sums, n vectors.
 struct Scratch {
   Scratch(float* scratch, std::size_t w, std::size_t n)
-      : radius(scratch), v(radius + padded(w)), sums(v + blockTiles(n) * n * kLanes) {}
+      : radius(scratch),
+        v(radius + padded(w)),
+        t(v + blockTiles(n) * n * kLanes),
+        sums(t + blockTiles(n) * kLanes) {}
 
   float* radius;
   float* v;
+  float* t;
   float* sums;
 };
 
 std::size_t scratchFloats(std::size_t w, std::size_t n) {
-  return padded(w) + (blockTiles(n) + 1) * n * kLanes;
+  return padded(w) + (blockTiles(n) * (n + 1) + n) * kLanes;
 }
 
-// Radii of the discs of row y: g lambda/2, FLT_MAX where there is no bound (a negative one is
+// Radii of the discs of row y: g lambda/2, FLT_MAX where there is no bound (a negative radius is
 // none).
 void rowRadii(const SweepBand& b, std::size_t y, float* radius) {
   const float half = b.lambda / 2.0f;
   const mask unbounded = splat(b.lambda) >= FLT_MAX;
-  const mask bounded = splat(b.lambda) <= 0.0f;
+  const mask positive = splat(b.lambda) > 0.0f;
   const auto radiusOf = [&](vec g) {
     const vec r = b.lambda != 0.0f ? g * half : vec{};
-    const mask without = unbounded | (~bounded & (g >= FLT_MAX)) | (r < 0.0f);
+    const mask without = unbounded | (positive & (g >= FLT_MAX)) | (r < 0.0f);
     return without ? splat(FLT_MAX) : r;
   };
+  if (b.weight == nullptr) {
+    const vec r = radiusOf(splat(1.0f));
+    for (std::size_t x = 0; x < b.w; x += kLanes) store(radius + x, r);
+    return;
+  }
   const float* weight = b.weight + y * b.w;
   std::size_t x = 0;
-  for (; x + kLanes <= b.w; x += kLanes) {
-    store(radius + x, radiusOf(b.weight != nullptr ? load(weight + x) : splat(1.0f)));
-  }
-  if (x == b.w) return;
-  const RowEnd end(b.w - x);
-  store(radius + x, radiusOf(b.weight != nullptr ? end.load(weight + x) : splat(1.0f)));
+  for (; x + kLanes < b.w; x += kLanes) store(radius + x, radiusOf(load(weight + x)));
+  store(radius + x, radiusOf(RowEnd(b.w - x).load(weight + x)));
 }
 
-// p <- clamp of p + s (right - here, below - here) to the disc: p min(1, r / |p|). What is
-// added to the square makes no difference but to denormal ones, whose inverse root may be infinite.
+// p <- clamp of p + s (right - here, below - here) to the disc: p min(1, r / |p|). What is added to
+// the square makes no difference but to denormal ones, whose inverse root may be infinite.
 template <class Tile>
 inline void dualStep(const SweepBand& b, const Row& r, const Tile& tile, std::size_t x, vec radius,
                      vec& px, vec& py) {
@@ -233,14 +174,15 @@ inline vec primalValue(const SweepBand& b, const Row& r, const Tile& tile, std::
 
 // The values of label i in columns [x0, x1) of row y, after their dual step with DUAL.
 template <bool DUAL>
-void blockValues(const SweepBand& b, const Scratch& s, std::size_t i, std::size_t y,
-                 std::size_t x0, std::size_t x1) {
+void blockValues(const SweepBand& b, const Scratch& s, std::size_t i, std::size_t y, std::size_t x0,
+                 std::size_t x1) {
   const Row r(b, i, y);
   const float coupling = b.coupling[i];
   vec previous = splat(x0 > 0 ? r.px[x0 - 1] : 0.0f);
   float* v = s.v + i * kLanes;
   std::size_t x = x0;
   for (; x < x1 && x + kLanes < b.w; x += kLanes, v += b.n * kLanes) {
+    r.prefetch(x + (x1 - x0));
     store(v, primalValue<DUAL>(b, r, Inside(), x, load(s.radius + x), coupling, previous));
   }
   if (x >= x1) return;
@@ -248,10 +190,9 @@ void blockValues(const SweepBand& b, const Scratch& s, std::size_t i, std::size_
   store(v, primalValue<DUAL>(b, r, end, x, load(s.radius + x), coupling, previous));
 }
 
-// The threshold t of each lane for which sum of max(v - t, 0) is 1: the fixed point of the mean
-// subtraction, found without changing v. It starts from the components within 1 of the greatest,
-// which hold every component that stays positive.
-inline vec simplexThreshold(const float* v, std::size_t n, vec t) {
+// The threshold t of each lane for which sum of max(v - t, 0) is 1, from one that is not above it:
+// the fixed point of the mean subtraction, found without changing v.
+inline vec thresholdFrom(vec t, const float* v, std::size_t n) {
   vec count = {};
   for (std::size_t pass = 0; pass <= n; ++pass) {
     vec sum = {};
@@ -274,7 +215,8 @@ __attribute__((noinline, cold)) void moveToZero(float* v, std::size_t n, const f
   for (std::size_t i = 0; i < n; ++i) store(v + i * kLanes, load(v + i * kLanes) - shift);
 }
 
-// The threshold of the values of one tile.
+// The threshold of a tile's values: the greatest t_k = (sum of the k greatest - 1) / k. Most pixels
+// are between three labels at most; where the fourth is above t_1, t_2 and t_3, it counts as well.
 inline vec threshold(float* v, std::size_t n) {
   vec first = splat(-FLT_MAX), second = first, third = first, fourth = first;
   for (std::size_t i = 0; i < n; ++i) {
@@ -300,24 +242,68 @@ inline vec threshold(float* v, std::size_t n) {
   const vec two = (one + second) * 0.5f;
   const vec three = (one + second + third) * (1.0f / 3.0f);
   const vec t = maxOf(one, maxOf(two, three));
-  return anyOf(fourth > t) ? simplexThreshold(v, n, t) : t;
+  return anyOf(fourth > t) ? thresholdFrom(t, v, n) : t;
 }
 
-// u_new = max(v - t, 0), u_bar = u_new + theta_bar (u_new - u) of all labels in the tile at (x, y).
+// u_new = max(v - t, 0), u_bar = u_new + theta_bar (u_new - u) of one label; returns u_bar.
 template <class Tile>
-inline void keep(const SweepBand& b, const Scratch& s, const Row& r, const Tile& tile, float* v,
-                 std::size_t x) {
+inline vec primalStep(const Row& r, const Tile& tile, std::size_t x, float theta_bar, vec v,
+                      vec t) {
+  const vec fresh = maxOf(v - t, vec{});
+  const vec bar = fresh + theta_bar * (fresh - tile.load(r.u + x));
+  tile.store(r.u + x, fresh);
+  tile.store(r.bar + x, bar);
+  return tile.filled(bar);
+}
+
+// The primal step of label i in columns [x0, x1) of row y, from the block's values and thresholds.
+void labelSteps(const SweepBand& b, const Scratch& s, std::size_t i, std::size_t y, std::size_t x0,
+                std::size_t x1) {
+  const Row r(b, i, y);
+  const float theta_bar = b.theta_bar;
+  const float* v = s.v + i * kLanes;
+  const float* t = s.t;
+  vec sum = load(s.sums + i * kLanes);
+  std::size_t x = x0;
+  for (; x < x1 && x + kLanes < b.w; x += kLanes, v += b.n * kLanes, t += kLanes) {
+    sum += primalStep(r, Inside(), x, theta_bar, load(v), load(t));
+  }
+  if (x < x1) sum += primalStep(r, RowEnd(b.w - x), x, theta_bar, load(v), load(t));
+  store(s.sums + i * kLanes, sum);
+}
+
+// The primal step of all labels in the tile at column x; r is label 0's row, v the tile's values.
+template <class Tile>
+inline void tileSteps(const SweepBand& b, const Scratch& s, Row r, const Tile& tile, std::size_t x,
+                      float* v) {
   const vec t = threshold(v, b.n);
   const std::size_t plane = b.w * (b.ymax - b.ymin + 1);
-  float* u = r.u + x;
-  float* bar = r.bar + x;
-  for (std::size_t i = 0; i < b.n; ++i, u += plane, bar += plane) {
-    const vec fresh = maxOf(load(v + i * kLanes) - t, vec{});
-    const vec fresh_bar = fresh + b.theta_bar * (fresh - tile.load(u));
-    tile.store(u, fresh);
-    tile.store(bar, fresh_bar);
-    store(s.sums + i * kLanes, load(s.sums + i * kLanes) + tile.filled(fresh_bar));
+  for (std::size_t i = 0; i < b.n; ++i, r.u += plane, r.bar += plane) {
+    const vec bar = primalStep(r, tile, x, b.theta_bar, load(v + i * kLanes), t);
+    store(s.sums + i * kLanes, load(s.sums + i * kLanes) + bar);
   }
+}
+
+// The primal step of all labels in columns [x0, x1) of row y. Few labels tile by tile, while the
+// values are at hand; many label by label, since their rows lie in more pages and share more cache
+// lines' places than can be held.
+void blockSteps(const SweepBand& b, const Scratch& s, std::size_t y, std::size_t x0,
+                std::size_t x1) {
+  constexpr std::size_t kFewLabels = 16;
+  float* v = s.v;
+  if (b.n > kFewLabels) {
+    for (std::size_t x = x0; x < x1; x += kLanes, v += b.n * kLanes) {
+      store(s.t + (x - x0), threshold(v, b.n));
+    }
+    for (std::size_t i = 0; i < b.n; ++i) labelSteps(b, s, i, y, x0, x1);
+    return;
+  }
+  const Row r(b, 0, y);
+  std::size_t x = x0;
+  for (; x < x1 && x + kLanes < b.w; x += kLanes, v += b.n * kLanes) {
+    tileSteps(b, s, r, Inside(), x, v);
+  }
+  if (x < x1) tileSteps(b, s, r, RowEnd(b.w - x), x, v);
 }
 
 void dualRow(const SweepBand& b, std::size_t y, float* scratch) {
@@ -342,7 +328,6 @@ void primalRow(const SweepBand& b, std::size_t y, bool dualToo, float* rowSums, 
   const Scratch s(scratch, b.w, b.n);
   if (dualToo) rowRadii(b, y, s.radius);
   std::memset(s.sums, 0, b.n * kLanes * sizeof(float));
-  const Row r(b, 0, y);
   const std::size_t block = blockTiles(b.n) * kLanes;
   for (std::size_t x0 = 0; x0 < b.w; x0 += block) {
     const std::size_t x1 = x0 + block < b.w ? x0 + block : b.w;
@@ -353,12 +338,7 @@ void primalRow(const SweepBand& b, std::size_t y, bool dualToo, float* rowSums, 
         blockValues<false>(b, s, i, y, x0, x1);
       }
     }
-    float* v = s.v;
-    std::size_t x = x0;
-    for (; x < x1 && x + kLanes < b.w; x += kLanes, v += b.n * kLanes) {
-      keep(b, s, r, Inside(), v, x);
-    }
-    if (x < x1) keep(b, s, r, RowEnd(b.w - x), v, x);
+    blockSteps(b, s, y, x0, x1);
   }
   for (std::size_t i = 0; i < b.n; ++i) rowSums[i] = sumOf(load(s.sums + i * kLanes));
 }
