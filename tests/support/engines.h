@@ -49,8 +49,8 @@ struct HostEngineChoice {
 // The plain engine and the fused one on every instruction set that this processor runs.
 inline std::vector<HostEngineChoice> hostEngines() {
   std::vector<HostEngineChoice> engines = {{"plain", nullptr}};
-  for (const HostSweep* sweep : usableHostSweeps()) {
-    engines.push_back({"fused_" + std::string(sweep->isa), sweep});
+  for (const HostIsa isa : usableHostIsas()) {
+    engines.push_back({"fused_" + std::string(nameOf(isa)), &hostSweep(isa)});
   }
   return engines;
 }

@@ -1,12 +1,11 @@
 // The host's launchers of the certificate: parts of a band spread over the cores.
 
 #include <algorithm>
-#include <cstring>
 #include <vector>
 
 #include "algorithms/rat_segments/alg/certificate_launch.h"
 #include "algorithms/rat_segments/alg/certificate_rows.h"
-#include "algorithms/rat_segments/alg/host_sweep.h"
+#include "algorithms/rat_segments/alg/host_isa.h"
 #include "device/host/host_launch.h"
 
 namespace namespace_ratseg {
@@ -21,7 +20,7 @@ extern const CertificateRows rows;
 // Every processor with AVX-512 has AVX2, and wider vectors gain nothing here.
 const CertificateRows& certificateRows() {
 #if RATSEG_X86
-  if (std::strcmp(hostSweep().isa, "baseline") != 0) return isa_avx2::rows;
+  if (hostIsa() != HostIsa::baseline) return isa_avx2::rows;
 #endif
   return isa_baseline::rows;
 }

@@ -3,16 +3,14 @@
 
 // The fused engine's work on one image row of a band on the host: the same updates as
 // ratseg_dual_p and ratseg_prim_u (labeling_kernels.h), in an order that touches each element once
-// per iteration. Compiled for several instruction sets (host_sweep_kernels.h); hostSweep() picks
-// one when the program runs.
+// per iteration. Compiled for several instruction sets (host_sweep_kernels.h, host_isa.h).
 //
 // While the fused engine runs, the rows of p are split: a row's w horizontal components, then its w
 // vertical ones, in place of w pairs. splitRows and joinRows convert.
 
 #include <cstddef>
-#include <string>
-#include <vector>
 
+#include "algorithms/rat_segments/alg/host_isa.h"
 #include "device/types.h"
 
 namespace namespace_ratseg {
@@ -49,17 +47,7 @@ struct HostSweep {
   void (*sumRow)(const SweepBand& band, std::size_t y, float* rowSums);
 };
 
-// The one for this processor, or the one that the environment variable RATSEG_ISA names (a name
-// that is unknown or beyond the processor: one line on standard error, and the process ends with
-// status 1).
-const HostSweep& hostSweep();
-
-// All that this build holds and this processor runs, the plainest first.
-std::vector<const HostSweep*> usableHostSweeps();
-
-// The sweep of that name among sweeps, or null with one line in error.
-const HostSweep* findHostSweep(const std::vector<const HostSweep*>& sweeps, const std::string& name,
-                               std::string& error);
+const HostSweep& hostSweep(HostIsa isa = hostIsa());
 
 // Row by row, in place: pairs to components and back. scratch holds w floats.
 void splitRow(float2* row, std::size_t w, float* scratch);

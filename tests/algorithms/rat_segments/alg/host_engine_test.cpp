@@ -30,11 +30,11 @@ float largestDifference(const std::vector<float>& a, const std::vector<float>& b
   return largest;
 }
 
-class HostEngineOnEveryIsa : public testing::TestWithParam<const HostSweep*> {
+class HostEngineOnEveryIsa : public testing::TestWithParam<HostIsa> {
  protected:
   static void expectAgreement(const SolverProblem& p, const std::vector<int>& gpu = {}) {
     const SolverResult plain = solvePlain(p, gpu);
-    const SolverResult fused = solveFused(p, *GetParam(), gpu);
+    const SolverResult fused = solveFused(p, hostSweep(GetParam()), gpu);
     EXPECT_LE(largestDifference(plain.u, fused.u), 5e-5f);
     EXPECT_LE(largestDifference(plain.a, fused.a), 1e-5f);
     EXPECT_LE(largestDifference(plain.gamma, fused.gamma), 1e-4f);
@@ -119,7 +119,7 @@ TEST_P(HostEngineOnEveryIsa, HugeCostsLeaveTheCheapestLabel) {
     SCOPED_TRACE(testing::Message() << "costs of " << scale);
     SolverProblem p = randomProblem(w, h, n, 2);
     for (float& x : p.rho) x = scale * (1.0f + 0.1f * x);
-    const std::vector<float> u = solveFused(p, *GetParam()).u;
+    const std::vector<float> u = solveFused(p, hostSweep(GetParam())).u;
     for (std::size_t k = 0; k < w * h; ++k) {
       std::size_t best = 0;
       for (std::size_t i = 1; i < n; ++i) {
@@ -143,12 +143,12 @@ TEST_P(HostEngineOnEveryIsa, TinyDualValuesAreHeldAtZeroByARadiusOfZero) {
   b.w = w;
   b.h = b.ymax = b.n = 1;
   b.dualStep = 0.5f;
-  std::vector<float> scratch(GetParam()->scratchFloats(w, 1));
+  std::vector<float> scratch(hostSweep(GetParam()).scratchFloats(w, 1));
   b.lambda = 1.0f;
-  GetParam()->dualRow(b, 0, scratch.data());
+  hostSweep(GetParam()).dualRow(b, 0, scratch.data());
   EXPECT_EQ(p, std::vector<float>(4 * w, 1e-21f));
   b.lambda = 0.0f;
-  GetParam()->dualRow(b, 0, scratch.data());
+  hostSweep(GetParam()).dualRow(b, 0, scratch.data());
   for (std::size_t k = 2 * w; k < 4 * w; ++k) ASSERT_EQ(p[k], 0.0f) << k;
 }
 
@@ -178,24 +178,25 @@ TEST_P(HostEngineOnEveryIsa, FindsTheStoredCases) {
   for (const std::string& name : names) {
     SCOPED_TRACE(name);
     const ReferenceCase c = loadReferenceCase(name);
-    EXPECT_LE(largestDifference(solveFused(problemFromCase(c), *GetParam()).u, c.u), 1e-4f);
+    EXPECT_LE(largestDifference(solveFused(problemFromCase(c), hostSweep(GetParam())).u, c.u),
+              1e-4f);
   }
 }
 
 TEST_P(HostEngineOnEveryIsa, ThreadsChangeNothing) {
   const HostMachine machine;
   SolverProblem p = randomProblem(131, 97, 5, 3);
-  const SolverResult once = solveFused(p, *GetParam());
+  const SolverResult once = solveFused(p, hostSweep(GetParam()));
   const int usual = hostThreads();
   for (const int threads : {1, 2, 5}) {
     omp_set_num_threads(threads);
-    EXPECT_EQ(solveFused(p, *GetParam()).u, once.u) << threads << " threads";
+    EXPECT_EQ(solveFused(p, hostSweep(GetParam())).u, once.u) << threads << " threads";
   }
   omp_set_num_threads(usual);
 }
 
-INSTANTIATE_TEST_SUITE_P(Isa, HostEngineOnEveryIsa, testing::ValuesIn(usableHostSweeps()),
-                         [](const auto& named) { return std::string(named.param->isa); });
+INSTANTIATE_TEST_SUITE_P(Isa, HostEngineOnEveryIsa, testing::ValuesIn(usableHostIsas()),
+                         [](const auto& named) { return std::string(nameOf(named.param)); });
 
 TEST(HostEngine, IsUsedByDefaultAndNotWhenThePlainEngineIsAskedFor) {
   HostMachine machine;
@@ -270,42 +271,8 @@ TEST(HostEngine, StartsFromAnyDualField) {
   EXPECT_LE(largestDifference(u[0], u[1]), 1e-5f);
 }
 
-TEST(HostSweepChoice, HoldsTheBaselineFirst) {
-  const auto sweeps = usableHostSweeps();
-  ASSERT_FALSE(sweeps.empty());
-  EXPECT_STREQ(sweeps.front()->isa, "baseline");
-}
-
-TEST(HostSweepChoice, FindsByName) {
-  const auto sweeps = usableHostSweeps();
-  std::string error;
-  for (const HostSweep* sweep : sweeps) EXPECT_EQ(findHostSweep(sweeps, sweep->isa, error), sweep);
-  EXPECT_EQ(error, "");
-}
-
-TEST(HostSweepChoice, RefusesUnknownNames) {
-  std::string error;
-  EXPECT_EQ(findHostSweep({usableHostSweeps().front()}, "mmx", error), nullptr);
-  EXPECT_EQ(error,
-            "ERROR: RATSEG_ISA must be one that this program has and this processor runs "
-            "(baseline), but is \"mmx\"");
-}
-
-TEST(HostSweepChoice, FollowsTheEnvironment) {
-  for (const HostSweep* sweep : usableHostSweeps()) {
-    EXPECT_EXIT(
-        {
-          setenv("RATSEG_ISA", sweep->isa, 1);
-          std::exit(&hostSweep() == sweep ? 0 : 2);
-        },
-        testing::ExitedWithCode(0), "");
-  }
-  EXPECT_EXIT(
-      {
-        setenv("RATSEG_ISA", "mmx", 1);
-        hostSweep();
-      },
-      testing::ExitedWithCode(1), "ERROR: RATSEG_ISA must be one");
+TEST(HostSweep, IsThatOfTheInstructionSet) {
+  for (const HostIsa isa : usableHostIsas()) EXPECT_STREQ(hostSweep(isa).isa, nameOf(isa));
 }
 
 TEST(SplitRows, SeparateComponentsAndJoinThemAgain) {
