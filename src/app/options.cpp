@@ -78,9 +78,16 @@ constexpr OptionText kTolerance = {
     "    -iterations; report energies and gap on standard error",
     "0"};
 
+constexpr OptionText kAccelerate = {
+    "accelerate", "0|1",
+    "    Take an exact step of the proportions: the same optimum in fewer iterations. Give\n"
+    "    -tolerance as well, to stop when it is reached",
+    "0"};
+
 void warnOfUnknownOptions(const Cmd& cmd) {
   for (const auto& [name, values] : cmd.values) {
-    bool known = name == kDevice || name == kTiming.name || name == kTolerance.name;
+    bool known = name == kDevice || name == kTiming.name || name == kTolerance.name ||
+                 name == kAccelerate.name;
     for (const OptionText* option : kOptions) known = known || name == option->name;
     if (!known) warn("unknown option " + inQuotes(std::string("-") + name) + " is ignored");
   }
@@ -207,7 +214,10 @@ void printUsage() {
             << "    Default: " << kTiming.fallback << "\n"
             << "-" << kTolerance.name << " " << kTolerance.kind << "\n"
             << kTolerance.description << "\n"
-            << "    Default: " << kTolerance.fallback << std::endl;
+            << "    Default: " << kTolerance.fallback << "\n"
+            << "-" << kAccelerate.name << " " << kAccelerate.kind << "\n"
+            << kAccelerate.description << "\n"
+            << "    Default: " << kAccelerate.fallback << std::endl;
 }
 
 Options readOptions(Cmd& cmd, Params& par) {
@@ -231,6 +241,7 @@ Options readOptions(Cmd& cmd, Params& par) {
   readOption(cmd, kGpu, options.gpu);
   options.timing = readSwitch(cmd, kTiming);
   par.tolerance = readTolerance(cmd, kTolerance);
+  par.accelerate = readSwitch(cmd, kAccelerate);
   refuseEndlessRun(par);
   warnOfSenselessNumbers(par);
   warnOfOutputFolder(options.outprefix);

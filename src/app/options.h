@@ -22,10 +22,11 @@ struct Options {
 // Prints all options with their descriptions and defaults.
 void printUsage();
 
-// Reads the options, those of the solver (lambda, mu, eps, Nsteps, tolerance) into par, and echoes
-// each but -timing and -tolerance with its description. Ends the process with status 1 at the first
-// required one that is missing. Warns on standard error of unknown options, of values that are no
-// numbers or have no sense, and of an output folder that cannot be written to.
+// Reads the options, those of the solver (lambda, mu, eps, Nsteps, tolerance, accelerate) into
+// par, and echoes each but -timing, -tolerance and -accelerate with its description. Ends the
+// process with status 1 at the first required one that is missing. Warns on standard error of
+// unknown options, of values that are no numbers or have no sense, and of an output folder that
+// cannot be written to.
 Options readOptions(Cmd& cmd, Params& par);
 
 // Chooses the backend by -device (auto, cuda or host), or by the environment variable RATSEG_DEVICE

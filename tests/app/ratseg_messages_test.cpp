@@ -78,18 +78,23 @@ TEST_F(RatsegMessages, WithoutArgumentsAreTheUsageScreen) {
     GPU to use
     Default: 0
 )");
-  EXPECT_EQ(result.err,
-            "Also: -device auto|cuda|host\n"
-            "    Compute on CUDA GPUs, on the host, or on the host when there is no GPU (auto)\n"
-            "    Default: auto\n"
-            "-timing 0|1\n"
-            "    Report the seconds of each stage on standard error\n"
-            "    Default: 0\n"
-            "-tolerance <float>\n"
-            "    Stop when the labeling is certified to be this close to the optimum, after at "
-            "most\n"
-            "    -iterations; report energies and gap on standard error\n"
-            "    Default: 0\n");
+  EXPECT_EQ(
+      result.err,
+      "Also: -device auto|cuda|host\n"
+      "    Compute on CUDA GPUs, on the host, or on the host when there is no GPU (auto)\n"
+      "    Default: auto\n"
+      "-timing 0|1\n"
+      "    Report the seconds of each stage on standard error\n"
+      "    Default: 0\n"
+      "-tolerance <float>\n"
+      "    Stop when the labeling is certified to be this close to the optimum, after at "
+      "most\n"
+      "    -iterations; report energies and gap on standard error\n"
+      "    Default: 0\n"
+      "-accelerate 0|1\n"
+      "    Take an exact step of the proportions: the same optimum in fewer iterations. Give\n"
+      "    -tolerance as well, to stop when it is reached\n"
+      "    Default: 0\n");
   EXPECT_EQ(result.status, 0);
 }
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "reference/reference_projections.h"
+#include "reference/reference_shares.h"
 
 namespace namespace_ratseg {
 
@@ -61,6 +62,8 @@ ReferenceProblem completed(ReferenceProblem p) {
   if (p.mins.empty()) p.mins = bounds(p, -3);
   if (p.maxs.empty()) p.maxs = bounds(p, 3);
   if (p.bands.empty()) p.bands = {{0, p.h}};
+  p.accelerate = p.accelerate && p.kind_prior != 1 && p.kind_prior != 2;
+  if (p.accelerate && p.lambda > 0 && p.lambda < FLT_MAX) p.dt_multiplier *= 2 / p.lambda;
   checkParameters(p);
   checkBands(p);
   return p;
@@ -87,6 +90,12 @@ ReferenceSolver::ReferenceSolver(ReferenceProblem problem)
   }
   a = a_bar = gamma = sum_u = alpha = beta = std::vector<double>(n);
   if (problem_.initLocalSolution) setLocalSolution();
+  if (problem_.accelerate) startFromLabeling();
+}
+
+void ReferenceSolver::startFromLabeling() {
+  for (ReferenceBandState& b : bands) b.u_bar = b.u;
+  exchangeLabeling();
 }
 
 void ReferenceSolver::setLocalSolution() {
@@ -113,9 +122,13 @@ void ReferenceSolver::run(std::size_t iterations) {
     dualLength();
     exchangeDual();
     sumLabels();
-    dualCoupling();
-    dualPrior();
-    primalShares();
+    if (problem_.accelerate) {
+      exactShares();
+    } else {
+      dualCoupling();
+      dualPrior();
+      primalShares();
+    }
     primalLabeling();
     exchangeLabeling();
   }
@@ -282,6 +295,20 @@ void ReferenceSolver::primalShares() {
   }
 }
 
+void ReferenceSolver::exactShares() {
+  const double step = 4 / problem_.dt_multiplier;
+  std::vector<double> q(problem_.n);
+  for (std::size_t i = 0; i < problem_.n; ++i) q[i] = sum_u[i] / pixels() - gamma[i] / step;
+  a = a_bar = referenceExactShares(problem_, q, step);
+  for (std::size_t i = 0; i < problem_.n; ++i) {
+    gamma[i] = step * (a[i] - q[i]);
+    if (i == problem_.ind_bgr || problem_.kind_prior != 3) continue;
+    alpha[i] = -gamma[i];
+    const double d = parabolaOf(problem_.mu, problem_.eps, problem_.sigmas[i], pixels());
+    beta[i] = d > 0 ? alpha[i] * alpha[i] / (4 * d) : 0;
+  }
+}
+
 void ReferenceSolver::primalLabeling() {
   for (ReferenceBandState& b : bands) {
     for (std::size_t row = 0; row < b.rows; ++row) {
@@ -291,7 +318,7 @@ void ReferenceSolver::primalLabeling() {
 }
 
 void ReferenceSolver::primalPixel(ReferenceBandState& b, std::size_t x, std::size_t row) {
-  const double tau = problem_.dt_multiplier / 5;
+  const double tau = problem_.dt_multiplier / (problem_.accelerate ? 4 : 5);
   const std::size_t plane = problem_.w * problem_.h;
   std::vector<double> v(problem_.n);
   for (std::size_t i = 0; i < problem_.n; ++i) {

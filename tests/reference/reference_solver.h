@@ -34,6 +34,7 @@ struct ReferenceProblem {
   double eps = 0;
   double dt_multiplier = 1;
   bool initLocalSolution = true;     // start from the pixelwise best label, else from zero
+  bool accelerate = false;           // section 12; with the upper bound or without a prior
   std::vector<ReferenceBand> bands;  // empty: the whole image in one band
 };
 
@@ -66,6 +67,7 @@ class ReferenceSolver {
   void dualCoupling();      // gamma, section 6.4
   void dualPrior();         // alpha and beta, section 6.5
   void primalShares();      // a and a_bar, section 6.6
+  void exactShares();       // section 12: instead of the three before
   void primalLabeling();    // u and u_bar, section 6.7
   void exchangeLabeling();  // halo rows of u_bar, section 8.2
 
@@ -93,6 +95,7 @@ class ReferenceSolver {
   double pixels() const { return static_cast<double>(problem_.w * problem_.h); }
   double radius(std::size_t pixel) const;
   void setLocalSolution();
+  void startFromLabeling();
   void primalPixel(ReferenceBandState& b, std::size_t x, std::size_t row);
   void dualPriorOf(std::size_t i);
   double steppedShare(std::size_t i) const;

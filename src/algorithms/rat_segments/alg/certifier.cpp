@@ -66,7 +66,10 @@ Certifier::Certifier(RatSegImpl& solver) : solver_(solver), prior_(priorOf(solve
 std::size_t Certifier::stepsToCheck(std::size_t step) const {
   const std::size_t last = solver_.par.Nsteps - step + 1;
   const std::size_t modulo = solver_.par.certifyModulo;
-  return modulo == 0 ? last : std::min(last, modulo - (step - 1) % modulo);
+  if (modulo == 0) return last;
+  if (!solver_.accelerates()) return std::min(last, modulo - (step - 1) % modulo);
+  const std::size_t apart = std::min(modulo, std::max<std::size_t>(10, checked_ / 4));
+  return std::min(last, checked_ + apart - (step - 1));
 }
 
 // Row h of u: the first row of the band below. Row 0 of p: the last of the band above. Always those
@@ -145,6 +148,7 @@ ShareDuals Certifier::gather(Values& sums) {
 }
 
 bool Certifier::certify(std::size_t step) {
+  checked_ = step;
   fillHalos();
   for (int d = 0; d < solver_.bands(); ++d) launch(d);
   Values sums;

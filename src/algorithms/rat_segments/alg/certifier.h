@@ -21,7 +21,9 @@ class Certifier {
   explicit Certifier(RatSegImpl& solver);
 
   // Iterations from iteration step on up to the next check, at least 1: there is one after every
-  // certifyModulo iterations, and after the last.
+  // certifyModulo iterations, and after the last. The accelerated iteration, which may be done
+  // after a few dozen, is checked after 10, 20, 30, 40 and 50 and then after a quarter more each
+  // time, but no later than after another certifyModulo.
   std::size_t stepsToCheck(std::size_t step) const;
 
   // Certifies the state, which is that after iteration step, into the solver's statistics. True
@@ -40,6 +42,7 @@ class Certifier {
 
   RatSegImpl& solver_;
   SharePrior prior_;
+  std::size_t checked_ = 0;  // iterations before the last check
   std::vector<Band> bands_;
 };
 

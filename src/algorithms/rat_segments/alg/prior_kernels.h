@@ -56,9 +56,25 @@ RATSEG_HD inline void ratseg_dual_alphabeta__lowerBound(
   alpha[i] += (a[i] - ratios[i] * (1.0f - a[ind_bgr])) * dt / (ratios[i] + 1.0f);
 }
 
+// d of {beta >= alpha^2 / (4 d)}, the set of the upper bound's duals: d = 1/(4 c), c = sigma^2
+// constAlpha eps / mu^2. A negative mu counts as FLT_MAX; mu = 0 gives d = 0 and mu >= FLT_MAX
+// gives d = FLT_MAX.
+RATSEG_HD inline float parabolaWidth(float constAlpha, float mu, float eps, float sigma) {
+  const float m = mu < 0.0f ? FLT_MAX : mu;
+  float c;
+  if (m == 0.0f) {
+    c = FLT_MAX;
+  } else if (m >= FLT_MAX) {
+    c = 0.0f;
+  } else {
+    c = sigma * (sigma * (constAlpha * eps / m / m));
+  }
+  if (c == 0.0f) return FLT_MAX;
+  return c >= FLT_MAX ? 0.0f : 1.0f / (4.0f * c);
+}
+
 // (alpha_i, beta_i) <- projection of (alpha_i + s (a_i - r_i (1 - a_b)), beta_i + s (a_b - 1)) onto
-// {beta >= alpha^2 / (4 d)}, d = 1/(4 c), c = sigma_i^2 constAlpha eps / mu^2. A negative mu counts
-// as FLT_MAX; mu = 0 gives d = 0 and mu >= FLT_MAX gives d = FLT_MAX.
+// {beta >= alpha^2 / (4 d)} with d of parabolaWidth
 RATSEG_HD inline void ratseg_dual_alphabeta__upperBound(float* alpha, float* beta, const float* a,
                                                         float constAlpha, float mu, float eps,
                                                         const float* ratios, const float* sigmas,
@@ -68,25 +84,7 @@ RATSEG_HD inline void ratseg_dual_alphabeta__upperBound(float* alpha, float* bet
   const float step = fminf(dt / (ratios[i] + 1.0f), dt);
   const float x = alpha[i] + step * (a[i] - ratios[i] * (1.0f - a[ind_bgr]));
   const float y = beta[i] + step * (a[ind_bgr] - 1.0f);
-
-  const float m = mu < 0.0f ? FLT_MAX : mu;
-  float c;
-  if (m == 0.0f) {
-    c = FLT_MAX;
-  } else if (m >= FLT_MAX) {
-    c = 0.0f;
-  } else {
-    c = sigmas[i] * (sigmas[i] * (constAlpha * eps / m / m));
-  }
-  float d;
-  if (c == 0.0f) {
-    d = FLT_MAX;
-  } else if (c >= FLT_MAX) {
-    d = 0.0f;
-  } else {
-    d = 1.0f / (4.0f * c);
-  }
-  const float2 projected = projectOntoParabola(x, y, d);
+  const float2 projected = projectOntoParabola(x, y, parabolaWidth(constAlpha, mu, eps, sigmas[i]));
   alpha[i] = projected.x;
   beta[i] = projected.y;
 }

@@ -70,6 +70,11 @@ struct Params {
   float eps = 0.01f;         // tolerance of the upper-bound prior, > 0
   int engine = engine_auto;  // how run() computes; results are the same up to rounding
 
+  // Fewer iterations to the same optimum with the upper-bound prior and with none, by an exact step
+  // of the shares (docs/math.md, section 12); for the other priors nothing changes. dt_multiplier
+  // then scales a step that is balanced for lambda.
+  bool accelerate = false;
+
   // Certified stop: run() ends when the gap is at most this; 0 = never, and nothing is computed.
   // It is checked every certifyModulo iterations and after the last.
   float tolerance = 0.0f;

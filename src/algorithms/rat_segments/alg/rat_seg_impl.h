@@ -74,7 +74,8 @@ class RatSegImpl {
   float energy_gap(float* ep0, float* ed0);
   void getUsedDevices(int*& devices, int& count);
 
-  // u = the pixelwise best label of the data term; u_bar keeps what it held.
+  // u = the pixelwise best label of the data term; u_bar keeps what it held, or where run() will
+  // accelerate becomes u.
   void setLocalSolution();
   // u = u_bar = 0, halo rows included.
   void setZeroSolution();
@@ -85,6 +86,9 @@ class RatSegImpl {
   void copyExtraRegions_p();         // halo row of p, from the band above
   void copyExtraRegions_u();         // halo row of u_bar, from the band below
   void computeSumU__save_on_gpu0();  // sum_u per band, gathered in device 0's
+
+  // Whether run() takes the accelerated iteration: asked for, and the prior has an exact step.
+  bool accelerates() const;
 
   // Bands that hold arrays: nDev after a successful alloc(), otherwise 0.
   int bands() const { return allocatedArrays ? nDev : 0; }
@@ -126,6 +130,7 @@ class RatSegImpl {
   void dualStepOfLength(float sigma);
   void broadcastGamma();
   void updateShares(float tau, float sigma);
+  void updateSharesExactly(float step);
   void primalStepOfLabeling(float tau);
   void printReport(Report& report);
   LaunchShape perLabel() const;

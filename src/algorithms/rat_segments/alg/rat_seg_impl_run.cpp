@@ -1,6 +1,7 @@
 // The iteration.
 
 #include <algorithm>
+#include <cfloat>
 #include <iomanip>
 #include <iostream>
 #include <memory>
@@ -33,6 +34,12 @@ bool wantsStrips(const Params& par) {
          (kStripsByDefault && par.engine == Params::engine_auto);
 }
 
+// dt of an iteration (docs/math.md, sections 6.1 and 12.2).
+float stepScale(const Params& par, bool accelerates) {
+  const bool balances = accelerates && par.lambda > 0.0f && par.lambda < FLT_MAX;
+  return balances ? par.dt_multiplier * 2.0f / par.lambda : par.dt_multiplier;
+}
+
 // A blank that aligns numbers without a minus sign.
 const char* signBlank(float x) { return x >= 0.0f ? " " : ""; }
 
@@ -52,8 +59,10 @@ void RatSegImpl::run() {
   for (int d = 0; d < bands(); ++d) {
     arrays[d].weightHat = kind_weight != kind_weight_none ? arrays[d].weight.get_ptr() : nullptr;
   }
-  const float tau = par.dt_multiplier;
-  const float sigma = 1.0f / par.dt_multiplier;
+  // The labeling's step is tau/5; the exact step of the shares leaves it dt/4.
+  const float dt = stepScale(par, accelerates());
+  const float tau = accelerates() ? 1.25f * dt : dt;
+  const float sigma = 1.0f / dt;
   Report report(par.n);
   std::unique_ptr<StripEngine> strips;
   if (par.Nsteps > 0 && wantsStrips(par) && StripEngine::canRun(*this)) {
@@ -231,9 +240,35 @@ void RatSegImpl::broadcastGamma() {
   }
 }
 
+bool RatSegImpl::accelerates() const {
+  return par.accelerate && par.kind_prior != Params::kind_prior_interval &&
+         par.kind_prior != Params::kind_prior_lowerBound;
+}
+
+// On device 0: a, gamma, alpha and beta from the sums and gamma, gamma's step being step; gamma is
+// sent to all devices.
+void RatSegImpl::updateSharesExactly(float step) {
+  constexpr LaunchShape kOneThread = {{1, 1, 1}, {1, 1, 1}, 0};
+  gpudata& g = arrays[0];
+  const std::size_t Np = par.w * par.h;
+  select(0, kRunLines + __LINE__);
+  if (par.kind_prior == Params::kind_prior_upperBound) {
+    constAlpha = static_cast<float>(Np);
+    ratSegKernels().ratseg_exact_shares(kOneThread, g.a, g.a_bar, g.gamma, g.alpha, g.beta, g.sum_u,
+                                        Np, par.mu, par.eps, g.ratios, g.sigmas, ind_bgr, step,
+                                        par.n);
+  } else {
+    constAlpha = 1.0f;
+    ratSegKernels().ratseg_free_shares(kOneThread, g.a, g.a_bar, g.gamma, g.sum_u, Np, par.n);
+  }
+  check(kRunLines + __LINE__);
+  broadcastGamma();
+}
+
 // On device 0: gamma_i += sigma/2 (a_bar_i - sum_u_i / N), sent to all devices; then the prior's
 // dual step from a_bar and the primal step of the shares, by kind of prior.
 void RatSegImpl::updateShares(float tau, float sigma) {
+  if (accelerates()) return updateSharesExactly(4.0f * sigma);
   gpudata& g = arrays[0];
   const std::size_t n = par.n;
   const std::size_t Np = par.w * par.h;

@@ -159,6 +159,14 @@ void RatSegImpl::setLocalSolution() {
                                                    g.ymin, g.ymax, par.n);
     check(kTransferLines + __LINE__);
   }
+  if (!accelerates()) return;
+  for (int d = 0; d < bands(); ++d) {
+    gpudata& g = arrays[d];
+    select(d, kTransferLines + __LINE__);
+    cudaMemcpy(g.u_bar.get_ptr(), g.u.get_ptr(), g.u.numBytes(), cudaMemcpyDeviceToDevice);
+    check(kTransferLines + __LINE__);
+  }
+  copyExtraRegions_u();
 }
 
 void RatSegImpl::setZeroSolution() {

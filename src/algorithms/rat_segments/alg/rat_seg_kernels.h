@@ -9,8 +9,8 @@ namespace namespace_ratseg {
 
 // Launches the solver's kernels on the current device of one backend. Pointers are device pointers
 // of that device (or of a peer that it can access). What each kernel computes stands beside its
-// arithmetic in labeling_kernels.h, prior_kernels.h and dataterm_kernels.h; the array layouts in
-// labeling_kernels.h. A launch that the device refuses leaves its error pending.
+// arithmetic in labeling_kernels.h, prior_kernels.h, share_step.h and dataterm_kernels.h; the array
+// layouts in labeling_kernels.h. A launch that the device refuses leaves its error pending.
 class RatSegKernels {
  public:
   virtual ~RatSegKernels() = default;
@@ -77,6 +77,14 @@ class RatSegKernels {
                                          float constAlpha, float mu, float eps, float* ratios,
                                          std::size_t ind_bgr, float theta_bar, float dt,
                                          std::size_t n) = 0;
+
+  // All labels at once; shape is one block of one thread.
+  virtual void ratseg_exact_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
+                                   float* alpha, float* beta, float* sum_u, std::size_t NOmega,
+                                   float mu, float eps, float* ratios, float* sigmas,
+                                   std::size_t ind_bgr, float step, std::size_t n) = 0;
+  virtual void ratseg_free_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
+                                  float* sum_u, std::size_t NOmega, std::size_t n) = 0;
 };
 
 // The launchers of the current backend.

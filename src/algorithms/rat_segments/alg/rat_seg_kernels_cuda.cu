@@ -6,6 +6,7 @@
 #include "algorithms/rat_segments/alg/labeling_kernels.h"
 #include "algorithms/rat_segments/alg/prior_kernels.h"
 #include "algorithms/rat_segments/alg/rat_seg_kernels.h"
+#include "algorithms/rat_segments/alg/share_step.h"
 #include "device/cuda/cuda_launch.h"
 
 namespace namespace_ratseg {
@@ -188,6 +189,21 @@ __global__ void ratseg_prim_a__upperBound(float* a, float* a_bar, float* gamma, 
                                     ratios, ind_bgr, theta_bar, dt, n, i);
 }
 
+__global__ void ratseg_exact_shares(float* a, float* a_bar, float* gamma, float* alpha, float* beta,
+                                    float* sum_u, std::size_t NOmega, float mu, float eps,
+                                    float* ratios, float* sigmas, std::size_t ind_bgr, float step,
+                                    std::size_t n) {
+  if (labelOfThread() != 0) return;
+  tile::ratseg_exact_shares(a, a_bar, gamma, alpha, beta, sum_u, NOmega, mu, eps, ratios, sigmas,
+                            ind_bgr, step, n);
+}
+
+__global__ void ratseg_free_shares(float* a, float* a_bar, float* gamma, float* sum_u,
+                                   std::size_t NOmega, std::size_t n) {
+  if (labelOfThread() != 0) return;
+  tile::ratseg_free_shares(a, a_bar, gamma, sum_u, NOmega, n);
+}
+
 }  // namespace kernel
 
 // Allows the kernel that much dynamic shared memory on the current device, where it is more than
@@ -317,6 +333,20 @@ class CudaRatSegKernels final : public RatSegKernels {
         ratseg_prim_a__upperBound<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
             a, a_bar, gamma, alpha, beta, constGamma, constAlpha, mu, eps, ratios, ind_bgr,
             theta_bar, dt, n);
+  }
+
+  void ratseg_exact_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
+                           float* alpha, float* beta, float* sum_u, std::size_t NOmega, float mu,
+                           float eps, float* ratios, float* sigmas, std::size_t ind_bgr, float step,
+                           std::size_t n) override {
+    kernel::ratseg_exact_shares<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
+        a, a_bar, gamma, alpha, beta, sum_u, NOmega, mu, eps, ratios, sigmas, ind_bgr, step, n);
+  }
+
+  void ratseg_free_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
+                          float* sum_u, std::size_t NOmega, std::size_t n) override {
+    kernel::ratseg_free_shares<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
+        a, a_bar, gamma, sum_u, NOmega, n);
   }
 };
 

@@ -6,6 +6,7 @@
 #include "algorithms/rat_segments/alg/labeling_kernels.h"
 #include "algorithms/rat_segments/alg/prior_kernels.h"
 #include "algorithms/rat_segments/alg/rat_seg_kernels.h"
+#include "algorithms/rat_segments/alg/share_step.h"
 #include "device/host/host_launch.h"
 
 namespace namespace_ratseg {
@@ -186,6 +187,21 @@ class HostRatSegKernels final : public RatSegKernels {
       tile::ratseg_prim_a__upperBound(a, a_bar, gamma, alpha, beta, constGamma, constAlpha, mu, eps,
                                       ratios, ind_bgr, theta_bar, dt, n, i);
     });
+  }
+
+  void ratseg_exact_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
+                           float* alpha, float* beta, float* sum_u, std::size_t NOmega, float mu,
+                           float eps, float* ratios, float* sigmas, std::size_t ind_bgr, float step,
+                           std::size_t n) override {
+    if (!admitHostLaunch("ratseg_exact_shares", shape)) return;
+    tile::ratseg_exact_shares(a, a_bar, gamma, alpha, beta, sum_u, NOmega, mu, eps, ratios, sigmas,
+                              ind_bgr, step, n);
+  }
+
+  void ratseg_free_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
+                          float* sum_u, std::size_t NOmega, std::size_t n) override {
+    if (!admitHostLaunch("ratseg_free_shares", shape)) return;
+    tile::ratseg_free_shares(a, a_bar, gamma, sum_u, NOmega, n);
   }
 };
 

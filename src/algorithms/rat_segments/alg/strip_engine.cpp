@@ -20,6 +20,7 @@ bool ranOutOfMemory() {
 }  // namespace
 
 bool StripEngine::canRun(const RatSegImpl& solver) {
+  if (solver.accelerates()) return false;
   for (int d = 0; d < solver.bands(); ++d) {
     cudaDeviceProp device;
     cudaGetDeviceProperties(&device, solver.dev[d]);

@@ -28,7 +28,7 @@ class StripEngine {
  public:
   // Whether the bands allow the engine: peer access between all that exchange anything (without it
   // boundary rows are moved by the copy engine, whose rows differ), planes of less than 2^31
-  // elements, and no more labels than a block has threads.
+  // elements, no more labels than a block has threads, and no exact step of the shares.
   static bool canRun(const RatSegImpl& solver);
 
   // Takes the solver's arrays over until it is destroyed; null when the devices have no room for
