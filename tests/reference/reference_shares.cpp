@@ -35,9 +35,8 @@ double slopeByForeground(const ReferenceProblem& p, const std::vector<double>& q
     if (i == p.ind_bgr) continue;
     const Term t = termOf(p, i);
     const double r = p.ratios[i];
-    const double a = bestShare(t, r, q[i], step, B);
-    const double z = (a - r * B) / B;
-    slope += t.strict ? step * r * (a - q[i]) : -t.k * z * (2 * r + z);
+    const double z = step / 2 * (q[i] - r * B) / (t.k + step / 2 * B);  // (best a - r B) / B
+    slope += t.strict ? step * r * (r * B - q[i]) : -t.k * z * (2 * r + z);
   }
   return slope;
 }

