@@ -17,8 +17,9 @@ class RatsegAccelerate : public RatsegProgram {
 };
 
 TEST_F(RatsegAccelerate, StopsEarlierAndPrintsTheSame) {
-  const ProgramResult ordinary = run({{"-tolerance", "0.001"}});
-  const ProgramResult fast = run({{"-tolerance", "0.001"}, {"-accelerate", "1"}});
+  const ProgramResult ordinary = run({{"-iterations", "5000"}, {"-tolerance", "0.001"}});
+  const ProgramResult fast =
+      run({{"-iterations", "5000"}, {"-tolerance", "0.001"}, {"-accelerate", "1"}});
   EXPECT_EQ(withoutTime(fast.out), withoutTime(ordinary.out));
   EXPECT_EQ(fast.status, 0);
   EXPECT_LT(iterationsOf(fast), iterationsOf(ordinary));

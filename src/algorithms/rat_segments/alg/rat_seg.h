@@ -76,7 +76,8 @@ struct Params {
   bool accelerate = false;
 
   // Certified stop: run() ends when the gap is at most this; 0 = never, and nothing is computed.
-  // It is checked every certifyModulo iterations and after the last.
+  // It is checked every certifyModulo iterations and after the last; with accelerate more often at
+  // the beginning.
   float tolerance = 0.0f;
   std::size_t certifyModulo = 250;
 };

@@ -74,15 +74,14 @@ RATSEG_HD inline ShareSlopes shareSlopes(const ShareStepInput& in, const float* 
   return h;
 }
 
-// The B >= 0 of the least value: where the first slope, which grows with B, is 0. Newton's method
-// within a bracket, from the value before.
+// The B >= 0 of the least value: where the first slope, which grows with B, is 0, or next to 0 where
+// it is positive for all B. Newton's method within a bracket, from the value before.
 RATSEG_HD inline double shareOfForeground(const ShareStepInput& in, const float* gamma,
                                           double before) {
   constexpr int kMostSteps = 200;
   constexpr double kTolerance = 1e-10;
   constexpr double kLeastStart = 1e-6;
   const double barrier = static_cast<double>(in.eps) * static_cast<double>(in.n - 1) / in.pixels;
-  if (!(barrier > 0.0) && shareSlopes(in, gamma, barrier, 0.0).first >= 0.0) return 0.0;
   double B = before > kLeastStart ? before : kLeastStart;
   double lo = 0.0;
   double hi = DBL_MAX;
