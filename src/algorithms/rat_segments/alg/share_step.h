@@ -74,8 +74,8 @@ RATSEG_HD inline ShareSlopes shareSlopes(const ShareStepInput& in, const float* 
   return h;
 }
 
-// The B >= 0 of the least value: where the first slope, which grows with B, is 0, or next to 0 where
-// it is positive for all B. Newton's method within a bracket, from the value before.
+// The B >= 0 of the least value: where the first slope, which grows with B, is 0, or next to 0
+// where it is positive for all B. Newton's method within a bracket, from the value before.
 RATSEG_HD inline double shareOfForeground(const ShareStepInput& in, const float* gamma,
                                           double before) {
   constexpr int kMostSteps = 200;
