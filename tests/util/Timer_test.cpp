@@ -258,7 +258,9 @@ TEST(TimeEntryCPU, AddsTheTicksBetweenItsEndsAsSeconds) {
   EXPECT_GE(first, 2.5f);
   EXPECT_EQ(entry.tOverall, first);
   entry.begin();
+  EXPECT_GE(entry.start, entry.stop) << "a span starts at its begin()";
   entry.end();
+  EXPECT_GE(entry.stop, entry.start);
   EXPECT_EQ(entry.tOverall, first + static_cast<float>(entry.stop - entry.start) / 1000000);
 }
 

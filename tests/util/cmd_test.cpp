@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <locale>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -320,6 +321,16 @@ TEST(CmdGet, NumbersAreReadByStreamExtraction) {
   EXPECT_EQ(cmd.getInt("a", 3), 4);
   EXPECT_EQ(cmd.getInt("a", 4), 3);
   EXPECT_EQ(cmd.getSize("a", 5), std::numeric_limits<std::size_t>::max());
+}
+
+TEST(CmdGet, NumbersAreReadInTheCLocaleWhateverThePrograms) {
+  struct Comma : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+  };
+  const std::locale before = std::locale::global(std::locale(std::locale(), new Comma));
+  Cmd cmd = commandLine({"-a", "2.5"});
+  EXPECT_EQ(cmd.getDouble("a"), 2.5);
+  std::locale::global(before);
 }
 
 TEST(CmdGet, WhatDoesNotConvertIsZeroWithoutAMessage) {

@@ -159,6 +159,9 @@ TEST(SumChecks, CheckEachLaunchAndScratchArrayWhenAskedTo) {
               ElementsAre(148, 153, testing::_, testing::_));
   EXPECT_THAT(checkedLines([&] { summator.sumup(sum, a, 513); }),
               ElementsAre(testing::_, testing::_));
+  summator.sm = 20;
+  EXPECT_THAT(checkedLines([&] { summator.sumup(sum, a, 513); }),
+              ElementsAre(testing::_, testing::_));
 }
 
 TEST(SumChecksDeathTest, EndTheProcessOnARefusedLaunch) {

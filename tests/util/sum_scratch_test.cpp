@@ -78,19 +78,24 @@ TEST_F(SumScratchTest, ScalarFormsAllocateTheirResultOnce) {
 }
 
 TEST_F(SumScratchTest, CanBeFreedInParts) {
-  const cudaarray<float> a(1000);
-  summator_.sumup(a, 1000);
+  constexpr std::size_t n = 100000;  // takes both scratch arrays
+  const cudaarray<float> a(n);
+  summator_.sumup(a, n);
+  ASSERT_TRUE(summator_.temp1.isAllocated());
+  ASSERT_TRUE(summator_.temp2.isAllocated());
   summator_.freeTempArrays();
   EXPECT_FALSE(summator_.temp1.isAllocated());
+  EXPECT_FALSE(summator_.temp2.isAllocated());
   EXPECT_EQ(summator_.n_saved, 0u);
   EXPECT_TRUE(summator_.tempSum.isAllocated());
   summator_.freeTempSum();
   EXPECT_FALSE(summator_.tempSum.isAllocated());
   summator_.allocTempSum();
   EXPECT_EQ(summator_.tempSum.num, 1u);
-  summator_.sumup(a, 1000);
+  summator_.sumup(a, n);
   summator_.free();
   EXPECT_FALSE(summator_.temp1.isAllocated());
+  EXPECT_FALSE(summator_.temp2.isAllocated());
   EXPECT_FALSE(summator_.tempSum.isAllocated());
   EXPECT_EQ(summator_.n_saved, 0u);
 }
