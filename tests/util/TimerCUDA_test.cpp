@@ -248,6 +248,10 @@ TEST_F(TimerCudaTest, ANullOrEmptyListMeansTheCurrentDevice) {
   EXPECT_TRUE(measuresCurrentDevice(negative));
   TimerCUDA one(dev, 1);
   EXPECT_FALSE(measuresCurrentDevice(one));
+  one.ndev = 0;
+  EXPECT_TRUE(measuresCurrentDevice(one));
+  null.ndev = 1;
+  EXPECT_TRUE(measuresCurrentDevice(null));
 }
 
 TEST_F(TimerCudaTest, IsATimer) {

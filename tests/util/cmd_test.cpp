@@ -174,6 +174,8 @@ TEST(CmdFile, FirstFolderThatHasTheFileIsUsed) {
   EXPECT_EQ(cmd.getString("folder"), "two");
   EXPECT_TRUE(cmd.parseFile("options", slash, 2));
   EXPECT_EQ(cmd.getString("folder"), "three");
+  writeText(dir.file("two/ratseg-test-options"), "");
+  EXPECT_FALSE(cmd.parseFile("ratseg-test-options", plain, 1)) << "the second folder is not meant";
 }
 
 TEST(CmdFile, NameAsItStandsIsTheLastResort) {

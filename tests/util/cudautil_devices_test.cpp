@@ -373,6 +373,16 @@ TEST(GetBestDevices, ZeroOrLessMeansAll) {
   EXPECT_THAT(best(-1), ElementsAre(1, 3, 0, 2));
 }
 
+TEST(GetBestDevices, OneDeviceIsTheBest) {
+  const HostMachine machine(hostConfig(1));
+  for (const int num : {0, 1, 2}) {
+    int* dev = nullptr;
+    ASSERT_EQ(CudaUtil::getBestDevices(&dev, num, nullptr, true), 1) << num;
+    EXPECT_EQ(dev[0], 0);
+    delete[] dev;
+  }
+}
+
 TEST(GetBestDevices, WithoutDevicesLeavesTheListUntouched) {
   const HostMachine machine(hostConfig(0));
   int value = 0;

@@ -135,6 +135,7 @@ std::vector<std::pair<int, int>> bands(int h, int ndev) {
   std::vector<Band> records(static_cast<std::size_t>(ndev) + 1);
   CudaUtil::assignYRanges(h, ndev, &records[0].ymin, &records[0].ymax, sizeof(Band));
   EXPECT_EQ(records.back().ymin, -7) << "wrote behind the last record";
+  EXPECT_EQ(records.back().ymax, -7) << "wrote behind the last record";
   std::vector<std::pair<int, int>> result;
   for (int k = 0; k < ndev; ++k) {
     const Band& band = records[static_cast<std::size_t>(k)];
