@@ -3,13 +3,18 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfloat>
+#include <cmath>
 #include <string>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/certificate_launch.h"
 #include "algorithms/rat_segments/alg/certifier.h"
 #include "support/certified_run.h"
+#include "support/device_values.h"
 #include "support/machine.h"
+#include "support/random_trial.h"
 
 namespace namespace_ratseg {
 namespace {
@@ -56,6 +61,65 @@ TEST_F(CertifierDevice, FiguresOfBandsAreTheReferencesOnEveryEngine) {
     p = randomProblem(33, 3, 4);
     p.par.engine = engine;
     expectReferences(p, {0, 0, 0});
+  }
+}
+
+// sum_x min_i ( rho_i - div p_i - gamma_i ) of a whole image.
+double sumOfLeastReducedCosts(const std::vector<float>& rho, const std::vector<float2>& p,
+                              const std::vector<float>& gamma, std::size_t w, std::size_t h) {
+  double sum = 0.0;
+  for (std::size_t y = 0; y < h; ++y) {
+    for (std::size_t x = 0; x < w; ++x) {
+      double least = HUGE_VAL;
+      for (std::size_t i = 0; i < gamma.size(); ++i) {
+        const float2* q = &p[i * w * (h + 1) + (y + 1) * w + x];
+        double d = x + 1 < w ? static_cast<double>(q[0].x) : 0.0;
+        d -= x > 0 ? static_cast<double>(q[-1].x) : 0.0;
+        d += y + 1 < h ? static_cast<double>(q[0].y) : 0.0;
+        d -= y > 0 ? static_cast<double>((q - w)->y) : 0.0;
+        const double c = static_cast<double>(rho[i * w * h + y * w + x]);
+        least = std::min(least, c - d - static_cast<double>(gamma[i]));
+      }
+      sum += least;
+    }
+  }
+  return sum;
+}
+
+// Also of a dual field with components across the image's border, which no iteration leaves.
+TEST_F(CertifierDevice, ReducedCostsLeaveOutComponentsAcrossTheBorder) {
+  constexpr std::size_t h = 3;
+  constexpr std::size_t n = 2;
+  for (std::size_t w : {1u, 2u, 8u, 9u, 64u, 65u, 72u, 130u}) {
+    Choices choose(static_cast<unsigned>(w));
+    std::vector<float> u(w * (h + 1) * n, 0.5f), rho(w * h * n);
+    std::vector<float2> p(w * (h + 1) * n);
+    for (float& x : rho) x = choose.between(-1.0f, 1.0f);
+    for (float2& q : p) q = {choose.between(-2.0f, 2.0f), choose.between(-2.0f, 2.0f)};
+    const std::vector<float> gamma = {0.25f, -0.5f};
+    const DeviceFloats du(u), drho(rho), dgamma(gamma);
+    const DeviceValues<float2> dp(p);
+    const DeviceValues<double> parts(std::vector<double>(certificateSums(n)));
+    CertificateBand band;
+    band.u = du;
+    band.p = dp;
+    band.rho = drho;
+    band.gamma = dgamma;
+    band.lambda = 2.0f;
+    band.w = w;
+    band.h = band.ymax = h;
+    band.n = n;
+    certificateKernels().ratseg_certificate({{1, 1, 1}, {64, 1, 1}, certificateSharedBytes(64, n)},
+                                            band, parts);
+    const std::vector<double> sums = parts.values();
+    EXPECT_NEAR(sums[kReduced], sumOfLeastReducedCosts(rho, p, gamma, w, h), 1e-9) << w;
+    double excess = 0.0;  // of those of the band's own rows; what is added is a little more
+    for (std::size_t k = 0; k < p.size(); ++k) {
+      const double length = std::hypot(static_cast<double>(p[k].x), static_cast<double>(p[k].y));
+      if (k % (w * (h + 1)) >= w) excess += std::max(length - 1.0, 0.0);
+    }
+    EXPECT_GE(sums[kExcess], excess);
+    EXPECT_LE(sums[kExcess], 2.0 * excess);
   }
 }
 
