@@ -165,7 +165,7 @@ Measurement measureIteration(const Size& size, int engine) {
   const std::size_t warm = once < 0.1 ? kSome : 5;
   const double each = secondsOfRun(p.solver, warm) / static_cast<double>(warm);
   const double most = backend().isHost() ? 2000.0 : 50000.0;
-  const auto steps = static_cast<std::size_t>(std::clamp(0.4 / each, 3.0, most));
+  const auto steps = static_cast<std::size_t>(std::clamp(0.4 / each, 10.0, most));
   std::vector<double> times;
   for (int r = 0; r < kRepeats; ++r) {
     times.push_back(secondsOfRun(p.solver, steps) / static_cast<double>(steps));
