@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cfloat>
 
+#include "device/host/flush_denormals.h"
 #include "device/host/host_launch.h"
 #include "device/runtime.h"
 
@@ -156,6 +157,7 @@ void HostEngine::step(float tau, float sigma, float theta_bar) {
   solver_.updateShares(tau, sigma);
   prepareBands(tau, sigma, theta_bar);
   const auto edges = [&](std::size_t k) {
+    const FlushDenormals flush;
     sweep_.dualRow(bands_[pieces_[k].band], pieces_[k].last, scratch());
   };
   const auto exchange = [&] {
@@ -163,6 +165,7 @@ void HostEngine::step(float tau, float sigma, float theta_bar) {
     admitLaunches("ratseg_sweep");
   };
   const auto sweep = [&](std::size_t k) {
+    const FlushDenormals flush;
     const Piece& piece = pieces_[k];
     const SweepBand& b = bands_[piece.band];
     float* floats = scratch();

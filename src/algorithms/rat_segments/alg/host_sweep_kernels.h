@@ -177,12 +177,15 @@ template <bool DUAL>
 void blockValues(const SweepBand& b, const Scratch& s, std::size_t i, std::size_t y, std::size_t x0,
                  std::size_t x1) {
   const Row r(b, i, y);
+  const bool last = i + 1 == b.n;
+  const Row next(b, last ? 0 : i + 1, y);
+  const std::size_t ahead = last ? x1 - x0 : 0;  // the next block's
   const float coupling = b.coupling[i];
   vec previous = splat(x0 > 0 ? r.px[x0 - 1] : 0.0f);
   float* v = s.v + i * kLanes;
   std::size_t x = x0;
   for (; x < x1 && x + kLanes < b.w; x += kLanes, v += b.n * kLanes) {
-    r.prefetch(x + (x1 - x0));
+    next.prefetch(x + ahead);
     store(v, primalValue<DUAL>(b, r, Inside(), x, load(s.radius + x), coupling, previous));
   }
   if (x >= x1) return;

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "device/host/flush_denormals.h"
 #include "support/engines.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
@@ -269,6 +270,34 @@ TEST(HostEngine, StartsFromAnyDualField) {
     solver.free();
   }
   EXPECT_LE(largestDifference(u[0], u[1]), 1e-5f);
+}
+
+// Rows of two labels in turn: the vertical components are clamped in every iteration, which shrinks
+// the horizontal ones, from just above the denormal numbers on.
+TEST(HostEngine, LeavesNoDenormalNumbersInTheDualField) {
+  if (!FlushDenormals::kWorks) GTEST_SKIP() << "no such mode on this processor";
+  const HostMachine machine;
+  SolverProblem p = randomProblem(40, 24, 2);
+  p.par.kind_prior = Params::kind_prior_none;
+  p.par.Nsteps = 5;
+  for (std::size_t k = 0; k < p.rho.size(); ++k) {
+    p.rho[k] = (k / p.par.w + k / (p.par.w * p.par.h)) % 2 == 0 ? 0.0f : 100.0f;
+  }
+  const auto denormalsAfter = [&](int engine) {
+    p.par.engine = engine;
+    RatSegImpl solver(p.par);
+    setUp(solver, p);
+    gpudata& g = solver.arrays[0];
+    std::fill(g.p.get_ptr(), g.p.get_ptr() + g.NOffset, float2{2e-38f, 0.0f});
+    solver.run();
+    const auto count = std::count_if(g.p.get_ptr(), g.p.get_ptr() + g.NOffset, [](float2 v) {
+      return std::fpclassify(v.x) == FP_SUBNORMAL || std::fpclassify(v.y) == FP_SUBNORMAL;
+    });
+    solver.free();
+    return count;
+  };
+  EXPECT_GT(denormalsAfter(Params::engine_plain), 100) << "the problem is none";
+  EXPECT_EQ(denormalsAfter(Params::engine_auto), 0);
 }
 
 TEST(HostSweep, IsThatOfTheInstructionSet) {
