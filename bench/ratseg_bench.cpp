@@ -1,11 +1,12 @@
 // Speed of the iteration, against the machine's own memory bandwidth measured in the same run.
 //
-//   ratseg_bench [-device auto|cuda|host] [-engine plain|fused|auto] [--whole STEPS] [--json FILE]
-//                [WxHxN ...]
+//   ratseg_bench [-device auto|cuda|host] [-engine plain|fused|auto] [--whole STEPS] [--noise]
+//                [--json FILE] [WxHxN ...]
 //
 // Ends with status 1 when the device has no room for a size; the others are measured all the same.
 // With --whole it solves each size once in so many iterations and names set-up, transfers, the
-// iteration and the file of the labeling apart.
+// iteration and the file of the labeling apart. The problem is a picture of noisy regions; with
+// --noise its costs are independent random numbers.
 //
 // Prints, per size and engine: pixel-label-iterations per second (median of several runs, with the
 // spread), microseconds per iteration, the bandwidth at 36 bytes per pixel-label-iteration, and its
@@ -30,6 +31,7 @@
 #include "device/runtime.h"
 #include "device/selection.h"
 #include "util/fileio.h"
+#include "wave_picture.h"
 
 using namespace namespace_ratseg;
 
@@ -48,6 +50,7 @@ struct Job {
   std::vector<int> engines;
   std::string json;
   std::size_t wholeSteps = 0;
+  bool noise = false;
 };
 
 // A solver and the arrays of one problem.
@@ -127,11 +130,18 @@ bool allocate(RatSeg& solver) {
   return ok;
 }
 
-// Random costs, which leave most pixels with one or two labels as real data terms do.
-void fillArrays(Problem& p, const Size& size) {
+// Costs that have nothing to do with each other: nearly every pixel ends up between many labels,
+// which is the slowest that a solver's projection can meet.
+std::vector<float> randomCosts(const Size& size) {
   std::mt19937 generator(1);
-  p.rho.resize(size.w * size.h * size.n);
-  for (float& x : p.rho) x = 10.0f * static_cast<float>(generator() >> 8) * 0x1p-24f;
+  std::vector<float> rho(size.w * size.h * size.n);
+  for (float& x : rho) x = 10.0f * static_cast<float>(generator() >> 8) * 0x1p-24f;
+  return rho;
+}
+
+void fillArrays(Problem& p, const Size& size, bool noise) {
+  p.rho =
+      noise ? randomCosts(size) : wavePictureCosts(drawWavePicture(size.w, size.h, size.n), size.n);
   p.weight.assign(size.w * size.h, 0.8f);
   p.ratios.assign(size.n, size.n > 1 ? 1.0f / static_cast<float>(size.n - 1) : 1.0f);
   p.sigmas.assign(size.n, 0.02f);
@@ -154,11 +164,11 @@ double secondsOfRun(RatSeg& solver, std::size_t steps) {
 }
 
 // The seconds of one iteration.
-Measurement measureIteration(const Size& size, int engine) {
+Measurement measureIteration(const Size& size, int engine, bool noise) {
   Problem p;
   setParams(p.solver.getParams(), size, engine);
   if (!allocate(p.solver)) return {};
-  fillArrays(p, size);
+  fillArrays(p, size, noise);
   upload(p);
   const double once = secondsOfRun(p.solver, 3) / 3.0;
   // Past the start, where more projections are needed; a run's own set-up hardly counts then.
@@ -184,10 +194,10 @@ Measurement measureIteration(const Size& size, int engine) {
 }
 
 // One solve from set-up to the file of the labeling, each part's seconds on a line of its own.
-bool measureWhole(const Size& size, int engine, std::size_t steps) {
+bool measureWhole(const Size& size, int engine, std::size_t steps, bool noise) {
   Problem p;
   setParams(p.solver.getParams(), size, engine);
-  fillArrays(p, size);
+  fillArrays(p, size, noise);
   std::vector<float> u(p.rho.size());
   const auto part = [](const char* name, auto&& body) {
     const double start = secondsNow();
@@ -222,8 +232,8 @@ std::string engineName(int engine) {
 
 // One line on standard output; returns the same as a JSON object, or nothing when the device has no
 // room.
-std::string measure(const Size& size, int engine, double bandwidth) {
-  const Measurement m = measureIteration(size, engine);
+std::string measure(const Size& size, int engine, bool noise, double bandwidth) {
+  const Measurement m = measureIteration(size, engine, noise);
   if (m.median == 0.0) return "";
   const double pli = static_cast<double>(size.w * size.h * size.n);
   const double gbs = kBytesPerStep * pli / m.median;
@@ -274,6 +284,8 @@ bool parseArguments(int argc, char** argv, Job& job) {
       ++k;
     } else if (word == "--whole" && parseCount(value, job.wholeSteps)) {
       ++k;
+    } else if (word == "--noise") {
+      job.noise = true;
     } else if (word == "--json" && !value.empty()) {
       job.json = value;
       ++k;
@@ -282,7 +294,7 @@ bool parseArguments(int argc, char** argv, Job& job) {
     } else {
       std::cerr
           << "ERROR: expected -device auto|cuda|host, -engine plain|fused|auto, --whole STEPS, "
-             "--json FILE or WxHxN, but found \""
+             "--noise, --json FILE or WxHxN, but found \""
           << word << "\"" << std::endl;
       return false;
     }
@@ -315,10 +327,10 @@ int main(int argc, char** argv) {
       if (job.wholeSteps > 0) {
         std::printf("%zux%zu x%zu %s, %zu iterations:\n", size.w, size.h, size.n,
                     engineName(engine).c_str(), job.wholeSteps);
-        if (!measureWhole(size, engine, job.wholeSteps)) roomForAll = false;
+        if (!measureWhole(size, engine, job.wholeSteps, job.noise)) roomForAll = false;
         continue;
       }
-      const std::string json = measure(size, engine, bandwidth);
+      const std::string json = measure(size, engine, job.noise, bandwidth);
       if (json.empty()) roomForAll = false;
       if (!json.empty()) list += (list.empty() ? "\n    " : ",\n    ") + json;
     }

@@ -9,10 +9,12 @@ source "$(dirname "${BASH_SOURCE[0]}")/tools.sh"
 install_missing_packages
 need_tool python3 python3
 build release ratseg ratseg_bench make_problem
+build scalar ratseg_bench
+# Threads that wait spin, as the programs' do when nothing is set: here the machine is idle.
+unset OMP_WAIT_POLICY
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-PYTHONDONTWRITEBYTECODE=1 python3 "$root/scripts/bench_report.py" "$root/build/release/bin" "$work" "$@" \
-  >"$work/section.md"
+PYTHONDONTWRITEBYTECODE=1 python3 "$root/scripts/bench_report.py" "$root/build" "$work" "$@" >"$work/section.md"
 {
   echo
   cat "$work/section.md"

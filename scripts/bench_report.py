@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""bench_report.py BIN WORK [WxHxN...]: runs the benchmarks and prints a section of Markdown.
+"""bench_report.py BUILD WORK [WxHxN...]: runs the benchmarks and prints a section of Markdown.
 
-BIN is the folder of the built programs, WORK an empty folder for the files of the whole-program
-run. Sizes beyond the default ones are measured too. Figures of one call belong together: the
+BUILD is the folder of the built presets "release" and "scalar", WORK an empty folder for the files
+of the whole-program run. Sizes beyond the default ones are measured too. Figures of one call belong together: the
 machine's limit is measured in the same run.
 """
 import datetime
@@ -10,6 +10,7 @@ import json
 import os
 import re
 import resource
+import statistics
 import subprocess
 import sys
 
@@ -18,11 +19,12 @@ import zlib_floor
 WHOLE = "2048x2048x8"
 WHOLE_PIXEL_LABELS = 2048 * 2048 * 8
 WHOLE_ITERATIONS = 100
+WHOLE_RUNS = 5
 MIB = 1 << 20
 
 
 def run(command, threads=None, cwd=None):
-    environment = dict(os.environ, OMP_WAIT_POLICY="passive")
+    environment = dict(os.environ)
     if threads:
         environment["OMP_NUM_THREADS"] = str(threads)
     done = subprocess.run(command, cwd=cwd, env=environment, capture_output=True, text=True)
@@ -31,9 +33,9 @@ def run(command, threads=None, cwd=None):
     return done
 
 
-def measure(binaries, work, sizes, threads):
-    file = os.path.join(work, f"bench{threads}.json")
-    run([f"{binaries}/ratseg_bench", "--json", file, *sizes], threads)
+def measure(binaries, work, threads, arguments):
+    file = os.path.join(work, "bench.json")
+    run([f"{binaries}/ratseg_bench", "--json", file, *arguments], threads)
     with open(file, encoding="ascii") as stream:
         return json.load(stream)
 
@@ -55,41 +57,52 @@ def iteration_table(measured, limit):
                f"{r['seconds'] * 1e6:.0f} | {rate * 36e-3:.1f} | {rate * 36e6 / limit:.2f} |")
 
 
-def ratio_table(one, all_threads):
+def ratio_table(one, scalar, all_threads):
     """Each size's fastest engine with all threads over one thread, and over the plain one."""
-    yield "| size | all threads / one thread | all threads / plain engine on one thread |"
-    yield "|---|---|---|"
+    yield ("| size | all threads / one thread | all threads / plain engine on one thread | "
+           "the same without vectors | a check of the certified stop: iterations |")
+    yield "|---|---|---|---|---|"
     rate = {(size_name(r), r["engine"], k): r["pli_per_second"]
-            for k, m in (("one", one), ("all", all_threads)) for r in m["results"]}
-    for size, engine, threads in rate:
-        if threads == "all" and engine != "plain":
-            fastest = rate[size, engine, "all"]
-            yield (f"| {size} | {fastest / rate[size, engine, 'one']:.2f} | "
-                   f"{fastest / rate[size, 'plain', 'one']:.1f} |")
+            for k, m in (("one", one), ("scalar", scalar), ("all", all_threads))
+            for r in m["results"]}
+    for r in all_threads["results"]:
+        if r["engine"] == "plain":
+            continue
+        size, fastest = size_name(r), r["pli_per_second"]
+        yield (f"| {size} | {fastest / rate[size, r['engine'], 'one']:.2f} | "
+               f"{fastest / rate[size, 'plain', 'one']:.1f} | "
+               f"{fastest / rate[size, 'plain', 'scalar']:.1f} | "
+               f"{r['seconds_per_check'] / r['seconds']:.1f} |")
 
 
 def whole_program(binaries, work):
     run([f"{binaries}/make_problem", work, WHOLE])
-    done = run([f"{binaries}/ratseg", "-image", "image.ppm", "-dataterm", "dataterm.gz",
-                "-proportions", "proportions.txt", "-lambda", "5", "-mu", "500",
-                "-iterations", str(WHOLE_ITERATIONS), "-timing", "1"], cwd=work)
-    stages = re.findall(r"^ *([\d.]+)  (.*)$", done.stderr, re.MULTILINE)
-    seconds = {name: float(text) for text, name in stages}
+    runs = []
+    for _ in range(WHOLE_RUNS):
+        done = run([f"{binaries}/ratseg", "-image", "image.ppm", "-dataterm", "dataterm.gz",
+                    "-proportions", "proportions.txt", "-lambda", "5", "-mu", "500",
+                    "-iterations", str(WHOLE_ITERATIONS), "-timing", "1"], cwd=work)
+        stages = re.findall(r"^ *([\d.]+)  (.*)$", done.stderr, re.MULTILINE)
+        runs.append({name: float(text) for text, name in stages})
+        runs[-1]["*outside the iteration*"] = runs[-1]["in all"] - runs[-1]["iteration"]
     results = [os.path.join(work, f) for f in sorted(os.listdir(work))
                if f.startswith("out_") and f.endswith((".gz", ".png"))]
-    inflating, deflating = zlib_floor.measure(os.path.join(work, "dataterm.gz"), results)
-    outside = seconds["in all"] - seconds["iteration"]
-    yield f"Whole program, {WHOLE}, {WHOLE_ITERATIONS} iterations:"
+    zlib = [zlib_floor.measure(os.path.join(work, "dataterm.gz"), results) for _ in range(3)]
+    inflating, deflating = (statistics.median(column) for column in zip(*zlib))
+    yield f"Whole program, {WHOLE}, {WHOLE_ITERATIONS} iterations, {WHOLE_RUNS} runs:"
     yield ""
-    yield "| stage | seconds |"
+    yield "| stage | seconds, median (least to greatest) |"
     yield "|---|---|"
-    for text, name in stages:
-        yield f"| {name} | {text} |"
-    yield (f"| *outside the iteration* | {outside:.3f} |")
+    for name in runs[0]:
+        seconds = [r[name] for r in runs]
+        yield (f"| {name} | {statistics.median(seconds):.3f} "
+               f"({min(seconds):.3f} to {max(seconds):.3f}) |")
     yield (f"| *zlib alone: inflating the data term, deflating the results* | {inflating:.3f} + "
            f"{deflating:.3f} |")
     yield ""
-    yield f"Outside the iteration over zlib alone: {outside / (inflating + deflating):.2f}."
+    ratios = [r["*outside the iteration*"] / (inflating + deflating) for r in runs]
+    yield (f"Outside the iteration over zlib alone: {statistics.median(ratios):.2f} "
+           f"({min(ratios):.2f} to {max(ratios):.2f}).")
 
 
 def peak_memory():
@@ -107,20 +120,22 @@ def processor():
     return names[0] if names else "unknown processor"
 
 
-def main(binaries, work, *more_sizes):
-    whole = list(whole_program(binaries, work))
+def main(build, work, *more_sizes):
+    release = f"{build}/release/bin"
+    whole = list(whole_program(release, work))
     memory = peak_memory()  # before larger problems run
     threads = len(os.sched_getaffinity(0))
     sizes = ["64x64x3", "512x512x5", "1024x1024x8", "2048x2048x8", "1024x1024x64", "4096x4096x4",
              *more_sizes]
-    all_threads = measure(binaries, work, sizes, threads)
-    one = measure(binaries, work, sizes, 1)
+    all_threads = measure(release, work, threads, sizes)
+    one = measure(release, work, 1, sizes)
+    scalar = measure(f"{build}/scalar/bin", work, 1, ["-engine", "plain", *sizes])
     limit = all_threads["limit_bytes_per_second"]
     print(f"### {datetime.date.today()}, {all_threads['device']}, {threads} threads, {processor()}\n")
     print(f"Limit {limit * 1e-9:.1f} GB/s, with one thread "
           f"{one['limit_bytes_per_second'] * 1e-9:.1f} GB/s.\n")
     print(*iteration_table(all_threads, limit), "", sep="\n")
-    print(*ratio_table(one, all_threads), "", sep="\n")
+    print(*ratio_table(one, scalar, all_threads), "", sep="\n")
     print(*whole, "", memory, sep="\n")
 
 

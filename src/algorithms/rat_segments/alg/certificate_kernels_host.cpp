@@ -27,6 +27,8 @@ const CertificateRows& certificateRows() {
 
 namespace {
 
+constexpr std::size_t kWorkOfAnElement = 8;  // in elements of a plain loop (kParallelWork)
+
 class HostCertificateKernels final : public CertificateKernels {
  public:
   void ratseg_certificate(const LaunchShape& shape, const CertificateBand& band,
@@ -35,7 +37,7 @@ class HostCertificateKernels final : public CertificateKernels {
     const std::size_t rows = band.ymax - band.ymin;
     const std::size_t count = shape.grid.x;
     const CertificateRows& isa = certificateRows();
-    parallelFor(count, rows * band.w * band.n, [=, &band, &isa](std::size_t k) {
+    parallelFor(count, rows * band.w * band.n * kWorkOfAnElement, [=, &band, &isa](std::size_t k) {
       thread_local std::vector<double> doubles;
       thread_local std::vector<int> ints;
       doubles.resize(isa.scratchDoubles(band.w, band.n));

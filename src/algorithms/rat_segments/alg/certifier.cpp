@@ -18,6 +18,10 @@ constexpr std::size_t kRowsOnGpu = 1;
 constexpr std::size_t kRowsOnHost = 8;
 constexpr std::size_t kMostParts = 2048;
 
+// The accelerated iteration's first check: a check costs as much as about six iterations, and
+// borders still move when the energy of easy pictures hardly does.
+constexpr std::size_t kFirstCheck = 64;
+
 // Threads of a block of ratseg_certificate, whose shared memory grows with the number of labels.
 unsigned threadsFor(std::size_t n) { return n <= 512 ? 128 : 64; }
 
@@ -68,8 +72,8 @@ std::size_t Certifier::stepsToCheck(std::size_t step) const {
   const std::size_t modulo = solver_.par.certifyModulo;
   if (modulo == 0) return last;
   if (!solver_.accelerates()) return std::min(last, modulo - (step - 1) % modulo);
-  const std::size_t apart = std::min(modulo, std::max<std::size_t>(10, checked_ / 4));
-  return std::min(last, checked_ + apart - (step - 1));
+  const std::size_t apart = checked_ == 0 ? kFirstCheck : std::max(kFirstCheck / 4, checked_ / 4);
+  return std::min(last, checked_ + std::min(modulo, apart) - (step - 1));
 }
 
 // Row h of u: the first row of the band below. Row 0 of p: the last of the band above. Always those

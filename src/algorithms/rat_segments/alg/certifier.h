@@ -22,8 +22,8 @@ class Certifier {
 
   // Iterations from iteration step on up to the next check, at least 1: there is one after every
   // certifyModulo iterations, and after the last. The accelerated iteration, which may be done
-  // after a few dozen, is checked after 10, 20, 30, 40 and 50 and then after a quarter more each
-  // time, but no later than after another certifyModulo.
+  // after a few dozen, is checked after 64 and then after a quarter more each time, but no later
+  // than after another certifyModulo.
   std::size_t stepsToCheck(std::size_t step) const;
 
   // Certifies the state, which is that after iteration step, into the solver's statistics. True

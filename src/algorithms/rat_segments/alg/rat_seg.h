@@ -79,7 +79,7 @@ struct Params {
   // It is checked every certifyModulo iterations and after the last; with accelerate more often at
   // the beginning.
   float tolerance = 0.0f;
-  std::size_t certifyModulo = 250;
+  std::size_t certifyModulo = 500;
 };
 
 // What the last run() did. Energies, bound and gaps are computed where Params::tolerance asks for

@@ -245,11 +245,11 @@ std::vector<std::size_t> checksUpTo(std::size_t last, std::size_t certifyModulo)
 }
 
 TEST(AccelerateChoice, IsCheckedEarlyAndThenAfterAQuarterMore) {
-  EXPECT_EQ(checksUpTo(130, 250), (std::vector<std::size_t>{10, 20, 30, 40, 50, 62, 77, 96, 120}));
+  EXPECT_EQ(checksUpTo(200, 500), (std::vector<std::size_t>{64, 80, 100, 125, 156, 195}));
 }
 
 TEST(AccelerateChoice, IsCheckedNoLessOftenThanOtherwise) {
-  EXPECT_EQ(checksUpTo(110, 15), (std::vector<std::size_t>{10, 20, 30, 40, 50, 62, 77, 92, 107}));
+  EXPECT_EQ(checksUpTo(170, 30), (std::vector<std::size_t>{30, 46, 62, 78, 97, 121, 151}));
   EXPECT_EQ(checksUpTo(20, 7), (std::vector<std::size_t>{7, 14}));
   EXPECT_EQ(checksUpTo(99999, 0), std::vector<std::size_t>());
 }
