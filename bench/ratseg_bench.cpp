@@ -171,23 +171,25 @@ Measurement measureIteration(const Size& size, int engine, bool noise) {
   fillArrays(p, size, noise);
   upload(p);
   const double once = secondsOfRun(p.solver, 3) / 3.0;
+  const bool slow = once > 0.3;
+  const int repeats = slow ? 3 : kRepeats;
   // Past the start, where more projections are needed; a run's own set-up hardly counts then.
-  const std::size_t warm = once < 0.1 ? kSome : 5;
+  const std::size_t warm = once < 0.1 ? kSome : 2;
   const double each = secondsOfRun(p.solver, warm) / static_cast<double>(warm);
   const double most = backend().isHost() ? 2000.0 : 50000.0;
-  const auto steps = static_cast<std::size_t>(std::clamp(0.4 / each, 10.0, most));
-  std::vector<double> times;
-  for (int r = 0; r < kRepeats; ++r) {
-    times.push_back(secondsOfRun(p.solver, steps) / static_cast<double>(steps));
-  }
+  const auto steps = static_cast<std::size_t>(std::clamp(0.4 / each, slow ? 3.0 : 10.0, most));
+  const auto measured = [&](std::size_t count) {
+    std::vector<double> times;
+    for (int r = 0; r < repeats; ++r) {
+      times.push_back(secondsOfRun(p.solver, count) / static_cast<double>(count));
+    }
+    return times;
+  };
+  const std::vector<double> times = measured(steps);
   Params& par = p.solver.getParams();
   par.tolerance = 1e-30f;  // never met
   par.certifyModulo = 1;
-  const std::size_t few = std::max<std::size_t>(steps / 10, 3);
-  std::vector<double> checked;
-  for (int r = 0; r < kRepeats; ++r) {
-    checked.push_back(secondsOfRun(p.solver, few) / static_cast<double>(few));
-  }
+  const std::vector<double> checked = measured(std::max<std::size_t>(steps / 10, slow ? 1 : 3));
   p.solver.free();
   return {median(times), *std::min_element(times.begin(), times.end()),
           *std::max_element(times.begin(), times.end()), median(checked) - median(times)};
