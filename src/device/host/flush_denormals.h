@@ -44,7 +44,7 @@ class FlushDenormals {
   }
   static void set(Mode mode) { asm volatile("msr fpcr, %0" : : "r"(mode)); }
 #else
-  using Mode = unsigned;
+      using Mode = unsigned;
   static constexpr Mode kFlush = 0;
   static Mode get() { return 0; }
   static void set(Mode) {}
