@@ -21,13 +21,6 @@ class FlushDenormals {
   FlushDenormals(const FlushDenormals&) = delete;
   FlushDenormals& operator=(const FlushDenormals&) = delete;
 
-  static constexpr bool kWorks =
-#if defined(__SSE__) || defined(__aarch64__)
-      true;
-#else
-      false;
-#endif
-
  private:
 #if defined(__SSE__)
   using Mode = unsigned;
@@ -44,12 +37,16 @@ class FlushDenormals {
   }
   static void set(Mode mode) { asm volatile("msr fpcr, %0" : : "r"(mode)); }
 #else
-      using Mode = unsigned;
+  using Mode = unsigned;
   static constexpr Mode kFlush = 0;
   static Mode get() { return 0; }
   static void set(Mode) {}
 #endif
 
+ public:
+  static constexpr bool kWorks = kFlush != 0;
+
+ private:
   Mode before_;
 };
 
