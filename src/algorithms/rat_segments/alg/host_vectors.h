@@ -27,11 +27,14 @@ constexpr std::size_t kLanes = 4;
 using vec = float __attribute__((vector_size(kLanes * sizeof(float))));
 using mask = int __attribute__((vector_size(kLanes * sizeof(int))));
 
-// A vector anywhere among floats.
-using unaligned = vec __attribute__((aligned(sizeof(float))));
-
-inline vec load(const float* p) { return *reinterpret_cast<const unaligned*>(p); }
-inline void store(float* p, vec v) { *reinterpret_cast<unaligned*>(p) = v; }
+// A vector anywhere among floats: copies of so many bytes become plain unaligned moves, where types
+// of less alignment are not what every compiler makes of them.
+inline vec load(const float* p) {
+  vec v;
+  __builtin_memcpy(&v, p, sizeof v);
+  return v;
+}
+inline void store(float* p, vec v) { __builtin_memcpy(p, &v, sizeof v); }
 
 // Only the lanes that the mask names; the others are 0, and their memory is not touched.
 inline vec loadLanes(const float* p, mask lanes) {
