@@ -13,7 +13,7 @@ __global__ void get_CUDA_ARCH(int* arch) { *arch = compiledArch(); }
 class CudaCudaUtilKernels final : public CudaUtilKernels {
  public:
   void get_CUDA_ARCH(const LaunchShape& shape, int* arch) override {
-    kernel::get_CUDA_ARCH<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(arch);
+    launch(kernel::get_CUDA_ARCH, shape, arch);
   }
 };
 

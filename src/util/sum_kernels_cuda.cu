@@ -70,8 +70,6 @@ class ShuffleThreads {
 
 namespace kernel {
 
-extern __shared__ double shared[];
-
 template <int K, class T>
 __global__ void cuda_sum_kernel__plainloop(T* sumArray, const T* a) {
   sumArray[0] = sumPlain<K>(a);
@@ -79,13 +77,13 @@ __global__ void cuda_sum_kernel__plainloop(T* sumArray, const T* a) {
 
 template <int N, class T>
 __global__ void cuda_sum_kernel__warpFirst(T* sumArray, const T* a, std::size_t n) {
-  SharedThreads<N, T> threads(reinterpret_cast<T*>(shared));
+  SharedThreads<N, T> threads(dynamicShared<T>());
   sumBlock<N, false>(threads, sumArray, a, n, static_cast<std::size_t>(blockIdx.x));
 }
 
 template <int N>
 __global__ void cuda_sum_kernel__warpFirst_shfl(float* sumArray, const float* a, std::size_t n) {
-  ShuffleThreads<N> threads(reinterpret_cast<float*>(shared));
+  ShuffleThreads<N> threads(dynamicShared<float>());
   sumBlock<N, false>(threads, sumArray, a, n, static_cast<std::size_t>(blockIdx.x));
 }
 
@@ -93,17 +91,14 @@ __global__ void cuda_sum_kernel__warpFirst_shfl(float* sumArray, const float* a,
 
 template <class T>
 void plainloop(int K, const LaunchShape& shape, T* sumArray, const T* a) {
-  withLoopLength(K, [=](auto k) {
-    kernel::cuda_sum_kernel__plainloop<k()>
-        <<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(sumArray, a);
-  });
+  withLoopLength(
+      K, [=](auto k) { launch(kernel::cuda_sum_kernel__plainloop<k(), T>, shape, sumArray, a); });
 }
 
 template <class T>
 void warpFirst(int N, const LaunchShape& shape, T* sumArray, const T* a, std::size_t n) {
   withBlockSize(N, [=](auto size) {
-    kernel::cuda_sum_kernel__warpFirst<size()>
-        <<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(sumArray, a, n);
+    launch(kernel::cuda_sum_kernel__warpFirst<size(), T>, shape, sumArray, a, n);
   });
 }
 
@@ -128,8 +123,7 @@ class CudaSumKernels final : public SumKernels {
   void cuda_sum_kernel__warpFirst_shfl(int N, const LaunchShape& shape, float* sumArray,
                                        const float* a, std::size_t n) override {
     withBlockSize(N, [=](auto size) {
-      kernel::cuda_sum_kernel__warpFirst_shfl<size()>
-          <<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(sumArray, a, n);
+      launch(kernel::cuda_sum_kernel__warpFirst_shfl<size()>, shape, sumArray, a, n);
     });
   }
 };

@@ -68,7 +68,7 @@ __device__ void addPixel(const CertificateBand& band, std::size_t x, std::size_t
 namespace kernel {
 
 __global__ void ratseg_certificate(CertificateBand band, double* parts) {
-  extern __shared__ double shared[];
+  double* shared = dynamicShared<double>();
   const std::size_t n = band.n;
   const unsigned warps = blockDim.x / kWarp;
   double* own = shared + threadIdx.x / kWarp * 2 * n;
@@ -125,15 +125,13 @@ class CudaCertificateKernels final : public CertificateKernels {
  public:
   void ratseg_certificate(const LaunchShape& shape, const CertificateBand& band,
                           double* parts) override {
-    kernel::ratseg_certificate<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        band, parts);
+    launch(kernel::ratseg_certificate, shape, band, parts);
   }
 
   void ratseg_certificate_sum(const LaunchShape& shape, double* sums, const double* parts,
                               std::size_t count, const float* gamma, const float* alpha,
                               const float* beta, std::size_t n) override {
-    kernel::ratseg_certificate_sum<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        sums, parts, count, gamma, alpha, beta, n);
+    launch(kernel::ratseg_certificate_sum, shape, sums, parts, count, gamma, alpha, beta, n);
   }
 };
 

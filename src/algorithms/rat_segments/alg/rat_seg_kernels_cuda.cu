@@ -40,7 +40,7 @@ __global__ void ratseg_dual_p(float2* p, float* u, float* weight, float lambda, 
 __global__ void ratseg_prim_u(float* u, float* u_bar, float2* p, float* gamma, float constGamma,
                               float* rho, float theta_bar, float dt, std::size_t w, std::size_t h,
                               std::size_t ymin, std::size_t ymax, std::size_t n) {
-  extern __shared__ float scratch[];
+  float* scratch = dynamicShared<float>();
   const std::size_t x = columnOfThread();
   const std::size_t y = rowOfThread();
   if (x >= w || y >= ymax - ymin) return;
@@ -220,133 +220,117 @@ class CudaRatSegKernels final : public RatSegKernels {
   void ratseg_dual_p(const LaunchShape& shape, float2* p, float* u, float* weight, float lambda,
                      float dt, std::size_t w, std::size_t h, std::size_t ymin, std::size_t ymax,
                      std::size_t n) override {
-    kernel::ratseg_dual_p<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        p, u, weight, lambda, dt, w, h, ymin, ymax, n);
+    launch(kernel::ratseg_dual_p, shape, p, u, weight, lambda, dt, w, h, ymin, ymax, n);
   }
 
   void ratseg_prim_u(const LaunchShape& shape, float* u, float* u_bar, float2* p, float* gamma,
                      float constGamma, float* rho, float theta_bar, float dt, std::size_t w,
                      std::size_t h, std::size_t ymin, std::size_t ymax, std::size_t n) override {
     allowSharedMemory(kernel::ratseg_prim_u, shape.sharedBytes);
-    kernel::ratseg_prim_u<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        u, u_bar, p, gamma, constGamma, rho, theta_bar, dt, w, h, ymin, ymax, n);
+    launch(kernel::ratseg_prim_u, shape, u, u_bar, p, gamma, constGamma, rho, theta_bar, dt, w, h,
+           ymin, ymax, n);
   }
 
   void ratseg_setLocalSolution_kernel(const LaunchShape& shape, float* u, float* rho, std::size_t w,
                                       std::size_t h, std::size_t ymin, std::size_t ymax,
                                       std::size_t n) override {
-    kernel::ratseg_setLocalSolution_kernel<<<native(shape.grid), native(shape.block),
-                                             shape.sharedBytes>>>(u, rho, w, h, ymin, ymax, n);
+    launch(kernel::ratseg_setLocalSolution_kernel, shape, u, rho, w, h, ymin, ymax, n);
   }
 
   void ratseg_setdataterm_scribbles(const LaunchShape& shape, float* rho, float4* image,
                                     float4* scribbles, std::size_t scribblesNum, float sigma,
                                     float thr, std::size_t w, std::size_t h, std::size_t ymin,
                                     std::size_t ymax, std::size_t n, std::size_t i0) override {
-    kernel::ratseg_setdataterm_scribbles<<<native(shape.grid), native(shape.block),
-                                           shape.sharedBytes>>>(
-        rho, image, scribbles, scribblesNum, sigma, thr, w, h, ymin, ymax, n, i0);
+    launch(kernel::ratseg_setdataterm_scribbles, shape, rho, image, scribbles, scribblesNum, sigma,
+           thr, w, h, ymin, ymax, n, i0);
   }
 
   void ratseg_copyFirstToLast(const LaunchShape& shape, float* dst, float* src, std::size_t w,
                               std::size_t h_dst, std::size_t h_src, std::size_t n) override {
-    kernel::ratseg_copyFirstToLast<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        dst, src, w, h_dst, h_src, n);
+    launch(kernel::ratseg_copyFirstToLast, shape, dst, src, w, h_dst, h_src, n);
   }
 
   void ratseg_copyLastToFirst(const LaunchShape& shape, float2* dst, float2* src, std::size_t w,
                               std::size_t h_dst, std::size_t h_src, std::size_t n) override {
-    kernel::ratseg_copyLastToFirst<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        dst, src, w, h_dst, h_src, n);
+    launch(kernel::ratseg_copyLastToFirst, shape, dst, src, w, h_dst, h_src, n);
   }
 
   void computeSumU_sumKernel(const LaunchShape& shape, float* src, float* dst,
                              std::size_t n) override {
-    kernel::computeSumU_sumKernel<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        src, dst, n);
+    launch(kernel::computeSumU_sumKernel, shape, src, dst, n);
   }
 
   void ratseg_copyGamma(const LaunchShape& shape, float* src, float* dst, std::size_t n) override {
-    kernel::ratseg_copyGamma<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        src, dst, n);
+    launch(kernel::ratseg_copyGamma, shape, src, dst, n);
   }
 
   void ratseg_dual_gamma(const LaunchShape& shape, float* gamma, float* a, float* sum_u,
                          float constGamma, std::size_t NOmega, float dt, std::size_t n) override {
-    kernel::ratseg_dual_gamma<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        gamma, a, sum_u, constGamma, NOmega, dt, n);
+    launch(kernel::ratseg_dual_gamma, shape, gamma, a, sum_u, constGamma, NOmega, dt, n);
   }
 
   void ratseg_dual_alphabeta__interval(const LaunchShape& shape, float* alpha, float* beta,
                                        float* a, float constAlpha, float* mins, float* maxs,
                                        std::size_t ind_bgr, float dt, std::size_t n) override {
-    kernel::ratseg_dual_alphabeta__interval<<<native(shape.grid), native(shape.block),
-                                              shape.sharedBytes>>>(alpha, beta, a, constAlpha, mins,
-                                                                   maxs, ind_bgr, dt, n);
+    launch(kernel::ratseg_dual_alphabeta__interval, shape, alpha, beta, a, constAlpha, mins, maxs,
+           ind_bgr, dt, n);
   }
 
   void ratseg_dual_alphabeta__lowerBound(const LaunchShape& shape, float* alpha, float* a,
                                          float constAlpha, float mu, float* ratios, float* sigmas,
                                          std::size_t ind_bgr, float dt, std::size_t n) override {
-    kernel::ratseg_dual_alphabeta__lowerBound<<<native(shape.grid), native(shape.block),
-                                                shape.sharedBytes>>>(
-        alpha, a, constAlpha, mu, ratios, sigmas, ind_bgr, dt, n);
+    launch(kernel::ratseg_dual_alphabeta__lowerBound, shape, alpha, a, constAlpha, mu, ratios,
+           sigmas, ind_bgr, dt, n);
   }
 
   void ratseg_dual_alphabeta__upperBound(const LaunchShape& shape, float* alpha, float* beta,
                                          float* a, float constAlpha, float mu, float eps,
                                          float* ratios, float* sigmas, std::size_t ind_bgr,
                                          float dt, std::size_t n) override {
-    kernel::ratseg_dual_alphabeta__upperBound<<<native(shape.grid), native(shape.block),
-                                                shape.sharedBytes>>>(
-        alpha, beta, a, constAlpha, mu, eps, ratios, sigmas, ind_bgr, dt, n);
+    launch(kernel::ratseg_dual_alphabeta__upperBound, shape, alpha, beta, a, constAlpha, mu, eps,
+           ratios, sigmas, ind_bgr, dt, n);
   }
 
   void ratseg_prim_a__gamma(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
                             float constGamma, float theta_bar, float dt, std::size_t n) override {
-    kernel::ratseg_prim_a__gamma<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        a, a_bar, gamma, constGamma, theta_bar, dt, n);
+    launch(kernel::ratseg_prim_a__gamma, shape, a, a_bar, gamma, constGamma, theta_bar, dt, n);
   }
 
   void ratseg_prim_a__interval(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
                                float* alpha, float* beta, float constGamma, float constAlpha,
                                std::size_t ind_bgr, float theta_bar, float dt,
                                std::size_t n) override {
-    kernel::ratseg_prim_a__interval<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        a, a_bar, gamma, alpha, beta, constGamma, constAlpha, ind_bgr, theta_bar, dt, n);
+    launch(kernel::ratseg_prim_a__interval, shape, a, a_bar, gamma, alpha, beta, constGamma,
+           constAlpha, ind_bgr, theta_bar, dt, n);
   }
 
   void ratseg_prim_a__lowerBound(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
                                  float* alpha, float constGamma, float constAlpha, float mu,
                                  float* ratios, std::size_t ind_bgr, float theta_bar, float dt,
                                  std::size_t n) override {
-    kernel::
-        ratseg_prim_a__lowerBound<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-            a, a_bar, gamma, alpha, constGamma, constAlpha, mu, ratios, ind_bgr, theta_bar, dt, n);
+    launch(kernel::ratseg_prim_a__lowerBound, shape, a, a_bar, gamma, alpha, constGamma, constAlpha,
+           mu, ratios, ind_bgr, theta_bar, dt, n);
   }
 
   void ratseg_prim_a__upperBound(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
                                  float* alpha, float* beta, float constGamma, float constAlpha,
                                  float mu, float eps, float* ratios, std::size_t ind_bgr,
                                  float theta_bar, float dt, std::size_t n) override {
-    kernel::
-        ratseg_prim_a__upperBound<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-            a, a_bar, gamma, alpha, beta, constGamma, constAlpha, mu, eps, ratios, ind_bgr,
-            theta_bar, dt, n);
+    launch(kernel::ratseg_prim_a__upperBound, shape, a, a_bar, gamma, alpha, beta, constGamma,
+           constAlpha, mu, eps, ratios, ind_bgr, theta_bar, dt, n);
   }
 
   void ratseg_exact_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
                            float* alpha, float* beta, float* sum_u, std::size_t NOmega, float mu,
                            float eps, float* ratios, float* sigmas, std::size_t ind_bgr, float step,
                            std::size_t n) override {
-    kernel::ratseg_exact_shares<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        a, a_bar, gamma, alpha, beta, sum_u, NOmega, mu, eps, ratios, sigmas, ind_bgr, step, n);
+    launch(kernel::ratseg_exact_shares, shape, a, a_bar, gamma, alpha, beta, sum_u, NOmega, mu, eps,
+           ratios, sigmas, ind_bgr, step, n);
   }
 
   void ratseg_free_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
                           float* sum_u, std::size_t NOmega, std::size_t n) override {
-    kernel::ratseg_free_shares<<<native(shape.grid), native(shape.block), shape.sharedBytes>>>(
-        a, a_bar, gamma, sum_u, NOmega, n);
+    launch(kernel::ratseg_free_shares, shape, a, a_bar, gamma, sum_u, NOmega, n);
   }
 };
 

@@ -139,7 +139,7 @@ __global__ void __launch_bounds__(kStripThreads, blocksAtOnce(LABELS, PX))
 __global__ void __launch_bounds__(kTileThreads)
     ratseg_strip_tiles(const StripBand b, const StripShares shares, const StripFinish finish,
                        unsigned tileRows, bool sharedScratch) {
-  extern __shared__ float shared[];
+  float* shared = dynamicShared<float>();
   const unsigned first = shares.n != 0 ? 1 : 0;
   if (blockIdx.x < first) {
     takeSharesStep(shares);
@@ -211,18 +211,19 @@ class CudaStripKernels final : public StripKernels {
  public:
   void ratseg_strip_enter(float* u_bar, const float* u, float theta_bar,
                           std::size_t count) override {
-    kernel::ratseg_strip_enter<<<flatGrid(count), kFlatThreads>>>(u_bar, u, theta_bar, count);
+    launch(kernel::ratseg_strip_enter, CudaLaunch(flatGrid(count), kFlatThreads), u_bar, u,
+           theta_bar, count);
   }
 
   void ratseg_strip_leave(float* u, float* u_bar, const float* fresh, const float* old,
                           float theta_bar, std::size_t count) override {
-    kernel::ratseg_strip_leave<<<flatGrid(count), kFlatThreads>>>(u, u_bar, fresh, old, theta_bar,
-                                                                  count);
+    launch(kernel::ratseg_strip_leave, CudaLaunch(flatGrid(count), kFlatThreads), u, u_bar, fresh,
+           old, theta_bar, count);
   }
 
   void ratseg_strip_edge(const StripShape&, cudaStream_t stream, const StripBand& b) override {
     const ::dim3 grid(flatGrid(b.w), b.n);
-    kernel::ratseg_strip_edge<<<grid, kFlatThreads, 0, native(stream)>>>(b);
+    launch(kernel::ratseg_strip_edge, CudaLaunch(grid, kFlatThreads, 0, native(stream)), b);
   }
 
   void ratseg_strip_sweep(const StripShape& shape, cudaStream_t stream, const StripBand& b,
@@ -233,32 +234,33 @@ class CudaStripKernels final : public StripKernels {
     const StripFinish f = finish != nullptr ? *finish : StripFinish();
     if (shape.labels == 0) {
       allowSharedMemory(shape.sharedBytes);
-      kernel::ratseg_strip_tiles<<<blocks, shape.threads, shape.sharedBytes, native(stream)>>>(
-          b, s, f, shape.tileRows, shape.sharedScratch);
+      launch(kernel::ratseg_strip_tiles,
+             CudaLaunch(blocks, shape.threads, shape.sharedBytes, native(stream)), b, s, f,
+             shape.tileRows, shape.sharedScratch);
       return;
     }
     tile::withStripShape(shape, [&](auto labels, auto pixels) {
-      kernel::ratseg_strip_sweep<labels(), pixels()>
-          <<<blocks, shape.threads, 0, native(stream)>>>(b, s, f);
+      launch(kernel::ratseg_strip_sweep<labels(), pixels()>,
+             CudaLaunch(blocks, shape.threads, 0, native(stream)), b, s, f);
     });
   }
 
   void ratseg_strip_finish(cudaStream_t stream, const StripFinish& finish) override {
-    kernel::ratseg_strip_finish<<<1, kTileThreads, 0, native(stream)>>>(finish);
+    launch(kernel::ratseg_strip_finish, CudaLaunch(1, kTileThreads, 0, native(stream)), finish);
   }
 
   void ratseg_strip_copyLastToFirst(const LaunchShape& shape, cudaStream_t stream, float2* dst,
                                     float2* src, std::size_t w, std::size_t h_dst,
                                     std::size_t h_src, std::size_t n) override {
-    kernel::ratseg_strip_copyLastToFirst<<<native(shape.grid), native(shape.block), 0,
-                                           native(stream)>>>(dst, src, w, h_dst, h_src, n);
+    launch(kernel::ratseg_strip_copyLastToFirst, CudaLaunch(shape, native(stream)), dst, src, w,
+           h_dst, h_src, n);
   }
 
   void ratseg_strip_copyFirstToLast(const LaunchShape& shape, cudaStream_t stream, float* dst,
                                     float* src, std::size_t w, std::size_t h_dst, std::size_t h_src,
                                     std::size_t n) override {
-    kernel::ratseg_strip_copyFirstToLast<<<native(shape.grid), native(shape.block), 0,
-                                           native(stream)>>>(dst, src, w, h_dst, h_src, n);
+    launch(kernel::ratseg_strip_copyFirstToLast, CudaLaunch(shape, native(stream)), dst, src, w,
+           h_dst, h_src, n);
   }
 
   std::unique_ptr<StripReplay> record(cudaStream_t stream,
