@@ -1,7 +1,6 @@
 #include "threads.h"
 
 #include <algorithm>
-#include <array>
 #include <boost/context/fiber.hpp>
 #include <boost/context/fixedsize_stack.hpp>
 #include <cstdio>
@@ -9,7 +8,6 @@
 #include <cstring>
 #include <memory>
 #include <numeric>
-#include <random>
 #include <utility>
 #include <vector>
 
@@ -25,9 +23,10 @@ namespace emulated_gpu {
 namespace {
 
 constexpr std::size_t kStackBytes = 64 << 10;
+constexpr std::size_t kStackShift = 192;  // keeps the stacks' ends out of each other's cache lines
 constexpr unsigned kWarp = 32;
 
-enum class State { kReady, kAtBlock, kAtWarp, kEnded };
+enum class State { kAtBlock, kAtWarp, kEnded };
 
 // A thread of the block that runs, on a stack that later blocks use again.
 struct Thread {
@@ -62,83 +61,115 @@ std::unique_ptr<Thread> makeThread(unsigned number) {
   auto t = std::make_unique<Thread>();
   t->number = number;
   Thread* self = t.get();
-  t->own = boost::context::fiber(std::allocator_arg, boost::context::fixedsize_stack(kStackBytes),
-                                 [self](boost::context::fiber&& scheduler) {
-                                   self->scheduler = std::move(scheduler);
-                                   for (;;) {
-                                     (*body)();
-                                     giveWay(State::kEnded);
-                                   }
-                                   return std::move(self->scheduler);
-                                 });
+  t->own = boost::context::fiber(
+      std::allocator_arg, boost::context::fixedsize_stack(kStackBytes + number % 64 * kStackShift),
+      [self](boost::context::fiber&& scheduler) {
+        self->scheduler = std::move(scheduler);
+        for (;;) {
+          (*body)();
+          giveWay(State::kEnded);
+        }
+        return std::move(self->scheduler);
+      });
   return t;
 }
 
-template <class T>
-void shuffle(std::vector<T>& items) {
-  for (std::size_t k = items.size(); k > 1; --k) std::swap(items[k - 1], items[anyOf(k)]);
+// The threads of a block that exchange values with each other: which of them are where, as masks.
+struct Warp {
+  unsigned all = 0, ready = 0, atBlock = 0, atWarp = 0, ended = 0;
+  std::size_t first = 0;  // thread of lane 0
+};
+
+Thread& threadOf(const Warp& w, unsigned lane) { return *threads[w.first + lane]; }
+
+// Lets the warp's threads run, in some order, until each waits or has ended.
+void runWarp(Warp& w) {
+  const unsigned start = static_cast<unsigned>(anyOf(kWarp));
+  const unsigned step = 1 + 2 * static_cast<unsigned>(anyOf(kWarp / 2));  // odd: meets every lane
+  const unsigned ready = std::exchange(w.ready, 0u);
+  for (unsigned k = 0; k < kWarp; ++k) {
+    const unsigned lane = (start + k * step) % kWarp;
+    const unsigned bit = 1u << lane;
+    if ((ready & bit) == 0) continue;
+    Thread& t = threadOf(w, lane);
+    resume(t);
+    (t.state == State::kAtWarp    ? w.atWarp
+     : t.state == State::kAtBlock ? w.atBlock
+                                  : w.ended) |= bit;
+  }
 }
 
-// Whether all lanes of the thread's mask wait for each other in the same way. A lane that can never
+// Whether all lanes that the thread waits for wait for it, in the same way. A lane that can never
 // come is a fault.
-bool warpIsComplete(const Thread& t, std::size_t count) {
-  const std::size_t first = t.number / kWarp * kWarp;
-  for (unsigned l = 0; l < kWarp; ++l) {
-    if (!(t.mask >> l & 1u)) continue;
-    if (first + l >= count) fault("a warp's mask names a lane that the block does not have");
-    const Thread& other = *threads[first + l];
-    if (other.state == State::kEnded) fault("a warp waits for a lane that has ended");
-    if (other.state != State::kAtWarp) return false;
+bool isComplete(const Warp& w, const Thread& t) {
+  if ((t.mask & ~w.all) != 0) fault("a warp's mask names a lane that the block does not have");
+  if ((t.mask & w.ended) != 0) fault("a warp waits for a lane that has ended");
+  if ((t.mask & ~w.atWarp) != 0) return false;
+  for (unsigned lane = 0; lane < kWarp; ++lane) {
+    if ((t.mask >> lane & 1u) == 0) continue;
+    const Thread& other = threadOf(w, lane);
     if (other.mask != t.mask || other.bytes != t.bytes) return false;
   }
   return true;
 }
 
-void releaseWarp(Thread& t) {
-  const std::size_t first = t.number / kWarp * kWarp;
-  std::uint64_t values[kWarp];
-  for (unsigned l = 0; l < kWarp; ++l) {
-    values[l] = t.mask >> l & 1u ? threads[first + l]->given : ~std::uint64_t{0};
-  }
-  const unsigned mask = t.mask;
-  for (unsigned l = 0; l < kWarp; ++l) {
-    if (!(mask >> l & 1u)) continue;
-    std::copy(values, values + kWarp, threads[first + l]->received);
-    threads[first + l]->state = State::kReady;
-  }
-}
-
-// Lets waiting threads go on whose wait is over. False when none can.
-bool release(std::size_t count) {
-  bool any = false;
-  std::size_t atBlock = 0, ended = 0;
-  for (std::size_t k = 0; k < count; ++k) {
-    Thread& t = *threads[k];
-    atBlock += t.state == State::kAtBlock;
-    ended += t.state == State::kEnded;
-    if (t.state != State::kAtWarp || !warpIsComplete(t, count)) continue;
-    releaseWarp(t);
-    any = true;
-  }
-  if (any || atBlock == 0) return any;
-  if (ended > 0) fault("a block waits for a thread that has ended");
-  if (atBlock < count) return false;
-  for (std::size_t k = 0; k < count; ++k) threads[k]->state = State::kReady;
-  return true;
-}
-
-void runBlock(std::size_t count, std::vector<unsigned>& order) {
-  for (std::size_t k = 0; k < count; ++k) threads[k]->state = State::kReady;
-  std::size_t ended = 0;
-  while (ended < count) {
-    shuffle(order);
-    for (const unsigned k : order) {
-      if (threads[k]->state != State::kReady) continue;
-      resume(*threads[k]);
-      ended += threads[k]->state == State::kEnded;
+// Lets those lanes go on whose wait for each other is over.
+void releaseLanes(Warp& w) {
+  for (unsigned lane = 0; lane < kWarp; ++lane) {
+    if ((w.atWarp >> lane & 1u) == 0) continue;
+    const Thread& t = threadOf(w, lane);
+    if (!isComplete(w, t)) continue;
+    const unsigned mask = t.mask;
+    std::uint64_t values[kWarp];
+    for (unsigned l = 0; l < kWarp; ++l) {
+      values[l] = mask >> l & 1u ? threadOf(w, l).given : ~std::uint64_t{0};
     }
-    if (ended < count && !release(count)) fault("threads wait for each other at different places");
+    for (unsigned l = 0; l < kWarp; ++l) {
+      if (mask >> l & 1u) std::copy(values, values + kWarp, threadOf(w, l).received);
+    }
+    w.atWarp &= ~mask;
+    w.ready |= mask;
   }
+}
+
+// Lets all threads go on that wait for the block. False when all have ended.
+bool releaseBlock(std::vector<Warp>& warps) {
+  bool someEnded = false, someWait = false;
+  for (const Warp& w : warps) {
+    if (w.atWarp != 0) fault("threads wait for each other at different places");
+    someEnded = someEnded || w.ended != 0;
+    someWait = someWait || w.atBlock != 0;
+  }
+  if (someEnded && someWait) fault("a block waits for a thread that has ended");
+  for (Warp& w : warps) w.ready = std::exchange(w.atBlock, 0u);
+  return someWait;
+}
+
+void runBlock(std::size_t count) {
+  std::vector<Warp> warps((count + kWarp - 1) / kWarp);
+  for (std::size_t k = 0; k < warps.size(); ++k) {
+    const std::size_t lanes = std::min<std::size_t>(count - k * kWarp, kWarp);
+    warps[k].first = k * kWarp;
+    warps[k].all = lanes < kWarp ? (1u << lanes) - 1 : ~0u;
+    warps[k].ready = warps[k].all;
+  }
+  std::vector<std::size_t> able;  // warps with a thread that can run
+  do {
+    able.resize(warps.size());
+    std::iota(able.begin(), able.end(), std::size_t{0});
+    while (!able.empty()) {
+      std::size_t& chosen = able[anyOf(able.size())];
+      // A warp gets ahead of the others for a while.
+      while (warps[chosen].ready != 0) {
+        runWarp(warps[chosen]);
+        releaseLanes(warps[chosen]);
+        if (anyOf(4) == 0) break;
+      }
+      if (warps[chosen].ready != 0) continue;
+      chosen = able.back();
+      able.pop_back();
+    }
+  } while (releaseBlock(warps));
 }
 
 }  // namespace
@@ -152,8 +183,6 @@ void runGrid(const Index& grid, const Index& block, std::size_t sharedBytes,
   for (unsigned k = 0; k < count; ++k) {
     threads[k]->index = {k % block.x, k / block.x % block.y, k / block.x / block.y};
   }
-  std::vector<unsigned> order(count);
-  std::iota(order.begin(), order.end(), 0u);
   body = &thread;
   ::gridDim = grid;
   ::blockDim = block;
@@ -167,7 +196,7 @@ void runGrid(const Index& grid, const Index& block, std::size_t sharedBytes,
     ::blockIdx = {static_cast<unsigned>(k % grid.x), static_cast<unsigned>(k / grid.x % grid.y),
                   static_cast<unsigned>(k / grid.x / grid.y)};
     std::memset(namespace_ratseg::dynamic_shared, 0xff, sharedBytes);
-    runBlock(count, order);
+    runBlock(count);
   }
 }
 
@@ -194,11 +223,15 @@ void fault(const char* what) {
 }
 
 std::size_t anyOf(std::size_t count) {
-  static std::mt19937_64 numbers = [] {
+  static std::uint64_t state = [] {
     const char* seed = std::getenv("RATSEG_EMULATED_SEED");
-    return std::mt19937_64(seed != nullptr ? std::strtoull(seed, nullptr, 10) : 1);
+    return seed != nullptr ? std::strtoull(seed, nullptr, 10) : 1;
   }();
-  return static_cast<std::size_t>(numbers() % count);
+  // SplitMix64 (Steele, Lea, Flood 2014).
+  std::uint64_t z = state += 0x9e3779b97f4a7c15u;
+  z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
+  z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
+  return static_cast<std::size_t>((z ^ (z >> 31)) % count);
 }
 
 }  // namespace emulated_gpu

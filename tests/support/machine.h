@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "device/host/host_backend.h"
+#include "device/runtime.h"
 #include "device/selection.h"
 
 namespace namespace_ratseg {
@@ -49,6 +50,11 @@ class DeviceTest : public testing::Test {
   }
 
   bool onHost() const { return host_ != nullptr; }
+
+  static int deviceCount() {
+    int count = 0;
+    return cudaGetDeviceCount(&count) == cudaSuccess ? count : 0;
+  }
 
  private:
   std::unique_ptr<HostMachine> host_;
