@@ -113,20 +113,25 @@ copy_tree() {
   cd "$root"
 }
 
-# Builds the test programs named.
+# Builds the test programs named, "cuda:" before a name apart.
 build_tests() {
-  timeout "$build_timeout" cmake --build "$build" --parallel "$jobs" --target "$@" \
+  timeout "$build_timeout" cmake --build "$build" --parallel "$jobs" --target "${@#cuda:}" \
     >"$work/build.log" 2>&1 </dev/null
 }
 
-# Runs one test program for at most $2 seconds.
+# Runs one test program for at most $2 seconds; on the emulated GPU with "cuda:" before its name.
 run_test() {
+  local memory=$((16 << 20)) device=(RATSEG_TEST_DEVICE=host) # KiB: a mutant may ask for all there is
+  if [[ $1 == cuda:* ]]; then
+    memory=$((16 << 30)) # of addresses, of which each GPU takes very many
+    device=(RATSEG_TEST_DEVICE=cuda RATSEG_EMULATED_GPUS=3 RATSEG_TEST_QUICK=1)
+  fi
   mkdir -p "$work/cwd"
   (
     cd "$work/cwd"
-    ulimit -v $((16 << 20)) # KiB: a mutant may ask for all the memory there is
-    export RATSEG_DEVICE=host RATSEG_TEST_DEVICE=host GTEST_BRIEF=1 GTEST_FAIL_FAST=1
-    timeout -k 5 "$2" "$build/tests-bin/$1" || exit
+    ulimit -v "$memory"
+    export RATSEG_DEVICE=host GTEST_BRIEF=1 GTEST_FAIL_FAST=1 "${device[@]}"
+    timeout -k 5 "$2" "$build/tests-bin/${1#cuda:}" || exit
   ) >"$work/test.log" 2>&1 </dev/null
 }
 
