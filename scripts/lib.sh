@@ -22,20 +22,21 @@ quietly() {
   rm -f "$log"
 }
 
-# The Debian packages that the build and the tests need and that are not there, one a line. A tool
-# counts as there wherever it comes from.
+# The Debian packages that the build and the tests need, and those named, as far as they are not there,
+# one a line. A tool counts as there wherever it comes from.
 missing_packages() {
   command -v g++ >/dev/null || echo g++
   command -v cmake >/dev/null || echo cmake
   command -v ninja >/dev/null || echo ninja-build
   local package
-  for package in zlib1g-dev qt6-base-dev qt6-image-formats-plugins libgtest-dev libgmock-dev; do
+  for package in zlib1g-dev qt6-base-dev qt6-image-formats-plugins libgtest-dev libgmock-dev "$@"; do
     [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
       echo "$package"
   done
 }
 
-# Installs what is missing; says so, and says nothing when all is there.
+# install_missing_packages [PACKAGE...]: installs what is missing, these packages too; says so, and says
+# nothing when all is there.
 install_missing_packages() {
   if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
     local tool
@@ -45,7 +46,7 @@ install_missing_packages() {
     return 0
   fi
   local missing
-  mapfile -t missing < <(missing_packages)
+  mapfile -t missing < <(missing_packages "$@")
   ((${#missing[@]} > 0)) || return 0
   local as_root=()
   if ((EUID != 0)); then
