@@ -112,7 +112,7 @@ stage_tests() {
 
 stage_compare() {
   local test=$build/tests-bin/alg_device_compare_test
-  local names=StoredCases:AThousandIterationsOfRandomProblems:EveryPrior
+  local names=StoredCases:AThousandIterationsOfRandomProblems:EveryPrior:AcceleratedRuns
   names+=:ForcedAndForbiddenLabels:RunsRepeatThemselvesToTheByte
   ((!quick)) || names=StoredCases:RunsRepeatThemselvesToTheByte
   step 500 "host against GPU" "$test" "--gtest_filter=*.${names//:/:*.}"

@@ -72,11 +72,13 @@ using cudaEvent_t = void*;
 // that names no other.
 using cudaStream_t = void*;
 
-// How a kernel is launched: blocks, threads in a block, dynamic shared memory in bytes.
+// How a kernel is launched: blocks, threads in a block, dynamic shared memory in bytes, and the
+// queue of the current device that it goes to.
 struct LaunchShape {
   dim3 grid;
   dim3 block;
   std::size_t sharedBytes = 0;
+  cudaStream_t stream = nullptr;
 };
 
 }  // namespace namespace_ratseg

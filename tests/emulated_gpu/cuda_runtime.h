@@ -158,17 +158,30 @@ inline void __syncwarp(unsigned mask = 0xffffffffu) {
 }
 inline void __threadfence() {}
 
+namespace emulated_gpu {
+
+// The value of a lane of the mask.
 template <class T>
-T __shfl_down_sync(unsigned mask, T value, unsigned delta, int width = 32) {
+T shuffle(unsigned mask, T value, unsigned from) {
   static_assert(sizeof(T) <= 8);
   const auto* lanes =
       static_cast<const std::uint64_t*>(emulated_gpu::exchangeInWarp(mask, &value, sizeof value));
-  const unsigned lane = emulated_gpu::lane();
-  const unsigned w = static_cast<unsigned>(width);
-  const unsigned from = lane % w + delta < w ? lane + delta : lane;
-  if (!(mask >> from & 1u)) emulated_gpu::fault("a shuffle reads a lane outside its mask");
+  if (!(mask >> from & 1u)) fault("a shuffle reads a lane outside its mask");
   std::memcpy(&value, lanes + from, sizeof value);
   return value;
+}
+
+}  // namespace emulated_gpu
+
+template <class T>
+T __shfl_down_sync(unsigned mask, T value, unsigned delta, int width = 32) {
+  const unsigned lane = emulated_gpu::lane();
+  const unsigned w = static_cast<unsigned>(width);
+  return emulated_gpu::shuffle(mask, value, lane % w + delta < w ? lane + delta : lane);
+}
+template <class T>
+T __shfl_xor_sync(unsigned mask, T value, int other) {
+  return emulated_gpu::shuffle(mask, value, emulated_gpu::lane() ^ static_cast<unsigned>(other));
 }
 
 // A block's kernels do not run at the same time as another's, and threads give way to each other

@@ -13,14 +13,16 @@
 namespace namespace_ratseg {
 
 inline ::dim3 native(const dim3& d) { return {d.x, d.y, d.z}; }
+inline ::cudaStream_t native(cudaStream_t stream) { return static_cast<::cudaStream_t>(stream); }
 
 // Where and how a kernel is launched. Null is the current device's own stream.
 struct CudaLaunch {
   CudaLaunch(::dim3 grid_, ::dim3 block_, std::size_t sharedBytes_ = 0,
              ::cudaStream_t stream_ = nullptr)
       : grid(grid_), block(block_), sharedBytes(sharedBytes_), stream(stream_) {}
-  CudaLaunch(const LaunchShape& shape, ::cudaStream_t stream_ = nullptr)
-      : CudaLaunch(native(shape.grid), native(shape.block), shape.sharedBytes, stream_) {}
+  CudaLaunch(const LaunchShape& shape)
+      : CudaLaunch(native(shape.grid), native(shape.block), shape.sharedBytes,
+                   native(shape.stream)) {}
 
   ::dim3 grid, block;
   std::size_t sharedBytes;

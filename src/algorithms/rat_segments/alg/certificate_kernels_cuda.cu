@@ -4,20 +4,13 @@
 
 #include "algorithms/rat_segments/alg/certificate_launch.h"
 #include "device/cuda/cuda_launch.h"
+#include "device/cuda/warp.h"
 
 namespace namespace_ratseg {
 
 namespace {
 
-constexpr unsigned kWarp = 32;
-constexpr unsigned kAll = 0xffffffffu;
 constexpr unsigned kMostWarps = 32;
-
-// The sum over the warp, in lane 0.
-__device__ double warpSum(double value) {
-  for (unsigned k = kWarp / 2; k > 0; k /= 2) value += __shfl_down_sync(kAll, value, k);
-  return value;
-}
 
 // sums[k] = the sum over the block of each thread's terms[k].
 __device__ void blockSums(double* sums, const double* terms) {

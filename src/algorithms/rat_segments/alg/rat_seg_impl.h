@@ -131,6 +131,11 @@ class RatSegImpl {
   void broadcastGamma();
   void updateShares(float tau, float sigma);
   void updateSharesExactly(float step);
+  // What the exact step of the shares works on: n floats each, on device 0.
+  struct ShareArrays {
+    float *a_before, *gamma_before, *a, *a_bar, *gamma, *alpha, *beta, *sum_u;
+  };
+  void launchExactShares(cudaStream_t stream, const ShareArrays& s, float step);
   void primalStepOfLabeling(float tau);
   void printReport(Report& report);
   LaunchShape perLabel() const;

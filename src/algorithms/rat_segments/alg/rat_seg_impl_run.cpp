@@ -245,23 +245,29 @@ bool RatSegImpl::accelerates() const {
          par.kind_prior != Params::kind_prior_lowerBound;
 }
 
-// On device 0: a, gamma, alpha and beta from the sums and gamma, gamma's step being step; gamma is
-// sent to all devices.
-void RatSegImpl::updateSharesExactly(float step) {
-  constexpr LaunchShape kOneThread = {{1, 1, 1}, {1, 1, 1}, 0};
-  gpudata& g = arrays[0];
+// a, gamma, alpha and beta from the sums and gamma, gamma's step being step, on a queue of device
+// 0, which is selected.
+void RatSegImpl::launchExactShares(cudaStream_t stream, const ShareArrays& s, float step) {
+  const LaunchShape oneWarp = {{1, 1, 1}, {32, 1, 1}, 0, stream};
+  const gpudata& g = arrays[0];
   const std::size_t Np = par.w * par.h;
-  select(0, kRunLines + __LINE__);
   if (par.kind_prior == Params::kind_prior_upperBound) {
-    constAlpha = static_cast<float>(Np);
-    ratSegKernels().ratseg_exact_shares(kOneThread, g.a, g.a_bar, g.gamma, g.alpha, g.beta, g.sum_u,
-                                        Np, par.mu, par.eps, g.ratios, g.sigmas, ind_bgr, step,
-                                        par.n);
+    ratSegKernels().ratseg_exact_shares(oneWarp, s.a, s.a_bar, s.gamma, s.alpha, s.beta, s.a_before,
+                                        s.gamma_before, s.sum_u, Np, par.mu, par.eps, g.ratios,
+                                        g.sigmas, ind_bgr, step, par.n);
   } else {
-    constAlpha = 1.0f;
-    ratSegKernels().ratseg_free_shares(kOneThread, g.a, g.a_bar, g.gamma, g.sum_u, Np, par.n);
+    ratSegKernels().ratseg_free_shares(oneWarp, s.a, s.a_bar, s.gamma, s.sum_u, Np, par.n);
   }
   check(kRunLines + __LINE__);
+}
+
+// On device 0: the exact step; gamma is sent to all devices.
+void RatSegImpl::updateSharesExactly(float step) {
+  const gpudata& g = arrays[0];
+  const bool scaled = par.kind_prior == Params::kind_prior_upperBound;
+  constAlpha = scaled ? static_cast<float>(par.w * par.h) : 1.0f;
+  select(0, kRunLines + __LINE__);
+  launchExactShares(nullptr, {g.a, g.gamma, g.a, g.a_bar, g.gamma, g.alpha, g.beta, g.sum_u}, step);
   broadcastGamma();
 }
 

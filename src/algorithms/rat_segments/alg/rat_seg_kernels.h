@@ -78,11 +78,13 @@ class RatSegKernels {
                                          std::size_t ind_bgr, float theta_bar, float dt,
                                          std::size_t n) = 0;
 
-  // All labels at once; shape is one block of one thread.
+  // All labels at once; shape is one block of 32 threads. The shares and gamma before the step may
+  // be a and gamma.
   virtual void ratseg_exact_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
-                                   float* alpha, float* beta, float* sum_u, std::size_t NOmega,
-                                   float mu, float eps, float* ratios, float* sigmas,
-                                   std::size_t ind_bgr, float step, std::size_t n) = 0;
+                                   float* alpha, float* beta, float* a_before, float* gamma_before,
+                                   float* sum_u, std::size_t NOmega, float mu, float eps,
+                                   float* ratios, float* sigmas, std::size_t ind_bgr, float step,
+                                   std::size_t n) = 0;
   virtual void ratseg_free_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
                                   float* sum_u, std::size_t NOmega, std::size_t n) = 0;
 };

@@ -8,6 +8,7 @@
 #include "algorithms/rat_segments/alg/rat_seg_kernels.h"
 #include "algorithms/rat_segments/alg/share_step.h"
 #include "device/cuda/cuda_launch.h"
+#include "device/cuda/warp.h"
 
 namespace namespace_ratseg {
 
@@ -190,18 +191,16 @@ __global__ void ratseg_prim_a__upperBound(float* a, float* a_bar, float* gamma, 
 }
 
 __global__ void ratseg_exact_shares(float* a, float* a_bar, float* gamma, float* alpha, float* beta,
-                                    float* sum_u, std::size_t NOmega, float mu, float eps,
-                                    float* ratios, float* sigmas, std::size_t ind_bgr, float step,
-                                    std::size_t n) {
-  if (labelOfThread() != 0) return;
-  tile::ratseg_exact_shares(a, a_bar, gamma, alpha, beta, sum_u, NOmega, mu, eps, ratios, sigmas,
-                            ind_bgr, step, n);
+                                    float* a_before, float* gamma_before, float* sum_u,
+                                    std::size_t NOmega, float mu, float eps, float* ratios,
+                                    float* sigmas, std::size_t ind_bgr, float step, std::size_t n) {
+  tile::ratseg_exact_shares(a, a_bar, gamma, alpha, beta, a_before, gamma_before, sum_u, NOmega, mu,
+                            eps, ratios, sigmas, ind_bgr, step, n, WarpLanes());
 }
 
 __global__ void ratseg_free_shares(float* a, float* a_bar, float* gamma, float* sum_u,
                                    std::size_t NOmega, std::size_t n) {
-  if (labelOfThread() != 0) return;
-  tile::ratseg_free_shares(a, a_bar, gamma, sum_u, NOmega, n);
+  tile::ratseg_free_shares(a, a_bar, gamma, sum_u, NOmega, n, WarpLanes());
 }
 
 }  // namespace kernel
@@ -321,11 +320,11 @@ class CudaRatSegKernels final : public RatSegKernels {
   }
 
   void ratseg_exact_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
-                           float* alpha, float* beta, float* sum_u, std::size_t NOmega, float mu,
-                           float eps, float* ratios, float* sigmas, std::size_t ind_bgr, float step,
-                           std::size_t n) override {
-    launch(kernel::ratseg_exact_shares, shape, a, a_bar, gamma, alpha, beta, sum_u, NOmega, mu, eps,
-           ratios, sigmas, ind_bgr, step, n);
+                           float* alpha, float* beta, float* a_before, float* gamma_before,
+                           float* sum_u, std::size_t NOmega, float mu, float eps, float* ratios,
+                           float* sigmas, std::size_t ind_bgr, float step, std::size_t n) override {
+    launch(kernel::ratseg_exact_shares, shape, a, a_bar, gamma, alpha, beta, a_before, gamma_before,
+           sum_u, NOmega, mu, eps, ratios, sigmas, ind_bgr, step, n);
   }
 
   void ratseg_free_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,

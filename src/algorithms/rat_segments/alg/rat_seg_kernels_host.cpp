@@ -190,12 +190,12 @@ class HostRatSegKernels final : public RatSegKernels {
   }
 
   void ratseg_exact_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
-                           float* alpha, float* beta, float* sum_u, std::size_t NOmega, float mu,
-                           float eps, float* ratios, float* sigmas, std::size_t ind_bgr, float step,
-                           std::size_t n) override {
+                           float* alpha, float* beta, float* a_before, float* gamma_before,
+                           float* sum_u, std::size_t NOmega, float mu, float eps, float* ratios,
+                           float* sigmas, std::size_t ind_bgr, float step, std::size_t n) override {
     if (!admitHostLaunch("ratseg_exact_shares", shape)) return;
-    tile::ratseg_exact_shares(a, a_bar, gamma, alpha, beta, sum_u, NOmega, mu, eps, ratios, sigmas,
-                              ind_bgr, step, n);
+    tile::ratseg_exact_shares(a, a_bar, gamma, alpha, beta, a_before, gamma_before, sum_u, NOmega,
+                              mu, eps, ratios, sigmas, ind_bgr, step, n);
   }
 
   void ratseg_free_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,

@@ -48,36 +48,46 @@ RATSEG_HD inline double shareTarget(const ShareStepInput& in, const float* gamma
   return static_cast<double>(in.sum_u[i]) / in.pixels - static_cast<double>(gamma[i]) / in.step;
 }
 
+// How the labels are shared out: lane takes the labels lane, lane + lanes, ..., and sum() gives all
+// lanes the sum of their values, the same to the bit. This is all labels in one thread.
+struct OneLane {
+  std::size_t lane = 0, lanes = 1;
+  RATSEG_HD double sum(double value) const { return value; }
+};
+
 // First and second derivative, by the foreground's share B, of the least value over a of
 //   prior(a)/N + step/2 |a - q|^2,   a_b = 1 - B
 struct ShareSlopes {
   double first, second;
 };
+template <class Lanes>
 RATSEG_HD inline ShareSlopes shareSlopes(const ShareStepInput& in, const float* gamma,
-                                         double barrier, double B) {
+                                         double barrier, double B, const Lanes& lanes) {
   const double S = in.step / 2.0;
-  ShareSlopes h = {2.0 * S * (B - (1.0 - shareTarget(in, gamma, in.ind_bgr))), 2.0 * S};
-  if (barrier > 0.0) {
-    h.first -= barrier / (B * B);
-    h.second += 2.0 * barrier / (B * B * B);
-  }
-  for (std::size_t i = 0; i < in.n; ++i) {
+  ShareSlopes labels = {0.0, 0.0};
+  for (std::size_t i = lanes.lane; i < in.n; i += lanes.lanes) {
     if (i == in.ind_bgr) continue;
     const double r = static_cast<double>(in.ratios[i]);
     const double q = shareTarget(in, gamma, i);
     const double d = r * B - q;
     const SharePull p = sharePull(shareWidth(in, i), S, B);
     const double slope = p.pull * r + p.decay * q;  // of the label's share
-    h.first += S * p.pull * d * (2.0 * r - p.decay * d);
-    h.second += 2.0 * S * p.pull * slope * slope;
+    labels.first += S * p.pull * d * (2.0 * r - p.decay * d);
+    labels.second += 2.0 * S * p.pull * slope * slope;
   }
-  return h;
+  ShareSlopes h = {2.0 * S * (B - (1.0 - shareTarget(in, gamma, in.ind_bgr))), 2.0 * S};
+  if (barrier > 0.0) {
+    h.first -= barrier / (B * B);
+    h.second += 2.0 * barrier / (B * B * B);
+  }
+  return {h.first + lanes.sum(labels.first), h.second + lanes.sum(labels.second)};
 }
 
 // The B >= 0 of the least value: where the first slope, which grows with B, is 0, or next to 0
 // where it is positive for all B. Newton's method within a bracket, from the value before.
+template <class Lanes>
 RATSEG_HD inline double shareOfForeground(const ShareStepInput& in, const float* gamma,
-                                          double before) {
+                                          double before, const Lanes& lanes) {
   constexpr int kMostSteps = 200;
   constexpr double kTolerance = 1e-10;
   constexpr double kLeastStart = 1e-6;
@@ -86,7 +96,7 @@ RATSEG_HD inline double shareOfForeground(const ShareStepInput& in, const float*
   double lo = 0.0;
   double hi = DBL_MAX;
   for (int k = 0; k < kMostSteps; ++k) {
-    const ShareSlopes h = shareSlopes(in, gamma, barrier, B);
+    const ShareSlopes h = shareSlopes(in, gamma, barrier, B, lanes);
     (h.first < 0.0 ? lo : hi) = B;
     double next = B - h.first / h.second;
     if (!(next > lo && next < hi)) next = hi < DBL_MAX ? (lo + hi) / 2.0 : 2.0 * B;
@@ -98,9 +108,11 @@ RATSEG_HD inline double shareOfForeground(const ShareStepInput& in, const float*
 }
 
 // Without a prior: a = m, and gamma = 0.
+template <class Lanes = OneLane>
 RATSEG_HD inline void ratseg_free_shares(float* a, float* a_bar, float* gamma, const float* sum_u,
-                                         std::size_t NOmega, std::size_t n) {
-  for (std::size_t i = 0; i < n; ++i) {
+                                         std::size_t NOmega, std::size_t n,
+                                         const Lanes& lanes = {}) {
+  for (std::size_t i = lanes.lane; i < n; i += lanes.lanes) {
     a[i] = a_bar[i] = sum_u[i] / static_cast<float>(NOmega);
     gamma[i] = 0.0f;
   }
@@ -109,17 +121,22 @@ RATSEG_HD inline void ratseg_free_shares(float* a, float* a_bar, float* gamma, c
 // The upper bound's step of all labels at once, with m_i = sum_u_i / NOmega:
 //   a <- argmin over a of  prior(a)/NOmega + step/2 |a - (m - gamma/step)|^2
 //   gamma <- gamma + step (a - m);  alpha = -gamma and beta the least that goes with it
+// a_before and gamma_before are those before the step, and may be a and gamma.
+template <class Lanes = OneLane>
 RATSEG_HD inline void ratseg_exact_shares(float* a, float* a_bar, float* gamma, float* alpha,
-                                          float* beta, const float* sum_u, std::size_t NOmega,
-                                          float mu, float eps, const float* ratios,
-                                          const float* sigmas, std::size_t ind_bgr, float step,
-                                          std::size_t n) {
+                                          float* beta, const float* a_before,
+                                          const float* gamma_before, const float* sum_u,
+                                          std::size_t NOmega, float mu, float eps,
+                                          const float* ratios, const float* sigmas,
+                                          std::size_t ind_bgr, float step, std::size_t n,
+                                          const Lanes& lanes = {}) {
   const ShareStepInput in = {
       sum_u, ratios,  sigmas, static_cast<double>(NOmega), static_cast<double>(step), mu,
       eps,   ind_bgr, n};
-  const double B = shareOfForeground(in, gamma, 1.0 - static_cast<double>(a[ind_bgr]));
-  for (std::size_t i = 0; i < n; ++i) {
-    const double q = shareTarget(in, gamma, i);
+  const double before = 1.0 - static_cast<double>(a_before[ind_bgr]);
+  const double B = shareOfForeground(in, gamma_before, before, lanes);
+  for (std::size_t i = lanes.lane; i < n; i += lanes.lanes) {
+    const double q = shareTarget(in, gamma_before, i);
     double moved = 1.0 - B - q;
     if (i != ind_bgr) {
       const double k = shareWidth(in, i);

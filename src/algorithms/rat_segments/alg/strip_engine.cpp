@@ -20,7 +20,6 @@ bool ranOutOfMemory() {
 }  // namespace
 
 bool StripEngine::canRun(const RatSegImpl& solver) {
-  if (solver.accelerates()) return false;
   for (int d = 0; d < solver.bands(); ++d) {
     cudaDeviceProp device;
     cudaGetDeviceProperties(&device, solver.dev[d]);
@@ -70,7 +69,7 @@ bool StripEngine::allocate(unsigned rows) {
     b.blocks = b.firstBlocks + stripBlocks(b.shape, par.w, g.h - first);
     b.extraU.alloc(g.NOffset);
     b.extraP.alloc(g.NOffset);
-    b.perLabel.alloc(4 * par.n);
+    b.perLabel.alloc(10 * par.n);
     b.partials.alloc(b.blocks * par.n);
     b.counter.alloc(1);
     if (ranOutOfMemory()) return false;
@@ -78,8 +77,13 @@ bool StripEngine::allocate(unsigned rows) {
     b.u = {g.u, g.u_bar, b.extraU};
     b.p = {g.p, b.extraP};
     float* values = b.perLabel;
-    b.gamma = {values, values + par.n};
-    b.sum = {values + 2 * par.n, values + 3 * par.n};
+    for (std::size_t k = 0; k < 2; ++k) {
+      b.gamma[k] = values + k * par.n;
+      b.sum[k] = values + (2 + k) * par.n;
+      b.a[k] = values + (4 + k) * par.n;
+      b.alpha[k] = values + (6 + k) * par.n;
+      b.beta[k] = values + (8 + k) * par.n;
+    }
   }
   return true;
 }
@@ -100,9 +104,11 @@ void StripEngine::createQueues() {
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     Band& b = bands_[d];
     select(d);
-    cudaStreamCreate(&b.stream);
-    check(kStripLines + __LINE__);
-    for (cudaEvent_t* event : {&b.ready, &b.edge, &b.first, &b.side}) {
+    for (cudaStream_t* stream : {&b.stream, &b.side}) {
+      cudaStreamCreate(stream);
+      check(kStripLines + __LINE__);
+    }
+    for (cudaEvent_t* event : {&b.mark, &b.edge, &b.first}) {
       cudaEventCreate(event);
       check(kStripLines + __LINE__);
     }
@@ -113,7 +119,6 @@ void StripEngine::createQueues() {
 // The labeling before the start from u_bar, and gamma of the first iteration from the sums of
 // u_bar.
 void StripEngine::takeOver() {
-  const std::size_t n = solver_.par.n;
   solver_.constAlpha = constAlpha();
   solver_.computeSumU__save_on_gpu0();
   fillHaloOfU();
@@ -125,15 +130,17 @@ void StripEngine::takeOver() {
     check(kStripLines + __LINE__);
   }
   Band& b = bands_[0];
+  gpudata& g = solver_.arrays[0];
   select(0);
-  ratSegKernels().ratseg_copyGamma(solver_.perLabel(), b.gamma[1], solver_.arrays[0].gamma, n);
-  check(kStripLines + __LINE__);
-  ratSegKernels().ratseg_copyGamma(solver_.perLabel(), b.sum[0], solver_.arrays[0].sum_u, n);
-  check(kStripLines + __LINE__);
+  copyLabels(nullptr, b.gamma[1], g.gamma);
+  copyLabels(nullptr, b.sum[0], g.sum_u);
+  copyLabels(nullptr, b.a[1], g.a);
   done_ = 0;
+  enterQueues();
+  fanOut();
   nextGamma(0);
+  fanIn();
   hasArrays_ = true;
-  fork();
 }
 
 void StripEngine::handOver() {
@@ -161,12 +168,14 @@ StripEngine::~StripEngine() {
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     Band& b = bands_[d];
     select(d);
-    for (cudaEvent_t event : {b.ready, b.edge, b.first, b.side}) {
+    for (cudaEvent_t event : {b.mark, b.edge, b.first}) {
       cudaEventDestroy(event);
       check(kStripLines + __LINE__);
     }
-    cudaStreamDestroy(b.stream);
-    check(kStripLines + __LINE__);
+    for (cudaStream_t stream : {b.stream, b.side}) {
+      cudaStreamDestroy(stream);
+      check(kStripLines + __LINE__);
+    }
   }
 }
 
@@ -177,22 +186,39 @@ float StripEngine::constAlpha() const {
   return scaled ? static_cast<float>(par.w * par.h) : 1.0f;
 }
 
-// gamma of the iteration of that parity on device 0, from the other parity's and the sums; then on
-// all devices.
+LaunchShape StripEngine::perLabel(cudaStream_t stream) const {
+  LaunchShape shape = solver_.perLabel();
+  shape.stream = stream;
+  return shape;
+}
+
+// n floats on a queue of the current device.
+void StripEngine::copyLabels(cudaStream_t stream, float* to, float* from) {
+  ratSegKernels().ratseg_copyGamma(perLabel(stream), to, from, solver_.par.n);
+  check(kStripLines + __LINE__);
+}
+
+// gamma of the iteration of that parity on device 0, from the other parity's and the sums, with the
+// exact step the shares too; then gamma on all devices.
 void StripEngine::nextGamma(std::size_t parity) {
-  const Params& par = solver_.par;
-  const LaunchShape shape = solver_.perLabel();
   Band& b = bands_[0];
   select(0);
-  ratSegKernels().ratseg_copyGamma(shape, b.gamma[parity], b.gamma[1 - parity], par.n);
-  check(kStripLines + __LINE__);
-  ratSegKernels().ratseg_dual_gamma(shape, b.gamma[parity], solver_.arrays[0].a_bar, b.sum[parity],
-                                    solver_.constGamma, par.w * par.h, sigma_, par.n);
-  check(kStripLines + __LINE__);
-  for (std::size_t d = 1; d < bands_.size(); ++d) {
-    solver_.selectAfter(static_cast<int>(d), 0, kStripLines + __LINE__);
-    ratSegKernels().ratseg_copyGamma(shape, bands_[d].gamma[parity], b.gamma[parity], par.n);
+  if (solver_.accelerates()) {
+    solver_.launchExactShares(b.stream,
+                              {b.a[1 - parity], b.gamma[1 - parity], b.a[parity], b.a[parity],
+                               b.gamma[parity], b.alpha[parity], b.beta[parity], b.sum[parity]},
+                              4.0f * sigma_);
+  } else {
+    const Params& par = solver_.par;
+    copyLabels(b.stream, b.gamma[parity], b.gamma[1 - parity]);
+    ratSegKernels().ratseg_dual_gamma(perLabel(b.stream), b.gamma[parity], solver_.arrays[0].a_bar,
+                                      b.sum[parity], solver_.constGamma, par.w * par.h, sigma_,
+                                      par.n);
     check(kStripLines + __LINE__);
+  }
+  for (std::size_t d = 1; d < bands_.size(); ++d) {
+    order(0, b.stream, d, bands_[d].stream);
+    copyLabels(bands_[d].stream, bands_[d].gamma[parity], b.gamma[parity]);
   }
 }
 
@@ -206,42 +232,62 @@ void StripEngine::wait(cudaStream_t stream, cudaEvent_t event) {
   check(kStripLines + __LINE__);
 }
 
-// What the devices' own queues hold so far comes before the bands' queues.
-void StripEngine::fork() {
-  for (std::size_t d = 0; d < bands_.size(); ++d) {
-    select(d);
-    record(bands_[d].ready, nullptr);
-    wait(bands_[d].stream, bands_[d].ready);
-  }
+// What queue first of band d holds so far comes before what queue then of band e gets from now on.
+// Leaves band e's device selected.
+void StripEngine::order(std::size_t d, cudaStream_t first, std::size_t e, cudaStream_t then) {
+  select(d);
+  record(bands_[d].mark, first);
+  select(e);
+  wait(then, bands_[d].mark);
+}
+
+// What the devices' own queues hold so far comes before the bands'.
+void StripEngine::enterQueues() {
+  for (std::size_t d = 0; d < bands_.size(); ++d) order(d, nullptr, 0, bands_[0].stream);
 }
 
 // What the bands' queues hold so far comes before the devices' own.
-void StripEngine::join() {
-  for (std::size_t d = 0; d < bands_.size(); ++d) {
-    select(d);
-    record(bands_[d].side, bands_[d].stream);
-    wait(nullptr, bands_[d].side);
-  }
+void StripEngine::leaveQueues() {
+  for (std::size_t d = 0; d < bands_.size(); ++d) order(0, bands_[0].stream, d, nullptr);
+}
+
+void StripEngine::fanOut() {
+  for (std::size_t d = 1; d < bands_.size(); ++d) order(0, bands_[0].stream, d, bands_[d].stream);
+}
+
+void StripEngine::fanIn() {
+  for (std::size_t d = 1; d < bands_.size(); ++d) order(d, bands_[d].stream, 0, bands_[0].stream);
 }
 
 void StripEngine::publish() {
-  join();
+  leaveQueues();
   if (done_ > 0) {
     const std::size_t parity = (done_ - 1) % 2;
     for (std::size_t d = 0; d < bands_.size(); ++d) {
-      gpudata& g = solver_.arrays[d];
       select(d);
-      ratSegKernels().ratseg_copyGamma(solver_.perLabel(), g.gamma, bands_[d].gamma[parity],
-                                       solver_.par.n);
-      check(kStripLines + __LINE__);
-      if (d > 0) continue;
-      ratSegKernels().ratseg_copyGamma(solver_.perLabel(), g.sum_u, bands_[d].sum[parity],
-                                       solver_.par.n);
-      check(kStripLines + __LINE__);
+      copyLabels(nullptr, solver_.arrays[d].gamma, bands_[d].gamma[parity]);
     }
+    publishShares(parity);
   }
-  fork();
+  enterQueues();
 }
+
+// The sums and, where they were computed ahead, the shares of the iteration of that parity.
+void StripEngine::publishShares(std::size_t parity) {
+  gpudata& g = solver_.arrays[0];
+  Band& b = bands_[0];
+  select(0);
+  copyLabels(nullptr, g.sum_u, b.sum[parity]);
+  if (!solver_.accelerates()) return;
+  copyLabels(nullptr, g.a, b.a[parity]);
+  copyLabels(nullptr, g.a_bar, b.a[parity]);
+  if (solver_.par.kind_prior != Params::kind_prior_upperBound) return;
+  copyLabels(nullptr, g.alpha, b.alpha[parity]);
+  copyLabels(nullptr, g.beta, b.beta[parity]);
+}
+
+// Whether an iteration is one kernel.
+bool StripEngine::nextGammaInSweep() const { return bands_.size() == 1 && !solver_.accelerates(); }
 
 // All rows of a band in the coming iteration.
 StripBand StripEngine::bandRows(std::size_t d) const {
@@ -302,7 +348,7 @@ StripShares StripEngine::shares() const {
   return s;
 }
 
-// The band's sums; with one band gamma of the next iteration too.
+// The band's sums; gamma of the next iteration too where the sweep computes it.
 StripFinish StripEngine::finishOf(std::size_t d) const {
   const Band& own = bands_[d];
   const std::size_t parity = done_ % 2;
@@ -312,7 +358,7 @@ StripFinish StripEngine::finishOf(std::size_t d) const {
   f.n = static_cast<unsigned>(solver_.par.n);
   f.sum = own.sum[1 - parity];
   f.gamma = own.gamma[parity];
-  f.gammaNext = bands_.size() == 1 ? own.gamma[1 - parity] : nullptr;
+  f.gammaNext = nextGammaInSweep() ? own.gamma[1 - parity] : nullptr;
   f.a_bar = solver_.arrays[d].a_bar;
   f.constGamma = solver_.constGamma;
   f.sigma = sigma_;
@@ -330,7 +376,7 @@ std::size_t StripEngine::stepsAhead(const Params& par, std::size_t step) {
 
 void StripEngine::advance(std::size_t count) {
   const std::size_t phase = done_ % kPhases;
-  if (count == kStepsAtOnce && bands_.size() == 1 && canRecord_ && !cuda_check_isSync()) {
+  if (count == kStepsAtOnce && canRecord_ && !cuda_check_isSync()) {
     std::unique_ptr<StripReplay>& replay = replays_[phase];
     select(0);
     if (replay == nullptr) {
@@ -351,6 +397,7 @@ void StripEngine::advance(std::size_t count) {
 }
 
 void StripEngine::steps(std::size_t count) {
+  fanOut();
   for (std::size_t k = 0; k < count; ++k) {
     if (bands_.size() == 1) {
       stepOneBand();
@@ -359,32 +406,36 @@ void StripEngine::steps(std::size_t count) {
     }
     ++done_;
   }
+  fanIn();
 }
 
-// One kernel: the sweep, the shares beside it, the sums and gamma at its end.
+// One kernel: the sweep, the shares beside it, the sums and gamma at its end. The exact step of the
+// shares is one more: it would take the sweep's registers.
 void StripEngine::stepOneBand() {
   const StripShares s = shares();
   const StripFinish f = finishOf(0);
   select(0);
-  stripKernels().ratseg_strip_sweep(bands_[0].shape, bands_[0].stream, bandRows(0), &s, &f);
+  stripKernels().ratseg_strip_sweep(bands_[0].shape, bands_[0].stream, bandRows(0),
+                                    solver_.accelerates() ? nullptr : &s, &f);
   check(kStripLines + __LINE__);
+  if (!nextGammaInSweep()) nextGamma(1 - done_ % 2);
 }
 
-// Edges first, then the rows between in the devices' own queues and the exchange in the bands'.
+// Edges first, then the rows between in each band's first queue and the exchange in its second.
 void StripEngine::stepBands() {
-  fork();
+  for (std::size_t d = 0; d < bands_.size(); ++d) order(d, bands_[d].stream, d, bands_[d].side);
   for (std::size_t d = 0; d + 1 < bands_.size(); ++d) {
     Band& b = bands_[d];
     select(d);
-    stripKernels().ratseg_strip_edge(b.shape, b.stream, bandRows(d));
+    stripKernels().ratseg_strip_edge(b.shape, b.side, bandRows(d));
     check(kStripLines + __LINE__);
-    record(b.edge, b.stream);
+    record(b.edge, b.side);
   }
   sweepInside();
   exchangeP();
   sweepFirstRows();
   exchangeU();
-  join();
+  for (std::size_t d = 0; d < bands_.size(); ++d) order(d, bands_[d].side, d, bands_[d].stream);
   gatherSums();
   nextGamma(1 - done_ % 2);
 }
@@ -396,7 +447,7 @@ void StripEngine::sweepInside() {
     rows.firstBlock = bands_[d].firstBlocks;
     if (rows.rowBegin == rows.rowEnd) continue;
     select(d);
-    stripKernels().ratseg_strip_sweep(bands_[d].shape, nullptr, rows, nullptr, nullptr);
+    stripKernels().ratseg_strip_sweep(bands_[d].shape, bands_[d].stream, rows, nullptr, nullptr);
     check(kStripLines + __LINE__);
   }
 }
@@ -408,9 +459,9 @@ void StripEngine::exchangeP() {
     Band& from = bands_[d - 1];
     const std::size_t fresh = 1 - done_ % 2;
     select(d);
-    wait(to.stream, from.edge);
-    stripKernels().ratseg_strip_copyLastToFirst(
-        {solver_.grid_copy, solver_.block_copy, 0}, to.stream, to.p[fresh], from.p[fresh],
+    wait(to.side, from.edge);
+    ratSegKernels().ratseg_copyLastToFirst(
+        {solver_.grid_copy, solver_.block_copy, 0, to.side}, to.p[fresh], from.p[fresh],
         solver_.par.w, solver_.arrays[d].h, solver_.arrays[d - 1].h, solver_.par.n);
     check(kStripLines + __LINE__);
   }
@@ -423,9 +474,10 @@ void StripEngine::sweepFirstRows() {
     StripBand rows = bandRows(d);
     rows.rowEnd = b.firstRows;
     select(d);
-    stripKernels().ratseg_strip_sweep(b.shape, b.stream, rows, d == 0 ? &s : nullptr, nullptr);
+    const bool takesShares = d == 0 && !solver_.accelerates();
+    stripKernels().ratseg_strip_sweep(b.shape, b.side, rows, takesShares ? &s : nullptr, nullptr);
     check(kStripLines + __LINE__);
-    record(b.first, b.stream);
+    record(b.first, b.side);
   }
 }
 
@@ -435,9 +487,9 @@ void StripEngine::exchangeU() {
     Band& to = bands_[d];
     Band& from = bands_[d + 1];
     select(d);
-    wait(to.stream, from.first);
-    stripKernels().ratseg_strip_copyFirstToLast(
-        {solver_.grid_copy, solver_.block_copy, 0}, to.stream, to.u[next()], from.u[next()],
+    wait(to.side, from.first);
+    ratSegKernels().ratseg_copyFirstToLast(
+        {solver_.grid_copy, solver_.block_copy, 0, to.side}, to.u[next()], from.u[next()],
         solver_.par.w, solver_.arrays[d].h, solver_.arrays[d + 1].h, solver_.par.n);
     check(kStripLines + __LINE__);
   }
@@ -448,12 +500,12 @@ void StripEngine::gatherSums() {
   const std::size_t parity = 1 - done_ % 2;
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     select(d);
-    stripKernels().ratseg_strip_finish(nullptr, finishOf(d));
+    stripKernels().ratseg_strip_finish(bands_[d].stream, finishOf(d));
     check(kStripLines + __LINE__);
   }
   for (std::size_t d = 1; d < bands_.size(); ++d) {
-    solver_.selectAfter(0, static_cast<int>(d), kStripLines + __LINE__);
-    ratSegKernels().computeSumU_sumKernel(solver_.perLabel(), bands_[0].sum[parity],
+    order(d, bands_[d].stream, 0, bands_[0].stream);
+    ratSegKernels().computeSumU_sumKernel(perLabel(bands_[0].stream), bands_[0].sum[parity],
                                           bands_[d].sum[parity], solver_.par.n);
     check(kStripLines + __LINE__);
   }

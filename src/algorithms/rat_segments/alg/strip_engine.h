@@ -21,14 +21,17 @@ namespace namespace_ratseg {
 // and written to another: 20 bytes read and 12 written per pixel and label (u, the u before, p,
 // rho; u, p), and 12 bytes of memory more than the plain engine's.
 //
-// On one band the iterations are replayed as a recorded graph. On several bands each has two
-// queues: the second computes the rows that neighbours wait for and exchanges them while the first
-// is busy with the rows between.
+// Each band has two queues: the second computes the rows that neighbours wait for and exchanges
+// them while the first is busy with the rows between. Iterations are replayed as a recorded graph
+// of all bands.
+//
+// With the exact step of the shares (math.md, section 12) a second kernel takes that step, and the
+// shares of the next iteration are known beside its multipliers.
 class StripEngine {
  public:
   // Whether the bands allow the engine: peer access between all that exchange anything (without it
   // boundary rows are moved by the copy engine, whose rows differ), planes of less than 2^31
-  // elements, no more labels than a block has threads, and no exact step of the shares.
+  // elements, and no more labels than a block has threads.
   static bool canRun(const RatSegImpl& solver);
 
   // Takes the solver's arrays over until it is destroyed; null when the devices have no room for
@@ -66,14 +69,16 @@ class StripEngine {
     std::array<float2*, 2> p = {};
     std::array<float*, 2> gamma = {};
     std::array<float*, 2> sum = {};  // of u_bar that went into the gamma beside it
+    // With the exact step of the shares: those that belong to the gamma beside them.
+    std::array<float*, 2> a = {}, alpha = {}, beta = {};
     cudaarray<float> extraU, perLabel, partials, counter;
     cudaarray<float2> extraP;
     StripShape shape;
     unsigned firstRows = 0;    // that the band above waits for; 0 with one band
     unsigned firstBlocks = 0;  // of their launch
     unsigned blocks = 0;       // of all launches of an iteration
-    cudaStream_t stream = nullptr;
-    cudaEvent_t ready = nullptr, edge = nullptr, first = nullptr, side = nullptr;
+    cudaStream_t stream = nullptr, side = nullptr;
+    cudaEvent_t mark = nullptr, edge = nullptr, first = nullptr;
   };
 
   StripEngine(RatSegImpl& solver, float tau, float sigma, float theta_bar);
@@ -92,8 +97,15 @@ class StripEngine {
   void select(std::size_t d);
   void record(cudaEvent_t event, cudaStream_t stream);
   void wait(cudaStream_t stream, cudaEvent_t event);
-  void fork();
-  void join();
+  void order(std::size_t d, cudaStream_t first, std::size_t e, cudaStream_t then);
+  void enterQueues();
+  void leaveQueues();
+  void fanOut();
+  void fanIn();
+  LaunchShape perLabel(cudaStream_t stream) const;
+  bool nextGammaInSweep() const;
+  void copyLabels(cudaStream_t stream, float* to, float* from);
+  void publishShares(std::size_t parity);
 
   void steps(std::size_t count);
   void stepOneBand();
@@ -105,6 +117,7 @@ class StripEngine {
   void gatherSums();
   void nextGamma(std::size_t parity);
 
+  // Between two calls everything that is queued comes before the end of band 0's first queue.
   RatSegImpl& solver_;
   float tau_, sigma_, theta_bar_;
   std::vector<Band> bands_;

@@ -129,16 +129,6 @@ class StripKernels {
 
   virtual void ratseg_strip_finish(cudaStream_t stream, const StripFinish& finish) = 0;
 
-  // Halo rows between bands, as labeling_kernels.h has them, on a stream.
-  virtual void ratseg_strip_copyLastToFirst(const LaunchShape& shape, cudaStream_t stream,
-                                            float2* dst, float2* src, std::size_t w,
-                                            std::size_t h_dst, std::size_t h_src,
-                                            std::size_t n) = 0;
-  virtual void ratseg_strip_copyFirstToLast(const LaunchShape& shape, cudaStream_t stream,
-                                            float* dst, float* src, std::size_t w,
-                                            std::size_t h_dst, std::size_t h_src,
-                                            std::size_t n) = 0;
-
   // Records what steps() launches on the stream, without running it. Null where the device cannot
   // record; steps() has not been called then.
   virtual std::unique_ptr<StripReplay> record(cudaStream_t stream,

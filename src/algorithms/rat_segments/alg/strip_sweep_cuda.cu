@@ -2,10 +2,10 @@
 
 #include <cuda_runtime.h>
 
-#include "algorithms/rat_segments/alg/labeling_kernels.h"
 #include "algorithms/rat_segments/alg/strip_kernels.h"
 #include "algorithms/rat_segments/alg/strip_sweep.h"
 #include "device/cuda/cuda_launch.h"
+#include "device/cuda/warp.h"
 
 namespace namespace_ratseg {
 
@@ -14,8 +14,6 @@ namespace {
 constexpr unsigned kFlatThreads = 256;
 constexpr unsigned kStripThreads = 128;
 constexpr unsigned kTileThreads = 256;
-constexpr unsigned kWarp = 32;
-constexpr unsigned kAllLanes = 0xffffffffu;
 
 // Blocks of the strip kernel that a processor is to hold at a time: as many as leave each thread
 // the registers that it needs without spilling (scripts/kernel_report.py). Newer machine code takes
@@ -30,19 +28,8 @@ constexpr int blocksAtOnce(int labels, int pixels) {
   return labels >= 6 ? 3 : 4;
 }
 
-::cudaStream_t native(cudaStream_t stream) { return static_cast<::cudaStream_t>(stream); }
-
 unsigned flatGrid(std::size_t count) {
   return static_cast<unsigned>((count + kFlatThreads - 1) / kFlatThreads);
-}
-
-// The sum over a warp, in its first lane; always in the same order.
-template <class T>
-__device__ T warpSum(T value) {
-  for (int above = kWarp / 2; above > 0; above /= 2) {
-    value += __shfl_down_sync(kAllLanes, value, above);
-  }
-  return value;
 }
 
 // The shares' step, by the threads of one block.
@@ -178,20 +165,6 @@ __global__ void __launch_bounds__(kTileThreads)
 
 __global__ void ratseg_strip_finish(const StripFinish finish) { addUp(finish); }
 
-__global__ void ratseg_strip_copyLastToFirst(float2* dst, const float2* src, std::size_t w,
-                                             std::size_t h_dst, std::size_t h_src, std::size_t n) {
-  const std::size_t x = std::size_t{blockIdx.x} * blockDim.x + threadIdx.x;
-  const std::size_t i = blockIdx.y;
-  if (x < w && i < n) tile::ratseg_copyLastToFirst(dst, src, w, h_dst, h_src, x, i);
-}
-
-__global__ void ratseg_strip_copyFirstToLast(float* dst, const float* src, std::size_t w,
-                                             std::size_t h_dst, std::size_t h_src, std::size_t n) {
-  const std::size_t x = std::size_t{blockIdx.x} * blockDim.x + threadIdx.x;
-  const std::size_t i = blockIdx.y;
-  if (x < w && i < n) tile::ratseg_copyFirstToLast(dst, src, w, h_dst, h_src, x, i);
-}
-
 }  // namespace kernel
 
 // A recorded graph.
@@ -247,20 +220,6 @@ class CudaStripKernels final : public StripKernels {
 
   void ratseg_strip_finish(cudaStream_t stream, const StripFinish& finish) override {
     launch(kernel::ratseg_strip_finish, CudaLaunch(1, kTileThreads, 0, native(stream)), finish);
-  }
-
-  void ratseg_strip_copyLastToFirst(const LaunchShape& shape, cudaStream_t stream, float2* dst,
-                                    float2* src, std::size_t w, std::size_t h_dst,
-                                    std::size_t h_src, std::size_t n) override {
-    launch(kernel::ratseg_strip_copyLastToFirst, CudaLaunch(shape, native(stream)), dst, src, w,
-           h_dst, h_src, n);
-  }
-
-  void ratseg_strip_copyFirstToLast(const LaunchShape& shape, cudaStream_t stream, float* dst,
-                                    float* src, std::size_t w, std::size_t h_dst, std::size_t h_src,
-                                    std::size_t n) override {
-    launch(kernel::ratseg_strip_copyFirstToLast, CudaLaunch(shape, native(stream)), dst, src, w,
-           h_dst, h_src, n);
   }
 
   std::unique_ptr<StripReplay> record(cudaStream_t stream,

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "algorithms/rat_segments/alg/labeling_kernels.h"
 #include "algorithms/rat_segments/alg/strip_kernels.h"
 #include "algorithms/rat_segments/alg/strip_sweep.h"
 #include "device/host/host_launch.h"
@@ -108,24 +107,6 @@ class HostStripKernels final : public StripKernels {
 
   void ratseg_strip_finish(cudaStream_t, const StripFinish& finish) override {
     if (admitHostLaunch("ratseg_strip_finish", {{1, 1, 1}, {256, 1, 1}, 0})) addUp(finish);
-  }
-
-  void ratseg_strip_copyLastToFirst(const LaunchShape& shape, cudaStream_t, float2* dst,
-                                    float2* src, std::size_t w, std::size_t h_dst,
-                                    std::size_t h_src, std::size_t n) override {
-    if (!admitHostLaunch("ratseg_copyLastToFirst", shape)) return;
-    for (std::size_t k = 0; k < w * n; ++k) {
-      tile::ratseg_copyLastToFirst(dst, src, w, h_dst, h_src, k % w, k / w);
-    }
-  }
-
-  void ratseg_strip_copyFirstToLast(const LaunchShape& shape, cudaStream_t, float* dst, float* src,
-                                    std::size_t w, std::size_t h_dst, std::size_t h_src,
-                                    std::size_t n) override {
-    if (!admitHostLaunch("ratseg_copyFirstToLast", shape)) return;
-    for (std::size_t k = 0; k < w * n; ++k) {
-      tile::ratseg_copyFirstToLast(dst, src, w, h_dst, h_src, k % w, k / w);
-    }
   }
 
   std::unique_ptr<StripReplay> record(cudaStream_t, const std::function<void()>&) override {

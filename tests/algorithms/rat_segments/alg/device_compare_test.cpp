@@ -141,6 +141,18 @@ TEST_F(DeviceCompare, EveryPrior) {
   }
 }
 
+TEST_F(DeviceCompare, AcceleratedRuns) {
+  for (const bool many : {false, true}) {
+    SolverProblem p = many ? problem(21, 14, 40, 5, 300) : problem(45, 33, 3, 5, 300);
+    p.par.accelerate = true;
+    p.par.mu = 100.0f;
+    for (const int kind : {Params::kind_prior_none, Params::kind_prior_upperBound}) {
+      p.par.kind_prior = kind;
+      compare("accelerated, prior " + std::to_string(kind), p);
+    }
+  }
+}
+
 TEST_F(DeviceCompare, ForcedAndForbiddenLabels) {
   SolverProblem p = problem(41, 23, 5, 6, 200);
   for (std::size_t k = 0; k < p.rho.size(); ++k) {

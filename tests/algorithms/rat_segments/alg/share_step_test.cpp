@@ -19,7 +19,7 @@
 namespace namespace_ratseg {
 namespace {
 
-constexpr LaunchShape kOneThread = {{1, 1, 1}, {1, 1, 1}, 0};
+constexpr LaunchShape kOneWarp = {{1, 1, 1}, {32, 1, 1}};
 
 using Floats = std::vector<float>;
 
@@ -42,8 +42,8 @@ Stepped step(const Shares& s) {
   const DeviceFloats a(s.before), a_bar(Floats(n, 7.0f)), gamma(s.gamma);
   const DeviceFloats alpha(Floats(n, 7.0f)), beta(Floats(n, 7.0f));
   const DeviceFloats sum_u(sums), ratios(s.ratios), sigmas(s.sigmas);
-  ratSegKernels().ratseg_exact_shares(kOneThread, a, a_bar, gamma, alpha, beta, sum_u, s.pixels,
-                                      s.mu, s.eps, ratios, sigmas, s.ind_bgr, s.step, n);
+  ratSegKernels().ratseg_exact_shares(kOneWarp, a, a_bar, gamma, alpha, beta, a, gamma, sum_u,
+                                      s.pixels, s.mu, s.eps, ratios, sigmas, s.ind_bgr, s.step, n);
   return {a.values(), a_bar.values(), gamma.values(), alpha.values(), beta.values()};
 }
 
@@ -198,7 +198,7 @@ TEST_F(ShareStep, TheForegroundIsNeverNegative) {
 
 TEST_F(ShareStep, WithoutAPriorSharesAreTheMeansAndGammaIsZero) {
   const DeviceFloats a({7, 7, 7}), a_bar({7, 7, 7}), gamma({1, -2, 7}), sum_u({20, 60, 7});
-  ratSegKernels().ratseg_free_shares(kOneThread, a, a_bar, gamma, sum_u, 80, 2);
+  ratSegKernels().ratseg_free_shares(kOneWarp, a, a_bar, gamma, sum_u, 80, 2);
   EXPECT_EQ(a.values(), (Floats{0.25f, 0.75f, 7}));
   EXPECT_EQ(a_bar.values(), (Floats{0.25f, 0.75f, 7}));
   EXPECT_EQ(gamma.values(), (Floats{0, 0, 7}));
