@@ -15,8 +15,8 @@ inline constexpr unsigned kAllLanes = 0xffffffffu;
 
 // The sum over the warp, in its first lane; always in the same order.
 template <class T>
-__device__ inline T warpSum(T value) {
-  for (unsigned above = kWarp / 2; above > 0; above /= 2) {
+__device__ T warpSum(T value) {
+  for (int above = kWarp / 2; above > 0; above /= 2) {
     value += __shfl_down_sync(kAllLanes, value, above);
   }
   return value;

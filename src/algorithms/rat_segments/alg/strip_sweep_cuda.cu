@@ -14,6 +14,7 @@ namespace {
 constexpr unsigned kFlatThreads = 256;
 constexpr unsigned kStripThreads = 128;
 constexpr unsigned kTileThreads = 256;
+constexpr int kTileBlocks = 4;  // at a time on a processor (stripShape)
 
 // Blocks of the strip kernel that a processor is to hold at a time: as many as leave each thread
 // the registers that it needs without spilling (scripts/kernel_report.py). Newer machine code takes
@@ -123,7 +124,7 @@ __global__ void __launch_bounds__(kStripThreads, blocksAtOnce(LABELS, PX))
 
 // The same on tiles. Shared memory: the values of all labels of the block's pixels where there is
 // room for them, then the sums of each warp.
-__global__ void __launch_bounds__(kTileThreads)
+__global__ void __launch_bounds__(kTileThreads, kTileBlocks)
     ratseg_strip_tiles(const StripBand b, const StripShares shares, const StripFinish finish,
                        unsigned tileRows, bool sharedScratch) {
   float* shared = dynamicShared<float>();
