@@ -5,6 +5,8 @@
 // bands with and without peer access, weights absent or not, forced and forbidden labels, extreme
 // parameters.
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cfloat>
 #include <cstddef>
@@ -14,6 +16,7 @@
 #include <vector>
 
 #include "reference/reference_solver.h"
+#include "support/machine.h"
 #include "support/solver_problem.h"
 
 namespace namespace_ratseg {
@@ -42,6 +45,17 @@ struct Trial {
   int bands = 1;
   bool peer = true;
 };
+
+// The solver's result on a host machine of the trial's devices.
+inline SolverResult solveTrial(const Trial& t) {
+  const HostMachine machine(hostConfig(t.bands, t.peer));
+  std::vector<int> gpu;
+  for (int d = 0; d < t.bands; ++d) gpu.push_back(d);
+  testing::internal::CaptureStdout();
+  const SolverResult result = solve(t.problem, gpu);
+  testing::internal::GetCapturedStdout();
+  return result;
+}
 
 inline std::string describe(const Trial& t) {
   const Params& p = t.problem.par;

@@ -17,13 +17,7 @@ namespace {
 
 // Largest |difference| of the labelings after the trial's steps.
 double largestDifference(const Trial& t) {
-  const HostMachine machine(hostConfig(t.bands, t.peer));
-  std::vector<int> gpu;
-  for (int d = 0; d < t.bands; ++d) gpu.push_back(d);
-  testing::internal::CaptureStdout();
-  const SolverResult result = solve(t.problem, gpu);
-  testing::internal::GetCapturedStdout();
-
+  const SolverResult result = solveTrial(t);
   ReferenceSolver reference(referenceProblem(t));
   reference.run(t.problem.par.Nsteps);
   const std::vector<double> u = reference.u();
