@@ -40,7 +40,7 @@ struct Device {
 class Machine {
  public:
   Machine()
-      : count_(setting("RATSEG_EMULATED_GPUS", 1)),
+      : count_(setting("RATSEG_EMULATED_GPUS", 0)),
         peer_(setting("RATSEG_EMULATED_PEER", 1) != 0),
         memory(count_, static_cast<std::size_t>(setting("RATSEG_EMULATED_MEMORY", 1024)) << 20),
         queues(count_,
