@@ -25,6 +25,12 @@ elseif(NOT RATSEG_CUDA STREQUAL "OFF")
   endif()
 endif()
 
+# How files with CUDA kernels are compiled for the emulated GPU. A misaligned address, or an index beyond
+# an array whose length the compiler knows, ends the program with its line.
+set(ratseg_emulated_checks -fsanitize=alignment,bounds)
+set(ratseg_emulated_options
+  -xc++ -Wno-unknown-pragmas -fno-extern-tls-init ${ratseg_emulated_checks} -fno-sanitize-recover=all)
+
 # ratseg_cuda_sources(TARGET file.cu...): adds CUDA files to a target.
 function(ratseg_cuda_sources target)
   target_sources(${target} PRIVATE ${ARGN})
@@ -32,7 +38,7 @@ function(ratseg_cuda_sources target)
     # What headers define for GPUs and for the host in different ways has a name of its own for each.
     set_source_files_properties(${ARGN} PROPERTIES
       LANGUAGE CXX
-      COMPILE_OPTIONS "-xc++;-Wno-unknown-pragmas;-fno-extern-tls-init"
+      COMPILE_OPTIONS "${ratseg_emulated_options}"
       COMPILE_DEFINITIONS "__CUDACC__;__CUDA_ARCH__=900;tile=gpu_tile;compiledArch=gpuCompiledArch")
   endif()
 endfunction()

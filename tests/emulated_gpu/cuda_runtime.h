@@ -10,6 +10,9 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <source_location>
+#include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "threads.h"
@@ -42,6 +45,7 @@ enum cudaError_t : int {
   cudaErrorMemoryAllocation = 2,
   cudaErrorInvalidConfiguration = 9,
   cudaErrorInvalidDevicePointer = 17,
+  cudaErrorInvalidMemcpyDirection = 21,
   cudaErrorInsufficientDriver = 35,
   cudaErrorInvalidDeviceFunction = 98,
   cudaErrorNoDevice = 100,
@@ -57,7 +61,7 @@ enum cudaError_t : int {
   cudaErrorCapturedEvent = 907,
 };
 
-enum cudaMemcpyKind {
+enum cudaMemcpyKind : int {
   cudaMemcpyHostToHost = 0,
   cudaMemcpyHostToDevice = 1,
   cudaMemcpyDeviceToHost = 2,
@@ -131,16 +135,28 @@ namespace emulated_gpu {
 cudaError_t launch(const void* kernel, const cudaLaunchConfig_t& config,
                    std::function<void()> thread);
 cudaError_t setMostDynamicShared(const void* kernel, int bytes);
+// It is a fault when an aligned word of these bytes is the address of host memory.
+void refuseHostAddresses(const void* argument, std::size_t bytes);
+
+template <class T>
+void checkArgument(T value) {
+  static_assert(std::is_trivially_copyable_v<T>, "a kernel gets its arguments as bytes");
+  if constexpr (sizeof(T) >= sizeof(void*)) {
+    __builtin_clear_padding(&value);
+    refuseHostAddresses(&value, sizeof value);
+  }
+}
 }  // namespace emulated_gpu
 
 template <class... P, class... A>
 cudaError_t cudaLaunchKernelEx(const cudaLaunchConfig_t* config, void (*kernel)(P...),
                                A&&... args) {
-  return emulated_gpu::launch(
-      reinterpret_cast<const void*>(kernel), *config,
-      [kernel, values = std::tuple<std::remove_const_t<P>...>(std::forward<A>(args)...)] {
-        std::apply(kernel, values);
-      });
+  static_assert((!std::is_reference_v<P> && ...), "a kernel cannot take references");
+  static_assert((sizeof(P) + ... + 0) <= 4096, "a kernel's arguments have 4 KiB");
+  const std::tuple<std::remove_const_t<P>...> values(std::forward<A>(args)...);
+  std::apply([](const auto&... value) { (emulated_gpu::checkArgument(value), ...); }, values);
+  return emulated_gpu::launch(reinterpret_cast<const void*>(kernel), *config,
+                              [kernel, values] { std::apply(kernel, values); });
 }
 
 template <class... P>
@@ -152,7 +168,9 @@ cudaError_t cudaFuncSetAttribute(void (*kernel)(P...), cudaFuncAttribute, int va
 
 inline thread_local emulated_gpu::Index threadIdx, blockIdx, blockDim, gridDim;
 
-inline void __syncthreads() { emulated_gpu::waitForBlock(); }
+inline void __syncthreads(std::source_location here = std::source_location::current()) {
+  emulated_gpu::waitForBlock(here);
+}
 inline void __syncwarp(unsigned mask = 0xffffffffu) {
   emulated_gpu::exchangeInWarp(mask, nullptr, 0);
 }
@@ -163,7 +181,7 @@ namespace emulated_gpu {
 // The value of a lane of the mask.
 template <class T>
 T shuffle(unsigned mask, T value, unsigned from) {
-  static_assert(sizeof(T) <= 8);
+  static_assert(std::is_arithmetic_v<T> && (sizeof(T) == 4 || sizeof(T) == 8));
   const auto* lanes =
       static_cast<const std::uint64_t*>(emulated_gpu::exchangeInWarp(mask, &value, sizeof value));
   if (!(mask >> from & 1u)) fault("a shuffle reads a lane outside its mask");
@@ -175,12 +193,16 @@ T shuffle(unsigned mask, T value, unsigned from) {
 
 template <class T>
 T __shfl_down_sync(unsigned mask, T value, unsigned delta, int width = 32) {
+  if (width < 1 || width > 32 || (width & (width - 1)) != 0 || delta > 31) {
+    emulated_gpu::fault("a shuffle's width is no power of two up to 32, or its distance beyond 31");
+  }
   const unsigned lane = emulated_gpu::lane();
   const unsigned w = static_cast<unsigned>(width);
   return emulated_gpu::shuffle(mask, value, lane % w + delta < w ? lane + delta : lane);
 }
 template <class T>
 T __shfl_xor_sync(unsigned mask, T value, int other) {
+  if (other < 0 || other > 31) emulated_gpu::fault("a shuffle's distance is beyond 31");
   return emulated_gpu::shuffle(mask, value, emulated_gpu::lane() ^ static_cast<unsigned>(other));
 }
 

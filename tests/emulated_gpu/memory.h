@@ -3,7 +3,8 @@
 
 // The memory of the emulated GPUs. A program that touches it where a GPU's program could not dies
 // with a segmentation fault: on the host outside of the runtime's calls, on a device without peer
-// access, beyond an allocation's ends, after it was freed. It holds NaN when it is new.
+// access, beyond an allocation's ends, after it was freed. What it writes beyond the ends on the
+// same page is noticed when the allocation is freed. Memory holds NaN when it is new.
 
 #include <cstddef>
 #include <map>
@@ -26,6 +27,8 @@ class Memory {
   // Whether all these bytes lie within one allocation, and of which device it is (-1: none).
   bool contains(const void* p, std::size_t bytes) const;
   int deviceOf(const void* p) const;
+  // Whether it is, was or could become an address of a device's memory.
+  bool isDeviceAddress(const void* p) const;
 
   // From now on the memory of these devices, and no other's, can be touched.
   void open(const std::vector<bool>& devices);
@@ -46,6 +49,8 @@ class Memory {
   };
 
   static void protect(const Block& block, bool open);
+  static void fillAround(const char* p, const Block& block);
+  static bool isUntouchedAround(const char* p, const Block& block);
 
   std::size_t most_;
   std::vector<Device> devices_;

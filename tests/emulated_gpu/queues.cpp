@@ -11,7 +11,7 @@ namespace emulated_gpu {
 namespace {
 
 constexpr std::size_t kMostUnfinished = 1000;  // beyond it a GPU's driver makes the host wait, too
-constexpr std::size_t kStayWithFavourite = 8;  // pieces of work, on average
+constexpr std::size_t kMostAhead = 16;         // pieces of work that a stream runs ahead
 
 }  // namespace
 
@@ -38,6 +38,7 @@ void Queues::appendGraph(Stream& stream, const GraphExec& graph) {
     }
     nodes.push_back(add(stream, node.device, node.run, before));
   }
+  if (!nodes.empty()) stream.before.clear();
   for (std::size_t k = 0; k < nodes.size(); ++k) {
     if (isLeaf[k]) stream.before.push_back(nodes[k]);
   }
@@ -45,9 +46,12 @@ void Queues::appendGraph(Stream& stream, const GraphExec& graph) {
 
 WorkPtr Queues::add(const Stream& stream, int device, std::function<void()> run,
                     const std::vector<WorkPtr>& before) {
-  while (std::accumulate(unfinished_.begin(), unfinished_.end(), std::size_t{0}) >=
-         kMostUnfinished) {
-    runOne();
+  const auto unfinished = [this] {
+    return std::accumulate(unfinished_.begin(), unfinished_.end(), std::size_t{0});
+  };
+  if (unfinished() >= kMostUnfinished) {
+    while (unfinished() > kMostUnfinished / 2) runOne();
+    letHostGoOn();
   }
   auto work = std::make_shared<Work>();
   work->device = device;
@@ -82,15 +86,25 @@ void Queues::end(Work& work) {
   for (const WorkPtr& mark : marks) end(*mark);
 }
 
+// Half of the choices are for one piece of work, half for a stream that gets ahead of the others.
 std::size_t Queues::choose() {
-  if (anyOf(kStayWithFavourite) > 0) {
-    for (std::size_t k = 0; k < ready_.size(); ++k) {
-      if (ready_[k]->stream == favourite_) return k;
-    }
+  std::vector<std::size_t> ofFavourite;
+  for (std::size_t k = 0; ahead_ > 0 && k < ready_.size(); ++k) {
+    if (ready_[k]->stream == favourite_) ofFavourite.push_back(k);
+  }
+  if (!ofFavourite.empty()) {
+    --ahead_;
+    return ofFavourite[anyOf(ofFavourite.size())];
   }
   const std::size_t k = anyOf(ready_.size());
   favourite_ = ready_[k]->stream;
+  ahead_ = anyOf(2) == 0 ? 0 : anyOf(kMostAhead);
   return k;
+}
+
+void Queues::letHostGoOn() {
+  ahead_ = 0;
+  stop_();
 }
 
 void Queues::runOne() {
@@ -105,14 +119,12 @@ void Queues::runOne() {
 
 void Queues::finish(const WorkPtr& work) {
   while (!work->done) runOne();
+  letHostGoOn();
 }
 
 void Queues::finishDevice(int device) {
   while (unfinished_[static_cast<std::size_t>(device)] > 0) runOne();
-}
-
-void Queues::finishAll() {
-  for (std::size_t d = 0; d < unfinished_.size(); ++d) finishDevice(static_cast<int>(d));
+  letHostGoOn();
 }
 
 }  // namespace emulated_gpu

@@ -61,13 +61,16 @@ class Event {
   // Recorded on a captured stream: that graph's nodes before it.
   Graph* graph = nullptr;
   std::vector<std::size_t> nodesBefore;
+  bool wasCaptured = false;  // and not recorded since the capture ended
 };
 
 class Queues {
  public:
-  // start(device) is called before a device's work runs.
-  Queues(int devices, std::function<void(int)> start)
-      : start_(std::move(start)), unfinished_(static_cast<std::size_t>(devices)) {}
+  // start(device) is called before a device's work runs, and stop() before the host goes on.
+  Queues(int devices, std::function<void(int)> start, std::function<void()> stop)
+      : start_(std::move(start)),
+        stop_(std::move(stop)),
+        unfinished_(static_cast<std::size_t>(devices)) {}
 
   // Appends work to a stream, or a node to the graph that it is captured into. Empty work is a
   // mark.
@@ -76,7 +79,6 @@ class Queues {
 
   void finish(const WorkPtr& work);
   void finishDevice(int device);
-  void finishAll();
 
  private:
   WorkPtr add(const Stream& stream, int device, std::function<void()> run,
@@ -84,11 +86,14 @@ class Queues {
   void runOne();
   void end(Work& work);
   std::size_t choose();
+  void letHostGoOn();
 
   std::function<void(int)> start_;
+  std::function<void()> stop_;
   std::vector<WorkPtr> ready_;           // in no order
   std::vector<std::size_t> unfinished_;  // pieces of work by device
-  const Stream* favourite_ = nullptr;    // runs ahead of the others for a while
+  const Stream* favourite_ = nullptr;    // runs ahead of the others
+  std::size_t ahead_ = 0;                // for so many pieces more
 };
 
 }  // namespace emulated_gpu

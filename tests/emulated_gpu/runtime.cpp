@@ -1,6 +1,10 @@
 // The calls of the emulated runtime.
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -37,14 +41,34 @@ struct Device {
   std::map<const void*, std::size_t> mostDynamicShared;
 };
 
+// What the program has a handle of. A handle that has ended is never given out again, so that its
+// later use is noticed.
+template <class T>
+class Handles {
+ public:
+  T* add(std::unique_ptr<T> made) {
+    all_.push_back(std::move(made));
+    alive_.insert(all_.back().get());
+    return all_.back().get();
+  }
+  bool has(T* handle) const { return alive_.contains(handle); }
+  bool end(T* handle) { return alive_.erase(handle) != 0; }
+  const std::set<T*>& alive() const { return alive_; }
+
+ private:
+  std::vector<std::unique_ptr<T>> all_;
+  std::set<T*> alive_;
+};
+
 class Machine {
  public:
   Machine()
       : count_(setting("RATSEG_EMULATED_GPUS", 0)),
         peer_(setting("RATSEG_EMULATED_PEER", 1) != 0),
         memory(count_, static_cast<std::size_t>(setting("RATSEG_EMULATED_MEMORY", 1024)) << 20),
-        queues(count_,
-               [this](int d) { memory.open(devices[static_cast<std::size_t>(d)].reaches); }) {
+        queues(
+            count_, [this](int d) { memory.open(devices[static_cast<std::size_t>(d)].reaches); },
+            [this] { memory.close(); }) {
     for (int d = 0; d < count_; ++d) {
       devices.emplace_back(d);
       devices.back().reaches.assign(static_cast<std::size_t>(count_), false);
@@ -61,7 +85,11 @@ class Machine {
   bool peer() const { return peer_; }
   int count() const { return count_; }
   Device& now() { return devices[static_cast<std::size_t>(current)]; }
-  Stream& stream(cudaStream_t s) { return s != nullptr ? *s : now().own; }
+  // Null when there is no such stream.
+  Stream* stream(cudaStream_t s) {
+    if (s == nullptr) return count_ > 0 ? &now().own : nullptr;
+    return streams.has(s) ? s : nullptr;
+  }
 
   // A call that must not come while this thread captures a stream.
   bool breaksCapture() {
@@ -78,8 +106,10 @@ class Machine {
   Memory memory;
   Queues queues;
   std::vector<Device> devices;
-  std::set<Stream*> streams;
-  std::set<Event*> events;
+  Handles<Stream> streams;
+  Handles<Event> events;
+  Handles<Graph> graphs;
+  Handles<GraphExec> graphExecs;
   int current = 0;
   Graph* capture = nullptr;
   cudaError_t pending = cudaSuccess;
@@ -97,7 +127,6 @@ cudaError_t runNow(std::function<void()> run) {
   Machine& m = machine();
   const WorkPtr work = m.queues.append(m.now().own, std::move(run));
   m.queues.finish(work);
-  m.memory.close();
   return cudaSuccess;
 }
 
@@ -110,7 +139,8 @@ cudaError_t launch(const void* kernel, const cudaLaunchConfig_t& config,
   const dim3& grid = config.gridDim;
   const dim3& block = config.blockDim;
   const std::size_t threads = std::size_t{block.x} * block.y * block.z;
-  if (threads == 0 || threads > kMostThreads || block.z > 64) {
+  if (threads == 0 || block.x > kMostThreads || block.y > kMostThreads || block.z > 64 ||
+      threads > kMostThreads) {
     return result(cudaErrorInvalidConfiguration);
   }
   if (grid.x == 0 || grid.x > 0x7fffffffu || grid.y == 0 || grid.y > kMostRowsOfGrid ||
@@ -122,22 +152,42 @@ cudaError_t launch(const void* kernel, const cudaLaunchConfig_t& config,
       (most != m.now().mostDynamicShared.end() ? most->second : kShared)) {
     return result(cudaErrorInvalidValue);
   }
-  Stream& stream = m.stream(config.stream);
-  if (stream.device != m.current) return result(cudaErrorInvalidResourceHandle);
+  Stream* stream = m.stream(config.stream);
+  if (stream == nullptr || stream->device != m.current) {
+    return result(cudaErrorInvalidResourceHandle);
+  }
   const Index g = {grid.x, grid.y, grid.z};
   const Index b = {block.x, block.y, block.z};
-  m.queues.append(stream, [g, b, shared = config.dynamicSmemBytes, thread = std::move(thread)] {
+  m.queues.append(*stream, [g, b, shared = config.dynamicSmemBytes, thread = std::move(thread)] {
     runGrid(g, b, shared, thread);
   });
   return cudaSuccess;
 }
 
 cudaError_t setMostDynamicShared(const void* kernel, int bytes) {
+  if (machine().count() == 0) return result(cudaErrorNoDevice);
   if (bytes < 0 || static_cast<std::size_t>(bytes) > kSharedOptin) {
     return result(cudaErrorInvalidValue);
   }
   machine().now().mostDynamicShared[kernel] = static_cast<std::size_t>(bytes);
   return cudaSuccess;
+}
+
+// Neither sizes nor numbers look like an address that something lies at.
+void refuseHostAddresses(const void* argument, std::size_t bytes) {
+  static const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  constexpr std::uintptr_t kLowest = std::uintptr_t{1} << 32;
+  constexpr std::uintptr_t kHighest = std::uintptr_t{1} << 47;
+  const auto* from = static_cast<const char*>(argument);
+  for (std::size_t k = 0; k + sizeof(std::uintptr_t) <= bytes; k += sizeof(std::uintptr_t)) {
+    std::uintptr_t word = 0;
+    std::memcpy(&word, from + k, sizeof word);
+    auto* p = reinterpret_cast<char*>(word);
+    if (word < kLowest || word >= kHighest || machine().memory.isDeviceAddress(p)) continue;
+    unsigned char isResident = 0;
+    const bool exists = mincore(p - word % page, 1, &isResident) == 0;
+    if (exists) fault("a kernel is given the address of host memory");
+  }
 }
 
 }  // namespace emulated_gpu
@@ -194,11 +244,11 @@ cudaError_t cudaMalloc(void** ptr, std::size_t bytes) {
 
 cudaError_t cudaFree(void* ptr) {
   Machine& m = machine();
+  if (m.breaksCapture()) return result(cudaErrorStreamCaptureUnsupported);
   if (ptr == nullptr) return cudaSuccess;
   const int device = m.memory.deviceOf(ptr);
   if (device < 0) return result(cudaErrorInvalidValue);
   m.queues.finishDevice(device);
-  m.memory.close();
   return result(m.memory.free(ptr) ? cudaSuccess : cudaErrorInvalidValue);
 }
 
@@ -233,6 +283,9 @@ cudaError_t cudaMemGetInfo(std::size_t* freeBytes, std::size_t* totalBytes) {
 cudaError_t cudaMemcpy(void* dst, const void* src, std::size_t bytes, cudaMemcpyKind kind) {
   Machine& m = machine();
   if (m.breaksCapture()) return result(cudaErrorStreamCaptureUnsupported);
+  if (kind < cudaMemcpyHostToHost || kind > cudaMemcpyDeviceToDevice) {
+    return result(cudaErrorInvalidMemcpyDirection);
+  }
   if (bytes == 0) return cudaSuccess;
   const bool toDevice = kind == cudaMemcpyHostToDevice || kind == cudaMemcpyDeviceToDevice;
   const bool fromDevice = kind == cudaMemcpyDeviceToHost || kind == cudaMemcpyDeviceToDevice;
@@ -293,7 +346,6 @@ cudaError_t cudaDeviceSynchronize() {
   if (m.count() == 0) return result(cudaErrorNoDevice);
   if (m.breaksCapture()) return result(cudaErrorStreamCaptureUnsupported);
   m.queues.finishDevice(m.current);
-  m.memory.close();
   return cudaSuccess;
 }
 
@@ -302,36 +354,36 @@ cudaError_t cudaDeviceSynchronize() {
 cudaError_t cudaEventCreate(cudaEvent_t* event) {
   Machine& m = machine();
   if (m.count() == 0) return result(cudaErrorNoDevice);
-  *event = new Event(m.current);
-  m.events.insert(*event);
+  *event = m.events.add(std::make_unique<Event>(m.current));
   return cudaSuccess;
 }
 
 cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream) {
   Machine& m = machine();
-  if (!m.events.contains(event)) return result(cudaErrorInvalidResourceHandle);
-  Stream& s = m.stream(stream);
-  if (s.device != event->device) return result(cudaErrorInvalidResourceHandle);
-  event->graph = s.graph;
-  event->nodesBefore = s.nodesBefore;
-  event->mark = m.queues.append(s, nullptr);
+  Stream* s = m.stream(stream);
+  if (!m.events.has(event) || s == nullptr || s->device != event->device) {
+    return result(cudaErrorInvalidResourceHandle);
+  }
+  event->graph = s->graph;
+  event->nodesBefore = s->nodesBefore;
+  event->wasCaptured = false;
+  event->mark = m.queues.append(*s, nullptr);
   return cudaSuccess;
 }
 
 cudaError_t cudaEventSynchronize(cudaEvent_t event) {
   Machine& m = machine();
-  if (!m.events.contains(event)) return result(cudaErrorInvalidResourceHandle);
-  if (event->graph != nullptr) return result(cudaErrorCapturedEvent);
+  if (!m.events.has(event)) return result(cudaErrorInvalidResourceHandle);
+  if (event->graph != nullptr || event->wasCaptured) return result(cudaErrorCapturedEvent);
   if (m.breaksCapture()) return result(cudaErrorStreamCaptureUnsupported);
   if (event->mark != nullptr) m.queues.finish(event->mark);
-  m.memory.close();
   return cudaSuccess;
 }
 
 cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) {
   Machine& m = machine();
-  if (!m.events.contains(start) || !m.events.contains(stop) || start->mark == nullptr ||
-      stop->mark == nullptr) {
+  if (!m.events.has(start) || !m.events.has(stop) || start->device != stop->device ||
+      start->mark == nullptr || stop->mark == nullptr) {
     return result(cudaErrorInvalidResourceHandle);
   }
   if (!start->mark->done || !stop->mark->done) return result(cudaErrorNotReady);
@@ -340,8 +392,8 @@ cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop)
 }
 
 cudaError_t cudaEventDestroy(cudaEvent_t event) {
-  if (machine().events.erase(event) == 0) return result(cudaErrorInvalidResourceHandle);
-  delete event;
+  if (!machine().events.end(event)) return result(cudaErrorInvalidResourceHandle);
+  event->mark = nullptr;
   return cudaSuccess;
 }
 
@@ -349,25 +401,25 @@ cudaError_t cudaStreamCreateWithFlags(cudaStream_t* stream, unsigned flags) {
   Machine& m = machine();
   if (m.count() == 0) return result(cudaErrorNoDevice);
   if (flags != cudaStreamNonBlocking) fault("only non-blocking streams are emulated");
-  *stream = new Stream(m.current);
-  m.streams.insert(*stream);
+  *stream = m.streams.add(std::make_unique<Stream>(m.current));
   return cudaSuccess;
 }
 
-// What the stream holds still runs, as on a GPU.
+// Does not wait: what the stream holds still runs, as on a GPU.
 cudaError_t cudaStreamDestroy(cudaStream_t stream) {
   Machine& m = machine();
-  if (m.streams.erase(stream) == 0) return result(cudaErrorInvalidResourceHandle);
-  m.queues.finishDevice(stream->device);
-  m.memory.close();
-  delete stream;
+  if (!m.streams.end(stream)) return result(cudaErrorInvalidResourceHandle);
+  if (stream->graph != nullptr) fault("a stream is destroyed while it is captured");
+  stream->before.clear();
   return cudaSuccess;
 }
 
 cudaError_t cudaStreamWaitEvent(cudaStream_t stream, cudaEvent_t event, unsigned) {
   Machine& m = machine();
-  if (!m.events.contains(event)) return result(cudaErrorInvalidResourceHandle);
-  Stream& s = m.stream(stream);
+  Stream* to = m.stream(stream);
+  if (!m.events.has(event) || to == nullptr) return result(cudaErrorInvalidResourceHandle);
+  if (event->wasCaptured) return result(cudaErrorCapturedEvent);
+  Stream& s = *to;
   if (event->graph != nullptr) {  // the stream joins the capture
     if (stream == nullptr || (s.graph != nullptr && s.graph != event->graph)) {
       event->graph->broken = true;
@@ -391,6 +443,7 @@ cudaError_t cudaStreamWaitEvent(cudaStream_t stream, cudaEvent_t event, unsigned
 cudaError_t cudaStreamBeginCapture(cudaStream_t stream, cudaStreamCaptureMode) {
   Machine& m = machine();
   if (stream == nullptr) return result(cudaErrorStreamCaptureUnsupported);
+  if (!m.streams.has(stream)) return result(cudaErrorInvalidResourceHandle);
   if (m.capture != nullptr) fault("only one capture at a time is emulated");
   stream->graph = m.capture = new Graph;
   stream->captureStartsHere = true;
@@ -407,7 +460,7 @@ static bool allJoined(const Machine& m, const Graph& graph, const Stream& origin
     if (!before[k]) continue;
     for (const std::size_t j : graph.nodes[k].before) before[j] = true;
   }
-  for (const Stream* s : m.streams) {
+  for (const Stream* s : m.streams.alive()) {
     if (s->graph != &graph) continue;
     for (const std::size_t k : s->nodesBefore) {
       if (!before[k]) return false;
@@ -419,44 +472,53 @@ static bool allJoined(const Machine& m, const Graph& graph, const Stream& origin
 cudaError_t cudaStreamEndCapture(cudaStream_t stream, cudaGraph_t* graph) {
   Machine& m = machine();
   *graph = nullptr;
-  if (stream == nullptr || !stream->captureStartsHere) return result(cudaErrorInvalidValue);
+  if (!m.streams.has(stream) || !stream->captureStartsHere) return result(cudaErrorInvalidValue);
   std::unique_ptr<Graph> captured(std::exchange(m.capture, nullptr));
   const bool joined = allJoined(m, *captured, *stream);
-  for (Stream* s : m.streams) {
+  for (Stream* s : m.streams.alive()) {
     if (s->graph != captured.get()) continue;
     s->graph = nullptr;
     s->captureStartsHere = false;
     s->nodesBefore.clear();
   }
-  for (Event* e : m.events) {
+  for (Event* e : m.events.alive()) {
     if (e->graph != captured.get()) continue;
     e->graph = nullptr;
-    e->mark = nullptr;
+    e->wasCaptured = true;
   }
   if (captured->broken) return result(cudaErrorStreamCaptureInvalidated);
   if (!joined) return result(cudaErrorStreamCaptureUnjoined);
-  *graph = captured.release();
+  *graph = m.graphs.add(std::move(captured));
   return cudaSuccess;
 }
 
 cudaError_t cudaGraphInstantiate(cudaGraphExec_t* exec, cudaGraph_t graph, unsigned long long) {
-  *exec = new GraphExec{graph->nodes};
+  Machine& m = machine();
+  *exec = nullptr;
+  if (!m.graphs.has(graph)) return result(cudaErrorInvalidValue);
+  *exec = m.graphExecs.add(std::make_unique<GraphExec>(GraphExec{graph->nodes}));
   return cudaSuccess;
 }
 
 cudaError_t cudaGraphLaunch(cudaGraphExec_t exec, cudaStream_t stream) {
   Machine& m = machine();
-  m.queues.appendGraph(m.stream(stream), *exec);
+  Stream* s = m.stream(stream);
+  if (!m.graphExecs.has(exec)) return result(cudaErrorInvalidValue);
+  if (s == nullptr) return result(cudaErrorInvalidResourceHandle);
+  if (s->graph != nullptr) fault("graphs within graphs are not emulated");
+  m.queues.appendGraph(*s, *exec);
   return cudaSuccess;
 }
 
 cudaError_t cudaGraphDestroy(cudaGraph_t graph) {
-  delete graph;
+  if (!machine().graphs.end(graph)) return result(cudaErrorInvalidValue);
+  graph->nodes.clear();
   return cudaSuccess;
 }
 
 cudaError_t cudaGraphExecDestroy(cudaGraphExec_t exec) {
-  delete exec;
+  if (!machine().graphExecs.end(exec)) return result(cudaErrorInvalidValue);
+  exec->nodes.clear();
   return cudaSuccess;
 }
 
@@ -475,6 +537,10 @@ const char* cudaGetErrorString(cudaError_t error) {
       return "out of memory";
     case cudaErrorInvalidConfiguration:
       return "invalid configuration argument";
+    case cudaErrorInvalidDevicePointer:
+      return "invalid device pointer";
+    case cudaErrorInvalidMemcpyDirection:
+      return "invalid copy direction for memcpy";
     case cudaErrorInvalidDeviceFunction:
       return "invalid device function";
     case cudaErrorInsufficientDriver:
@@ -487,7 +553,20 @@ const char* cudaGetErrorString(cudaError_t error) {
       return "invalid resource handle";
     case cudaErrorPeerAccessAlreadyEnabled:
       return "peer access is already enabled";
-    default:
-      return "error of the emulated GPU";
+    case cudaErrorPeerAccessUnsupported:
+      return "peer access is not supported between these two devices";
+    case cudaErrorNotReady:
+      return "device not ready";
+    case cudaErrorStreamCaptureUnsupported:
+      return "operation not permitted when stream is capturing";
+    case cudaErrorStreamCaptureInvalidated:
+      return "operation failed due to a previous error during capture";
+    case cudaErrorStreamCaptureUnjoined:
+      return "capturing stream has unjoined work";
+    case cudaErrorStreamCaptureIsolation:
+      return "dependency created on uncaptured work in another stream";
+    case cudaErrorCapturedEvent:
+      return "operation not permitted on an event last recorded in a capturing stream";
   }
+  return "unrecognized error code";
 }

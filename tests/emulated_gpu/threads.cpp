@@ -12,11 +12,7 @@
 #include <vector>
 
 #include "cuda_runtime.h"
-
-// Dynamic shared memory, as the launchers name it (cuda_launch.h).
-namespace namespace_ratseg {
-thread_local double dynamic_shared[(227 << 10) / sizeof(double)];
-}
+#include "shared_memory.h"
 
 namespace emulated_gpu {
 
@@ -34,6 +30,7 @@ struct Thread {
   State state = State::kEnded;
   Index index;
   unsigned number = 0;
+  std::source_location where;     // it waits for the block
   unsigned mask = 0;              // of the lanes that it waits for
   std::size_t bytes = 0;          // that it gives them
   std::uint64_t given = 0;        // its value
@@ -132,15 +129,34 @@ void releaseLanes(Warp& w) {
   }
 }
 
+bool samePlace(const Thread& a, const Thread& b) {
+  return a.where.line() == b.where.line() && a.where.column() == b.where.column() &&
+         std::strcmp(a.where.file_name(), b.where.file_name()) == 0;
+}
+
+std::string placeOf(const Thread& t) {
+  return std::string(" ") + t.where.file_name() + ":" + std::to_string(t.where.line());
+}
+
 // Lets all threads go on that wait for the block. False when all have ended.
 bool releaseBlock(std::vector<Warp>& warps) {
-  bool someEnded = false, someWait = false;
+  bool someEnded = false;
+  const Thread* waiting = nullptr;
   for (const Warp& w : warps) {
-    if (w.atWarp != 0) fault("threads wait for each other at different places");
+    if (w.atWarp != 0) fault("threads wait for each other in different ways");
     someEnded = someEnded || w.ended != 0;
-    someWait = someWait || w.atBlock != 0;
+    for (unsigned lane = 0; lane < kWarp; ++lane) {
+      if ((w.atBlock >> lane & 1u) == 0) continue;
+      const Thread& t = threadOf(w, lane);
+      if (waiting == nullptr) waiting = &t;
+      if (!samePlace(*waiting, t)) {
+        fault("a block waits in two places," + placeOf(*waiting) + " and" + placeOf(t));
+      }
+    }
   }
-  if (someEnded && someWait) fault("a block waits for a thread that has ended");
+  const bool someWait = waiting != nullptr;
+  if (someEnded && someWait)
+    fault("a block waits for a thread that has ended," + placeOf(*waiting));
   for (Warp& w : warps) w.ready = std::exchange(w.atBlock, 0u);
   return someWait;
 }
@@ -184,8 +200,7 @@ void runGrid(const Index& grid, const Index& block, std::size_t sharedBytes,
     threads[k]->index = {k % block.x, k / block.x % block.y, k / block.x / block.y};
   }
   body = &thread;
-  ::gridDim = grid;
-  ::blockDim = block;
+  SharedMemory shared(sharedBytes);
   // Blocks k, k + step, k + 2 step, ...: every block once when step and their number have no
   // divisor in common.
   const std::size_t blocks = std::size_t{grid.x} * grid.y * grid.z;
@@ -193,14 +208,21 @@ void runGrid(const Index& grid, const Index& block, std::size_t sharedBytes,
   while (std::gcd(step, blocks) != 1) ++step;
   std::size_t k = anyOf(blocks);
   for (std::size_t done = 0; done < blocks; ++done, k = (k + step) % blocks) {
+    shared.renew();
+    ::gridDim = grid;
+    ::blockDim = block;
     ::blockIdx = {static_cast<unsigned>(k % grid.x), static_cast<unsigned>(k / grid.x % grid.y),
                   static_cast<unsigned>(k / grid.x / grid.y)};
-    std::memset(namespace_ratseg::dynamic_shared, 0xff, sharedBytes);
     runBlock(count);
+    shared.check();
   }
+  body = nullptr;
 }
 
-void waitForBlock() { giveWay(State::kAtBlock); }
+void waitForBlock(const std::source_location& here) {
+  running->where = here;
+  giveWay(State::kAtBlock);
+}
 
 const void* exchangeInWarp(unsigned mask, const void* value, std::size_t bytes) {
   if (!(mask >> lane() & 1u)) fault("a lane waits with a mask that it is not in");
@@ -214,11 +236,15 @@ const void* exchangeInWarp(unsigned mask, const void* value, std::size_t bytes) 
 
 unsigned lane() { return running->number % kWarp; }
 
-void fault(const char* what) {
-  std::fprintf(stderr, "emulated GPU: %s (block %u %u %u of %u %u %u", what, ::blockIdx.x,
-               ::blockIdx.y, ::blockIdx.z, ::gridDim.x, ::gridDim.y, ::gridDim.z);
-  if (running != nullptr) std::fprintf(stderr, ", thread %u", running->number);
-  std::fprintf(stderr, ")\n");
+void fault(const std::string& what) {
+  std::fprintf(stderr, "emulated GPU: %s", what.c_str());
+  if (body != nullptr) {
+    std::fprintf(stderr, " (block %u %u %u of %u %u %u", ::blockIdx.x, ::blockIdx.y, ::blockIdx.z,
+                 ::gridDim.x, ::gridDim.y, ::gridDim.z);
+    if (running != nullptr) std::fprintf(stderr, ", thread %u", running->number);
+    std::fprintf(stderr, ")");
+  }
+  std::fprintf(stderr, "\n");
   std::abort();
 }
 

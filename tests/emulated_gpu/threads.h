@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <source_location>
+#include <string>
 
 namespace emulated_gpu {
 
@@ -15,24 +17,25 @@ struct Index {
   unsigned x = 0, y = 0, z = 0;
 };
 
-// Runs a grid to its end. Dynamic shared memory holds NaN where a block starts.
+// Runs a grid to its end. Shared memory holds NaN where a block starts; a write behind the dynamic
+// part is a fault.
 void runGrid(const Index& grid, const Index& block, std::size_t sharedBytes,
              const std::function<void()>& thread);
 
 // ---- Called by the threads themselves
 
 // Until all threads of the block are here. It is a fault when one has ended or waits elsewhere.
-void waitForBlock();
+void waitForBlock(const std::source_location& here);
 
 // Until all lanes of the mask are here; all give their bytes, at most eight. Returns 32 values of
 // eight bytes, one per lane, which hold until the lane's next wait. It is a fault when a lane of
-// the mask does not exist, has ended or waits elsewhere.
+// the mask does not exist, has ended, waits for the block or gives another number of bytes.
 const void* exchangeInWarp(unsigned mask, const void* value, std::size_t bytes);
 
 unsigned lane();
 
-// Ends the program with one line: a kernel did what no GPU defines.
-[[noreturn]] void fault(const char* what);
+// Ends the program with one line: it did what no GPU defines.
+[[noreturn]] void fault(const std::string& what);
 
 // The seeded random numbers of all orders: one of 0 ... count - 1.
 std::size_t anyOf(std::size_t count);
