@@ -1,5 +1,6 @@
 #include "device/runtime.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -57,6 +58,9 @@ TEST_F(RuntimeTest, CountsAndDescribesItsDevices) {
   EXPECT_EQ(prop.maxThreadsPerBlock, 1024);
   EXPECT_GE(prop.sharedMemPerBlock, 48u << 10);
   EXPECT_GE(prop.sharedMemPerBlockOptin, prop.sharedMemPerBlock);
+  if (!onHost() && prop.major >= 7) {
+    EXPECT_GT(prop.sharedMemPerBlockOptin, prop.sharedMemPerBlock);
+  }
   EXPECT_EQ(cudaGetDeviceProperties(&prop, count), cudaErrorInvalidDevice);
   cudaGetLastError();
 }
@@ -103,8 +107,8 @@ TEST_F(RuntimeTest, FillsRowsAndLeavesTheRestOfThePitch) {
 TEST_F(RuntimeTest, RowsWiderThanThePitchAreRefused) {
   unsigned char* a = nullptr;
   ASSERT_EQ(cudaMalloc(&a, 64), cudaSuccess);
-  EXPECT_NE(cudaMemset2D(a, 4, 0, 5, 2), cudaSuccess);
-  cudaGetLastError();
+  EXPECT_EQ(cudaMemset2D(a, 4, 0, 5, 2), cudaErrorInvalidValue);
+  EXPECT_EQ(cudaGetLastError(), cudaErrorInvalidValue);
   cudaFree(a);
 }
 
@@ -179,7 +183,23 @@ TEST_F(RuntimeTest, AStreamOfItsOwnRunsBehindAnEvent) {
   EXPECT_EQ(cudaEventDestroy(event), cudaSuccess);
 }
 
-TEST_F(RuntimeTest, WaitsForTheDevice) { EXPECT_EQ(cudaDeviceSynchronize(), cudaSuccess); }
+TEST_F(RuntimeTest, WaitsForTheDevice) {
+  char* a = nullptr;
+  cudaEvent_t start = nullptr;
+  cudaEvent_t stop = nullptr;
+  float ms = 0;
+  ASSERT_EQ(cudaMalloc(&a, 1 << 20), cudaSuccess);
+  ASSERT_EQ(cudaEventCreate(&start), cudaSuccess);
+  ASSERT_EQ(cudaEventCreate(&stop), cudaSuccess);
+  cudaEventRecord(start);
+  cudaMemset(a, 0, 1 << 20);
+  cudaEventRecord(stop);
+  EXPECT_EQ(cudaDeviceSynchronize(), cudaSuccess);
+  EXPECT_EQ(cudaEventElapsedTime(&ms, start, stop), cudaSuccess);
+  cudaEventDestroy(start);
+  cudaEventDestroy(stop);
+  cudaFree(a);
+}
 
 TEST_F(RuntimeTest, ErrorsHaveTexts) {
   EXPECT_STREQ(cudaGetErrorString(cudaSuccess), "no error");
@@ -196,10 +216,52 @@ TEST_F(RuntimeTest, ErrorsHaveTexts) {
                "peer access is already enabled");
 }
 
+// 600 is the number of an error that CUDA alone has: an event has no time before it has come.
+TEST_F(RuntimeTest, ErrorsOfCudasAloneKeepTheirNumbersAndTexts) {
+  if (onHost()) GTEST_SKIP() << "host devices have no others";
+  const auto notReady = static_cast<cudaError_t>(kNativeErrorBase + 600);
+  EXPECT_STREQ(cudaGetErrorString(notReady), "device not ready");
+  char* a = nullptr;
+  cudaEvent_t start = nullptr;
+  cudaEvent_t stop = nullptr;
+  float ms = 0;
+  ASSERT_EQ(cudaMalloc(&a, 1 << 28), cudaSuccess);
+  ASSERT_EQ(cudaEventCreate(&start), cudaSuccess);
+  ASSERT_EQ(cudaEventCreate(&stop), cudaSuccess);
+  cudaEventRecord(start);
+  cudaMemset(a, 0, 1 << 28);
+  cudaEventRecord(stop);
+  EXPECT_THAT(cudaEventElapsedTime(&ms, start, stop), testing::AnyOf(notReady, cudaSuccess));
+  cudaEventDestroy(start);
+  cudaEventDestroy(stop);
+  cudaFree(a);
+  cudaGetLastError();
+}
+
 TEST_F(RuntimeTest, ADeviceHasNoPeerAccessToItself) {
   int can = -1;
   EXPECT_EQ(cudaDeviceCanAccessPeer(&can, 0, 0), cudaSuccess);
   EXPECT_EQ(can, 0);
+}
+
+TEST_F(RuntimeTest, PeerCopiesMoveBytesBetweenDevices) {
+  if (deviceCount() < 2) GTEST_SKIP() << "one device";
+  const std::string text = "some bytes";
+  char* from = nullptr;
+  char* to = nullptr;
+  ASSERT_EQ(cudaMalloc(&from, text.size()), cudaSuccess);
+  ASSERT_EQ(cudaSetDevice(1), cudaSuccess);
+  ASSERT_EQ(cudaMalloc(&to, text.size()), cudaSuccess);
+  ASSERT_EQ(cudaSetDevice(0), cudaSuccess);
+  EXPECT_EQ(cudaMemcpy(from, text.data(), text.size(), cudaMemcpyHostToDevice), cudaSuccess);
+  EXPECT_EQ(cudaMemcpyPeer(to, 1, from, 0, text.size()), cudaSuccess);
+  std::string back(text.size(), '?');
+  ASSERT_EQ(cudaSetDevice(1), cudaSuccess);
+  EXPECT_EQ(cudaMemcpy(back.data(), to, text.size(), cudaMemcpyDeviceToHost), cudaSuccess);
+  EXPECT_EQ(back, text);
+  EXPECT_EQ(cudaFree(to), cudaSuccess);
+  ASSERT_EQ(cudaSetDevice(0), cudaSuccess);
+  EXPECT_EQ(cudaFree(from), cudaSuccess);
 }
 
 // Both devices have one number on machines with one device: here the backend says what it was

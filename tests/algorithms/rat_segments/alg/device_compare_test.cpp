@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/strip_engine.h"
 #include "device/runtime.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
@@ -116,6 +117,41 @@ class DeviceCompare : public DeviceTest {
     return std::to_string(p.par.w) + "x" + std::to_string(p.par.h) + "x" + std::to_string(p.par.n);
   }
 };
+
+// Blocks of several warps and of one, many sums to add up, more tiles than blocks, scratch beyond
+// what every kernel may have; and so many iterations that recorded ones are replayed.
+TEST_F(DeviceCompare, EveryCutOfAnImage) {
+  const std::vector<std::vector<std::size_t>> sizes = {
+      {140, 10, 3, 500}, {21, 13, 3, 500}, {2, 700, 2, 30}, {100, 80, 17, 30}, {33, 9, 200, 30}};
+  for (const std::vector<std::size_t>& s : sizes) {
+    const SolverProblem p = problem(s[0], s[1], s[2], 10, s[3]);
+    compare(sizeOf(p), p);
+  }
+}
+
+// Also when the iterations behind it are queued before anybody looks.
+TEST_F(DeviceCompare, WhatIsPublishedStays) {
+  std::vector<std::vector<float>> seen[2];
+  for (const bool late : {false, true}) {
+    SolverProblem p = problem(40, 20, 3, 11, 1);
+    p.par.gpu = {0};
+    p.weight.clear();
+    RatSegImpl solver(p.par);
+    setUp(solver, p);
+    {
+      const auto engine = StripEngine::make(solver, 1.0f, 1.0f, 1.0f);
+      for (int round = 0; round < 20; ++round) {
+        engine->advance(3);
+        engine->publish();
+        if (!late) seen[0].push_back(toHost(solver.arrays[0].gamma));
+        engine->advance(2);
+        if (late) seen[1].push_back(toHost(solver.arrays[0].gamma));
+      }
+    }
+    solver.free();
+  }
+  EXPECT_EQ(seen[0], seen[1]);
+}
 
 TEST_F(DeviceCompare, StoredCases) {
   const std::vector<std::string> names = referenceCaseNames();
