@@ -551,8 +551,6 @@ const char* cudaGetErrorString(cudaError_t error) {
       return "no CUDA-capable device is detected";
     case cudaErrorInvalidResourceHandle:
       return "invalid resource handle";
-    case cudaErrorNotReady:
-      return "device not ready";
     case cudaErrorPeerAccessAlreadyEnabled:
       return "peer access is already enabled";
     case cudaErrorPeerAccessUnsupported:
