@@ -129,8 +129,9 @@ class StripKernels {
 
   virtual void ratseg_strip_finish(cudaStream_t stream, const StripFinish& finish) = 0;
 
-  // Records what steps() launches on the stream, without running it. Null where the device cannot
-  // record; steps() has not been called then.
+  // Records what steps() launches on the stream and on those that it orders before and behind it,
+  // without running it. Null, and no error pending, where the device cannot record; whether steps()
+  // has been called or not, nothing has run then.
   virtual std::unique_ptr<StripReplay> record(cudaStream_t stream,
                                               const std::function<void()>& steps) = 0;
 };

@@ -225,18 +225,19 @@ class CudaStripKernels final : public StripKernels {
 
   std::unique_ptr<StripReplay> record(cudaStream_t stream,
                                       const std::function<void()>& steps) override {
-    if (::cudaStreamBeginCapture(native(stream), cudaStreamCaptureModeThreadLocal) !=
-        ::cudaSuccess) {
-      ::cudaGetLastError();
-      return nullptr;
-    }
-    steps();
     ::cudaGraph_t graph = nullptr;
     ::cudaGraphExec_t instance = nullptr;
-    if (::cudaStreamEndCapture(native(stream), &graph) != ::cudaSuccess) return nullptr;
-    ::cudaGraphInstantiate(&instance, graph, 0);
-    ::cudaGraphDestroy(graph);
-    return instance != nullptr ? std::make_unique<CudaReplay>(instance) : nullptr;
+    if (::cudaStreamBeginCapture(native(stream), cudaStreamCaptureModeThreadLocal) ==
+        ::cudaSuccess) {
+      steps();
+      if (::cudaStreamEndCapture(native(stream), &graph) == ::cudaSuccess) {
+        ::cudaGraphInstantiate(&instance, graph, 0);
+        ::cudaGraphDestroy(graph);
+      }
+    }
+    if (instance != nullptr) return std::make_unique<CudaReplay>(instance);
+    ::cudaGetLastError();  // the steps can be launched one by one
+    return nullptr;
   }
 
  private:
