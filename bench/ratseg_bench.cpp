@@ -1,12 +1,13 @@
 // Speed of the iteration, against the machine's own memory bandwidth measured in the same run.
 //
 //   ratseg_bench [-device auto|cuda|host] [-engine plain|fused|auto] [--whole STEPS] [--noise]
-//                [--json FILE] [WxHxN ...]
+//                [--accelerate] [--json FILE] [WxHxN ...]
 //
 // Ends with status 1 when the device has no room for a size; the others are measured all the same.
 // With --whole it solves each size once in so many iterations and names set-up, transfers, the
 // iteration and the file of the labeling apart. The problem is a picture of noisy regions; with
-// --noise its costs are independent random numbers.
+// --noise its costs are independent random numbers. --accelerate measures the accelerated
+// iteration.
 //
 // Prints, per size and engine: pixel-label-iterations per second (median of several runs, with the
 // spread), microseconds per iteration, the bandwidth at 36 bytes per pixel-label-iteration, and its
@@ -51,6 +52,7 @@ struct Job {
   std::string json;
   std::size_t wholeSteps = 0;
   bool noise = false;
+  bool accelerate = false;
 };
 
 // A solver and the arrays of one problem.
@@ -112,7 +114,7 @@ double deviceBandwidth() {
   return median(rates);
 }
 
-void setParams(Params& par, const Size& size, int engine) {
+void setParams(Params& par, const Size& size, int engine, const Job& job) {
   par.w = size.w;
   par.h = size.h;
   par.n = size.n;
@@ -120,6 +122,7 @@ void setParams(Params& par, const Size& size, int engine) {
   par.mu = 500.0f;
   par.eps = 10.0f;
   par.engine = engine;
+  par.accelerate = job.accelerate;
 }
 
 // Without the memory report, which is not wanted here. False when the device has no room.
@@ -164,11 +167,11 @@ double secondsOfRun(RatSeg& solver, std::size_t steps) {
 }
 
 // The seconds of one iteration.
-Measurement measureIteration(const Size& size, int engine, bool noise) {
+Measurement measureIteration(const Size& size, int engine, const Job& job) {
   Problem p;
-  setParams(p.solver.getParams(), size, engine);
+  setParams(p.solver.getParams(), size, engine, job);
   if (!allocate(p.solver)) return {};
-  fillArrays(p, size, noise);
+  fillArrays(p, size, job.noise);
   upload(p);
   const double once = secondsOfRun(p.solver, 3) / 3.0;
   const bool slow = once > 0.3;
@@ -196,10 +199,10 @@ Measurement measureIteration(const Size& size, int engine, bool noise) {
 }
 
 // One solve from set-up to the file of the labeling, each part's seconds on a line of its own.
-bool measureWhole(const Size& size, int engine, std::size_t steps, bool noise) {
+bool measureWhole(const Size& size, int engine, const Job& job) {
   Problem p;
-  setParams(p.solver.getParams(), size, engine);
-  fillArrays(p, size, noise);
+  setParams(p.solver.getParams(), size, engine, job);
+  fillArrays(p, size, job.noise);
   std::vector<float> u(p.rho.size());
   const auto part = [](const char* name, auto&& body) {
     const double start = secondsNow();
@@ -211,7 +214,7 @@ bool measureWhole(const Size& size, int engine, std::size_t steps, bool noise) {
   bool ok = part("set-up", [&] { return allocate(p.solver); });
   if (!ok) return false;
   part("transfer to the device", [&] { return upload(p), true; });
-  part("iterations", [&] { return secondsOfRun(p.solver, steps), true; });
+  part("iterations", [&] { return secondsOfRun(p.solver, job.wholeSteps), true; });
   part("transfer from the device", [&] { return p.solver.getSolution(u.data()), true; });
   const std::string file = "ratseg_bench_labeling.gz";
   ok = part("file of the labeling", [&] {
@@ -234,8 +237,8 @@ std::string engineName(int engine) {
 
 // One line on standard output; returns the same as a JSON object, or nothing when the device has no
 // room.
-std::string measure(const Size& size, int engine, bool noise, double bandwidth) {
-  const Measurement m = measureIteration(size, engine, noise);
+std::string measure(const Size& size, int engine, const Job& job, double bandwidth) {
+  const Measurement m = measureIteration(size, engine, job);
   if (m.median == 0.0) return "";
   const double pli = static_cast<double>(size.w * size.h * size.n);
   const double gbs = kBytesPerStep * pli / m.median;
@@ -288,6 +291,8 @@ bool parseArguments(int argc, char** argv, Job& job) {
       ++k;
     } else if (word == "--noise") {
       job.noise = true;
+    } else if (word == "--accelerate") {
+      job.accelerate = true;
     } else if (word == "--json" && !value.empty()) {
       job.json = value;
       ++k;
@@ -296,7 +301,7 @@ bool parseArguments(int argc, char** argv, Job& job) {
     } else {
       std::cerr
           << "ERROR: expected -device auto|cuda|host, -engine plain|fused|auto, --whole STEPS, "
-             "--noise, --json FILE or WxHxN, but found \""
+             "--noise, --accelerate, --json FILE or WxHxN, but found \""
           << word << "\"" << std::endl;
       return false;
     }
@@ -329,10 +334,10 @@ int main(int argc, char** argv) {
       if (job.wholeSteps > 0) {
         std::printf("%zux%zu x%zu %s, %zu iterations:\n", size.w, size.h, size.n,
                     engineName(engine).c_str(), job.wholeSteps);
-        if (!measureWhole(size, engine, job.wholeSteps, job.noise)) roomForAll = false;
+        if (!measureWhole(size, engine, job)) roomForAll = false;
         continue;
       }
-      const std::string json = measure(size, engine, job.noise, bandwidth);
+      const std::string json = measure(size, engine, job, bandwidth);
       if (json.empty()) roomForAll = false;
       if (!json.empty()) list += (list.empty() ? "\n    " : ",\n    ") + json;
     }

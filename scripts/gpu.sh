@@ -8,8 +8,8 @@
 #   sanitize  compute-sanitizer's memcheck, racecheck, initcheck and synccheck over small problems
 #   limits    1 to 1024 labels; a problem larger than the GPU's memory, and one after it; the choice of
 #             a device with the GPU in sight and out of it
-#   bench     the benchmark, one whole solve of 2048 x 2048 x 8 in 5000 iterations, and strips of
-#             several heights (RATSEG_STRIP_ROWS)
+#   bench     the benchmark, one whole solve of 2048 x 2048 x 8 in 5000 iterations, the accelerated
+#             iteration, and strips of several heights (RATSEG_STRIP_ROWS)
 #
 # Each stage takes less than ten minutes and can be run by itself; what failed in one keeps no other
 # from running. Logs and one report per stage go to build/gpu/report; at the end the reports of all
@@ -175,6 +175,9 @@ stage_bench() {
   ((quick)) && return
   step 120 "whole solve" "$bench" -device cuda -engine fused --whole 5000 2048x2048x8
   quote_lines 'iterations|transfer|set-up|file'
+  step 60 "accelerated iteration" "$bench" -device cuda -engine fused --accelerate 64x64x3 \
+    512x512x5 2048x2048x8
+  quote_lines 'M pli/s'
   local rows
   for rows in 1 2 4 8 16 32; do
     step 35 "strips of $rows rows" env RATSEG_STRIP_ROWS="$rows" "$bench" -device cuda -engine fused \
