@@ -229,10 +229,11 @@ bool measureWhole(const Size& size, int engine, const Job& job) {
   return ok;
 }
 
-std::string engineName(int engine) {
-  if (engine == Params::engine_plain) return "plain";
-  if (backend().isHost()) return "fused " + std::string(hostSweep().isa);
-  return engine == Params::engine_fused ? "fused" : "auto";
+std::string engineName(int engine, const Job& job) {
+  std::string name = engine == Params::engine_fused ? "fused" : "auto";
+  if (backend().isHost()) name = "fused " + std::string(hostSweep().isa);
+  if (engine == Params::engine_plain) name = "plain";
+  return job.accelerate ? name + " accelerated" : name;
 }
 
 // One line on standard output; returns the same as a JSON object, or nothing when the device has no
@@ -243,8 +244,8 @@ std::string measure(const Size& size, int engine, const Job& job, double bandwid
   const double pli = static_cast<double>(size.w * size.h * size.n);
   const double gbs = kBytesPerStep * pli / m.median;
   std::printf(
-      "%5zux%-5zu x%-4zu %-14s %9.1f M pli/s (%.1f to %.1f)  %9.1f us  %7.2f GB/s  ratio %.2f\n",
-      size.w, size.h, size.n, engineName(engine).c_str(), pli / m.median * 1e-6,
+      "%5zux%-5zu x%-4zu %-18s %9.1f M pli/s (%.1f to %.1f)  %9.1f us  %7.2f GB/s  ratio %.2f\n",
+      size.w, size.h, size.n, engineName(engine, job).c_str(), pli / m.median * 1e-6,
       pli / m.greatest * 1e-6, pli / m.least * 1e-6, m.median * 1e6, gbs * 1e-9, gbs / bandwidth);
   const double perCheck = m.check / m.median;
   std::printf(
@@ -253,7 +254,7 @@ std::string measure(const Size& size, int engine, const Job& job, double bandwid
   std::fflush(stdout);
   std::ostringstream json;
   json << "{\"w\": " << size.w << ", \"h\": " << size.h << ", \"n\": " << size.n
-       << ", \"engine\": \"" << engineName(engine) << "\", \"seconds\": " << m.median
+       << ", \"engine\": \"" << engineName(engine, job) << "\", \"seconds\": " << m.median
        << ", \"seconds_least\": " << m.least << ", \"seconds_greatest\": " << m.greatest
        << ", \"seconds_per_check\": " << m.check << ", \"pli_per_second\": " << pli / m.median
        << ", \"ratio_to_limit\": " << gbs / bandwidth << "}";
@@ -333,7 +334,7 @@ int main(int argc, char** argv) {
     for (int engine : job.engines) {
       if (job.wholeSteps > 0) {
         std::printf("%zux%zu x%zu %s, %zu iterations:\n", size.w, size.h, size.n,
-                    engineName(engine).c_str(), job.wholeSteps);
+                    engineName(engine, job).c_str(), job.wholeSteps);
         if (!measureWhole(size, engine, job)) roomForAll = false;
         continue;
       }

@@ -80,11 +80,14 @@ step() {
   [[ $result == passed* ]]
 }
 
+# A line of its own in the report, above what follows.
+heading() { echo "    $1:" >>"$report/$stage.txt"; }
+
 # The greatest differences of the last step's comparisons, per engine, for the report.
 quote_differences() {
-  grep '^compare:' "$log.step" | awk '
+  grep -E '^compare: .* mean +[0-9.e+-]+$' "$log.step" | awk '
     {
-      for (k = 2; $(k + 1) != "on"; ++k) continue
+      for (k = 2; k < NF && $(k + 1) != "on"; ++k) continue
       engine = $k
       ++count[engine]
       if ($(NF - 2) + 0 >= largest[engine] + 0) { largest[engine] = $(NF - 2); where[engine] = $0 }
@@ -143,7 +146,7 @@ stage_compare() {
 stage_sanitize() {
   local tools=(memcheck racecheck initcheck synccheck) tool
   local tests=$build/tests-bin
-  local small='*.AFewStepsOfEveryKernel:*.AProblemLarger*'
+  local small='*.AFewStepsOfEveryKernel:*.AFewAcceleratedSteps:*.AProblemLarger*'
   ((!quick)) || tools=(memcheck racecheck)
   if ! command -v compute-sanitizer >/dev/null; then
     step 1 "compute-sanitizer is missing" false
@@ -191,16 +194,20 @@ stage_limits() {
 stage_bench() {
   local bench=$build/bin/ratseg_bench sizes=()
   ((!quick)) || sizes=(64x64x3 512x512x5 2048x2048x8)
+  heading "plain and fused engine"
   step 240 benchmark "$bench" -device cuda --json "$report/bench.json" "${sizes[@]}"
   quote_lines '^(ERROR|device:)|M pli/s'
   ((quick)) && return
+  heading "whole solve"
   step 120 "whole solve" "$bench" -device cuda -engine fused --whole 5000 2048x2048x8
   quote_lines 'iterations|transfer|set-up|file'
+  heading "accelerated iteration"
   step 60 "accelerated iteration" "$bench" -device cuda -engine fused --accelerate 64x64x3 \
     512x512x5 2048x2048x8
   quote_lines 'M pli/s'
   local rows
   for rows in 1 2 4 8 16 32; do
+    heading "strips of $rows rows"
     step 35 "strips of $rows rows" env RATSEG_STRIP_ROWS="$rows" "$bench" -device cuda -engine fused \
       512x512x5 2048x2048x8
     quote_lines 'M pli/s'

@@ -40,6 +40,15 @@ void launch(void (*kernel)(P...), const CudaLaunch& how, A&&... args) {
   ::cudaLaunchKernelEx(&config, kernel, std::forward<A>(args)...);
 }
 
+// Allows the kernel that much dynamic shared memory on the current device, where it is more than
+// every kernel may have.
+template <class Kernel>
+void allowSharedMemory(Kernel k, std::size_t bytes) {
+  constexpr std::size_t kAlways = 48 << 10;
+  if (bytes <= kAlways) return;
+  ::cudaFuncSetAttribute(k, cudaFuncAttributeMaxDynamicSharedMemorySize, static_cast<int>(bytes));
+}
+
 // The dynamic shared memory of a kernel's block.
 template <class T>
 __device__ T* dynamicShared() {

@@ -33,6 +33,7 @@ struct WarpLanes {
     }
     return value;
   }
+  __device__ void wait() const { __syncwarp(); }
 };
 
 }  // namespace namespace_ratseg

@@ -47,9 +47,9 @@ struct Params {
   static constexpr int kind_prior_lowerBound = 2;  // mu and ratios; linear dual
   static constexpr int kind_prior_upperBound = 3;  // mu, eps, ratios and sigmas
 
-  static constexpr int engine_auto = 0;   // the fastest that is trusted on the devices
-  static constexpr int engine_plain = 1;  // one launch per kernel
-  static constexpr int engine_fused = 2;  // one kernel or sweep per iteration, where bands allow it
+  static constexpr int engine_auto = 0;    // the fastest that is trusted on the devices
+  static constexpr int engine_plain = 1;   // one launch per kernel
+  static constexpr int engine_fused = 2;   // one sweep per iteration, where bands allow it
   static constexpr int engine_strips = 3;  // the GPUs' fused engine on the host too, for tests
 
   std::size_t w = 128;            // image width in pixels

@@ -90,6 +90,9 @@ class RatSegImpl {
   // Whether run() takes the accelerated iteration: asked for, and the prior has an exact step.
   bool accelerates() const;
 
+  // constAlpha of the kind of prior: the pixels of the image, or 1 (docs/math.md, section 5.6).
+  float constAlphaOfPrior() const;
+
   // Bands that hold arrays: nDev after a successful alloc(), otherwise 0.
   int bands() const { return allocatedArrays ? nDev : 0; }
 

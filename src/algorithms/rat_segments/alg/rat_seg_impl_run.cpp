@@ -240,6 +240,12 @@ void RatSegImpl::broadcastGamma() {
   }
 }
 
+float RatSegImpl::constAlphaOfPrior() const {
+  const bool scaled = par.kind_prior == Params::kind_prior_interval ||
+                      par.kind_prior == Params::kind_prior_upperBound;
+  return scaled ? static_cast<float>(par.w * par.h) : 1.0f;
+}
+
 bool RatSegImpl::accelerates() const {
   return par.accelerate && par.kind_prior != Params::kind_prior_interval &&
          par.kind_prior != Params::kind_prior_lowerBound;
@@ -264,8 +270,7 @@ void RatSegImpl::launchExactShares(cudaStream_t stream, const ShareArrays& s, fl
 // On device 0: the exact step; gamma is sent to all devices.
 void RatSegImpl::updateSharesExactly(float step) {
   const gpudata& g = arrays[0];
-  const bool scaled = par.kind_prior == Params::kind_prior_upperBound;
-  constAlpha = scaled ? static_cast<float>(par.w * par.h) : 1.0f;
+  constAlpha = constAlphaOfPrior();
   select(0, kRunLines + __LINE__);
   launchExactShares(nullptr, {g.a, g.gamma, g.a, g.a_bar, g.gamma, g.alpha, g.beta, g.sum_u}, step);
   broadcastGamma();
@@ -280,6 +285,7 @@ void RatSegImpl::updateShares(float tau, float sigma) {
   const std::size_t Np = par.w * par.h;
   const LaunchShape shape = perLabel();
   RatSegKernels& kernels = ratSegKernels();
+  constAlpha = constAlphaOfPrior();
 
   select(0, kRunLines + __LINE__);
   kernels.ratseg_dual_gamma(shape, g.gamma, g.a_bar, g.sum_u, constGamma, Np, sigma, n);
@@ -289,7 +295,6 @@ void RatSegImpl::updateShares(float tau, float sigma) {
   select(0, kRunLines + __LINE__);
   switch (par.kind_prior) {
     case Params::kind_prior_interval:
-      constAlpha = static_cast<float>(Np);
       kernels.ratseg_dual_alphabeta__interval(shape, g.alpha, g.beta, g.a_bar, constAlpha, g.mins,
                                               g.maxs, ind_bgr, sigma, n);
       check(kRunLines + __LINE__);
@@ -297,7 +302,6 @@ void RatSegImpl::updateShares(float tau, float sigma) {
                                       constAlpha, ind_bgr, kThetaBar, tau, n);
       break;
     case Params::kind_prior_lowerBound:
-      constAlpha = 1.0f;
       kernels.ratseg_dual_alphabeta__lowerBound(shape, g.alpha, g.a_bar, constAlpha, par.mu,
                                                 g.ratios, g.sigmas, ind_bgr, sigma, n);
       check(kRunLines + __LINE__);
@@ -305,7 +309,6 @@ void RatSegImpl::updateShares(float tau, float sigma) {
                                         constAlpha, par.mu, g.ratios, ind_bgr, kThetaBar, tau, n);
       break;
     case Params::kind_prior_upperBound:
-      constAlpha = static_cast<float>(Np);
       kernels.ratseg_dual_alphabeta__upperBound(shape, g.alpha, g.beta, g.a_bar, constAlpha, par.mu,
                                                 par.eps, g.ratios, g.sigmas, ind_bgr, sigma, n);
       check(kRunLines + __LINE__);
@@ -314,7 +317,6 @@ void RatSegImpl::updateShares(float tau, float sigma) {
                                         tau, n);
       break;
     default:
-      constAlpha = 1.0f;
       kernels.ratseg_prim_a__gamma(shape, g.a, g.a_bar, g.gamma, constGamma, kThetaBar, tau, n);
   }
   check(kRunLines + __LINE__);

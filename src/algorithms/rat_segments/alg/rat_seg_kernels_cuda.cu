@@ -205,15 +205,6 @@ __global__ void ratseg_free_shares(float* a, float* a_bar, float* gamma, float* 
 
 }  // namespace kernel
 
-// Allows the kernel that much dynamic shared memory on the current device, where it is more than
-// every kernel may have.
-template <class Kernel>
-void allowSharedMemory(Kernel k, std::size_t bytes) {
-  constexpr std::size_t kAlways = 48 << 10;
-  if (bytes <= kAlways) return;
-  ::cudaFuncSetAttribute(k, cudaFuncAttributeMaxDynamicSharedMemorySize, static_cast<int>(bytes));
-}
-
 class CudaRatSegKernels final : public RatSegKernels {
  public:
   void ratseg_dual_p(const LaunchShape& shape, float2* p, float* u, float* weight, float lambda,

@@ -48,11 +48,13 @@ RATSEG_HD inline double shareTarget(const ShareStepInput& in, const float* gamma
   return static_cast<double>(in.sum_u[i]) / in.pixels - static_cast<double>(gamma[i]) / in.step;
 }
 
-// How the labels are shared out: lane takes the labels lane, lane + lanes, ..., and sum() gives all
-// lanes the sum of their values, the same to the bit. This is all labels in one thread.
+// How the labels are shared out: lane takes the labels lane, lane + lanes, ..., sum() gives all
+// lanes the sum of their values, the same to the bit, and after wait() no lane still reads what
+// came before. This is all labels in one thread.
 struct OneLane {
   std::size_t lane = 0, lanes = 1;
   RATSEG_HD double sum(double value) const { return value; }
+  RATSEG_HD void wait() const {}
 };
 
 // First and second derivative, by the foreground's share B, of the least value over a of
@@ -135,6 +137,7 @@ RATSEG_HD inline void ratseg_exact_shares(float* a, float* a_bar, float* gamma, 
       eps,   ind_bgr, n};
   const double before = 1.0 - static_cast<double>(a_before[ind_bgr]);
   const double B = shareOfForeground(in, gamma_before, before, lanes);
+  lanes.wait();  // all lanes have read the background's entries
   for (std::size_t i = lanes.lane; i < n; i += lanes.lanes) {
     const double q = shareTarget(in, gamma_before, i);
     double moved = 1.0 - B - q;

@@ -119,7 +119,7 @@ void StripEngine::createQueues() {
 // The labeling before the start from u_bar, and gamma of the first iteration from the sums of
 // u_bar.
 void StripEngine::takeOver() {
-  solver_.constAlpha = constAlpha();
+  solver_.constAlpha = solver_.constAlphaOfPrior();
   solver_.computeSumU__save_on_gpu0();
   fillHaloOfU();
   for (std::size_t d = 0; d < bands_.size(); ++d) {
@@ -177,13 +177,6 @@ StripEngine::~StripEngine() {
       check(kStripLines + __LINE__);
     }
   }
-}
-
-float StripEngine::constAlpha() const {
-  const Params& par = solver_.par;
-  const bool scaled = par.kind_prior == Params::kind_prior_interval ||
-                      par.kind_prior == Params::kind_prior_upperBound;
-  return scaled ? static_cast<float>(par.w * par.h) : 1.0f;
 }
 
 LaunchShape StripEngine::perLabel(cudaStream_t stream) const {
@@ -376,7 +369,8 @@ std::size_t StripEngine::stepsAhead(const Params& par, std::size_t step) {
 
 void StripEngine::advance(std::size_t count) {
   const std::size_t phase = done_ % kPhases;
-  if (count == kStepsAtOnce && canRecord_ && !cuda_check_isSync()) {
+  const bool records = count == kStepsAtOnce && launchedAll_ && canRecord_;
+  if (records && !cuda_check_isSync()) {
     std::unique_ptr<StripReplay>& replay = replays_[phase];
     select(0);
     if (replay == nullptr) {
@@ -394,6 +388,7 @@ void StripEngine::advance(std::size_t count) {
     }
   }
   steps(count);
+  launchedAll_ = true;
 }
 
 void StripEngine::steps(std::size_t count) {

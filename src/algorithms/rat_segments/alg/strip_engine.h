@@ -11,9 +11,9 @@
 
 namespace namespace_ratseg {
 
-// The fused engine of the GPUs: one run of the iteration in one kernel per iteration and band. It
-// computes what the plain engine computes, up to rounding. It runs on the host's devices too, where
-// it is slow and there for tests.
+// The fused engine of the GPUs: one run of the iteration, in one kernel per iteration on one band.
+// It computes what the plain engine computes, up to rounding. It runs on the host's devices too,
+// where it is slow and there for tests.
 //
 // The sums of an iteration are there when its kernel ends, so the multipliers gamma of the next
 // iteration are computed by its last block; the prior's step, which the next but one needs, is
@@ -55,11 +55,13 @@ class StripEngine {
   void handOver();
   void takeOver();
 
-  // Brings gamma and sum_u of device 0 up to date, behind what is queued: a, alpha and beta always
-  // are.
+  // Brings gamma of all devices and sum_u of device 0 up to date, behind what is queued, and with
+  // the exact step of the shares a, a_bar, alpha and beta, which otherwise always are.
   void publish();
 
  private:
+  // Between two calls all that the bands' queues hold comes before the end of band 0's first one.
+
   // Buffers of the labeling change roles in a cycle of three, those of the dual field and of the
   // multipliers in one of two: after six iterations all are back.
   static constexpr std::size_t kPhases = 6;
@@ -85,7 +87,6 @@ class StripEngine {
   bool allocate(unsigned rows);
   void fillHaloOfU();
   void createQueues();
-  float constAlpha() const;
 
   std::size_t current() const { return 2 * done_ % 3; }
   std::size_t previous() const { return (2 * done_ + 1) % 3; }
@@ -117,11 +118,11 @@ class StripEngine {
   void gatherSums();
   void nextGamma(std::size_t parity);
 
-  // Between two calls everything that is queued comes before the end of band 0's first queue.
   RatSegImpl& solver_;
   float tau_, sigma_, theta_bar_;
   std::vector<Band> bands_;
   std::array<std::unique_ptr<StripReplay>, kPhases> replays_;
+  bool launchedAll_ = false;  // kernels are loaded when they are first launched, not in a recording
   bool canRecord_ = true;
   bool started_ = false;  // the queues exist
   bool hasArrays_ = false;

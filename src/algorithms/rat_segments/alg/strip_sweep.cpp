@@ -16,7 +16,6 @@ constexpr unsigned kMostThreads = 128;  // of a block that walks strips
 constexpr unsigned kMostRows = 16;      // beyond it, repeated border rows cost next to nothing
 constexpr std::size_t kThreadsPerProcessor = 256;  // that keep the memory busy
 constexpr unsigned kTileRows = 8;
-constexpr unsigned kBlocksPerProcessor = 4;
 constexpr std::size_t kBlocksInSharedMemory = 3;  // fewer at a time do not keep the memory busy
 
 std::size_t ceilDiv(std::size_t a, std::size_t b) { return (a + b - 1) / b; }
@@ -69,7 +68,7 @@ StripShape tileShape(std::size_t n, const cudaDeviceProp& device) {
   s.threads = kTileColumns * s.tileRows;
   s.rows = s.tileRows;
   s.sharedBytes = bytes();
-  s.mostBlocks = static_cast<unsigned>(processors(device)) * kBlocksPerProcessor;
+  s.mostBlocks = static_cast<unsigned>(processors(device)) * kTileBlocks;
   return s;
 }
 

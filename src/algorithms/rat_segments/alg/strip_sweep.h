@@ -32,6 +32,7 @@ struct StripShape {
 
 inline constexpr int kMostRegisterLabels = 16;
 inline constexpr unsigned kTileColumns = 32;
+inline constexpr unsigned kTileBlocks = 4;  // of tiles, at a time on a processor
 
 // The rows of a strip that RATSEG_STRIP_ROWS asks for, 1 to 64; 0 when it is unset or empty. Ends
 // the process with one line on standard error for any other value.
@@ -130,8 +131,8 @@ class StripKernels {
   virtual void ratseg_strip_finish(cudaStream_t stream, const StripFinish& finish) = 0;
 
   // Records what steps() launches on the stream and on those that it orders before and behind it,
-  // without running it. Null, and no error pending, where the device cannot record; whether steps()
-  // has been called or not, nothing has run then.
+  // without running it. Null, and no error pending, where no recording can be begun, ended or made
+  // to run; nothing has run then.
   virtual std::unique_ptr<StripReplay> record(cudaStream_t stream,
                                               const std::function<void()>& steps) = 0;
 };

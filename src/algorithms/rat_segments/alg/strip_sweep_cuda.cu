@@ -14,7 +14,6 @@ namespace {
 constexpr unsigned kFlatThreads = 256;
 constexpr unsigned kStripThreads = 128;
 constexpr unsigned kTileThreads = 256;
-constexpr int kTileBlocks = 4;  // at a time on a processor (stripShape)
 
 // Blocks of the strip kernel that a processor is to hold at a time: as many as leave each thread
 // the registers that it needs without spilling (scripts/kernel_report.py). Newer machine code takes
@@ -207,7 +206,7 @@ class CudaStripKernels final : public StripKernels {
     const StripShares s = shares != nullptr ? *shares : StripShares();
     const StripFinish f = finish != nullptr ? *finish : StripFinish();
     if (shape.labels == 0) {
-      allowSharedMemory(shape.sharedBytes);
+      allowSharedMemory(kernel::ratseg_strip_tiles, shape.sharedBytes);
       launch(kernel::ratseg_strip_tiles,
              CudaLaunch(blocks, shape.threads, shape.sharedBytes, native(stream)), b, s, f,
              shape.tileRows, shape.sharedScratch);
@@ -238,16 +237,6 @@ class CudaStripKernels final : public StripKernels {
     if (instance != nullptr) return std::make_unique<CudaReplay>(instance);
     ::cudaGetLastError();  // the steps can be launched one by one
     return nullptr;
-  }
-
- private:
-  // Allows the kernel that much dynamic shared memory on the current device, where it is more than
-  // every kernel may have.
-  static void allowSharedMemory(std::size_t bytes) {
-    constexpr std::size_t kAlways = 48 << 10;
-    if (bytes <= kAlways) return;
-    ::cudaFuncSetAttribute(kernel::ratseg_strip_tiles, cudaFuncAttributeMaxDynamicSharedMemorySize,
-                           static_cast<int>(bytes));
   }
 };
 

@@ -57,9 +57,11 @@ class DeviceCompare : public DeviceTest {
     return lists;
   }
 
+  static bool takesATenth() { return std::getenv("RATSEG_TEST_QUICK") != nullptr; }
+
   static SolverResult solveWith(SolverProblem p, int engine, const std::vector<int>& gpu = {0}) {
     p.par.engine = engine;
-    if (std::getenv("RATSEG_TEST_QUICK") != nullptr) p.par.Nsteps = (p.par.Nsteps + 9) / 10;
+    if (takesATenth()) p.par.Nsteps = (p.par.Nsteps + 9) / 10;
     return solve(p, gpu);
   }
 
@@ -169,7 +171,7 @@ TEST_F(DeviceCompare, AThousandIterationsOfRandomProblems) {
 }
 
 TEST_F(DeviceCompare, EveryPrior) {
-  SolverProblem p = problem(45, 33, 4, 5, 300);
+  SolverProblem p = problem(45, 33, 4, 5, 500);
   for (int kind = 0; kind <= 3; ++kind) {
     p.par.kind_prior = kind;
     p.par.mu = kind == Params::kind_prior_lowerBound ? 1.0f : 100.0f;
@@ -179,7 +181,7 @@ TEST_F(DeviceCompare, EveryPrior) {
 
 TEST_F(DeviceCompare, AcceleratedRuns) {
   for (const bool many : {false, true}) {
-    SolverProblem p = many ? problem(21, 14, 40, 5, 300) : problem(45, 33, 3, 5, 300);
+    SolverProblem p = many ? problem(21, 14, 40, 5, 500) : problem(45, 33, 3, 5, 500);
     p.par.accelerate = true;
     p.par.mu = 100.0f;
     for (const int kind : {Params::kind_prior_none, Params::kind_prior_upperBound}) {
@@ -213,6 +215,16 @@ TEST_F(DeviceCompare, AFewStepsOfEveryKernel) {
       compare(sizeOf(p), p);
     }
   }
+}
+
+// Long enough for steps that are recorded and replayed.
+TEST_F(DeviceCompare, AFewAcceleratedSteps) {
+  SolverProblem p = problem(16, 9, 3, 8, 500);
+  if (!takesATenth()) p.par.Nsteps = 50;
+  p.par.accelerate = true;
+  p.par.kind_prior = Params::kind_prior_upperBound;
+  p.par.mu = 100.0f;
+  compare("accelerated " + sizeOf(p), p);
 }
 
 TEST_F(DeviceCompare, RunsRepeatThemselvesToTheByte) {
