@@ -369,6 +369,7 @@ std::size_t StripEngine::stepsAhead(const Params& par, std::size_t step) {
 
 void StripEngine::advance(std::size_t count) {
   const std::size_t phase = done_ % kPhases;
+  replayed_ = false;
   const bool records = count == kStepsAtOnce && launchedAll_ && canRecord_;
   if (records && !cuda_check_isSync()) {
     std::unique_ptr<StripReplay>& replay = replays_[phase];
@@ -384,6 +385,7 @@ void StripEngine::advance(std::size_t count) {
       replay->launch(bands_[0].stream);
       check(kStripLines + __LINE__);
       done_ += count;
+      replayed_ = true;
       return;
     }
   }

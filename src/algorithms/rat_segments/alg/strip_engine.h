@@ -55,6 +55,9 @@ class StripEngine {
   void handOver();
   void takeOver();
 
+  // Whether the last kStepsAtOnce iterations that were queued at once were a recorded graph.
+  bool replayed() const { return replayed_; }
+
   // Brings gamma of all devices and sum_u of device 0 up to date, behind what is queued, and with
   // the exact step of the shares a, a_bar, alpha and beta, which otherwise always are.
   void publish();
@@ -124,6 +127,7 @@ class StripEngine {
   std::array<std::unique_ptr<StripReplay>, kPhases> replays_;
   bool launchedAll_ = false;  // kernels are loaded when they are first launched, not in a recording
   bool canRecord_ = true;
+  bool replayed_ = false;
   bool started_ = false;  // the queues exist
   bool hasArrays_ = false;
   std::size_t done_ = 0;  // iterations

@@ -131,6 +131,26 @@ TEST_F(DeviceCompare, EveryCutOfAnImage) {
   }
 }
 
+// All streams of a recording come together again; otherwise the device refuses it, and iterations
+// are launched one by one.
+TEST_F(DeviceCompare, IterationsOfAllBandsAreReplayed) {
+  if (onHost()) GTEST_SKIP() << "the host records nothing";
+  for (const std::vector<int>& gpu : bandings()) {
+    if (exchangesOtherRows(gpu)) continue;
+    SolverProblem p = problem(40, 20, 3, 11, 1);
+    p.par.gpu = gpu;
+    RatSegImpl solver(p.par);
+    setUp(solver, p);
+    auto engine = StripEngine::make(solver, 1.0f, 1.0f, 1.0f);
+    engine->advance(StripEngine::kStepsAtOnce);
+    EXPECT_FALSE(engine->replayed()) << listOf(gpu);
+    engine->advance(StripEngine::kStepsAtOnce);
+    EXPECT_TRUE(engine->replayed()) << listOf(gpu);
+    engine.reset();
+    solver.free();
+  }
+}
+
 // Also when the iterations behind it are queued before anybody looks.
 TEST_F(DeviceCompare, WhatIsPublishedStays) {
   std::vector<std::vector<float>> seen[2];
