@@ -9,9 +9,6 @@
 namespace emulated_gpu {
 namespace {
 
-void setTo(int* a, int value) { *a = value; }
-void timesTen(int* a, int more) { *a = *a * 10 + more; }
-
 class GraphsTest : public EmulatedTest {
  protected:
   GraphsTest() {

@@ -77,6 +77,10 @@ class EmulatedTest : public ::testing::Test {
   void TearDown() override { EXPECT_EQ(cudaGetLastError(), cudaSuccess); }
 };
 
+// Kernels of one thread whose order shows in what they leave.
+inline void setTo(int* a, int value) { *a = value; }
+inline void timesTen(int* a, int more) { *a = *a * 10 + more; }
+
 // What a kernel does comes to light when the host waits.
 inline void finish(cudaError_t launched) {
   EXPECT_EQ(launched, cudaSuccess);

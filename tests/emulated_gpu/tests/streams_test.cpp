@@ -7,9 +7,7 @@
 namespace emulated_gpu {
 namespace {
 
-void setTo(int* a, int value) { *a = value; }
 void copyTo(int* a, const int* b) { *a = *b; }
-void timesTen(int* a, int more) { *a = *a * 10 + more; }
 
 class StreamsTest : public EmulatedTest {
  protected:
