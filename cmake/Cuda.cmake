@@ -26,10 +26,20 @@ elseif(NOT RATSEG_CUDA STREQUAL "OFF")
 endif()
 
 # How files with CUDA kernels are compiled for the emulated GPU. A misaligned address, or an index beyond
-# an array whose length the compiler knows, ends the program with its line.
+# an array whose length the compiler knows, ends the program with its line. Multiplications and
+# additions are fused as nvcc does it, where this machine's processor can.
 set(ratseg_emulated_checks -fsanitize=alignment,bounds)
-set(ratseg_emulated_options
-  -xc++ -Wno-unknown-pragmas -fno-extern-tls-init ${ratseg_emulated_checks} -fno-sanitize-recover=all)
+set(ratseg_emulated_options -xc++ -Wno-unknown-pragmas -fno-extern-tls-init -ffp-contract=fast
+  ${ratseg_emulated_checks} -fno-sanitize-recover=all)
+if(RATSEG_CUDA STREQUAL "EMULATED")
+  include(CheckCXXSourceRuns)
+  set(CMAKE_REQUIRED_FLAGS -mfma)
+  check_cxx_source_runs("int main() { return __builtin_cpu_supports(\"fma\") ? 0 : 1; }" RATSEG_HAVE_FMA)
+  unset(CMAKE_REQUIRED_FLAGS)
+  if(RATSEG_HAVE_FMA)
+    list(APPEND ratseg_emulated_options -mfma)
+  endif()
+endif()
 
 # ratseg_cuda_sources(TARGET file.cu...): adds CUDA files to a target.
 function(ratseg_cuda_sources target)

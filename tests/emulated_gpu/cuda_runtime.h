@@ -5,6 +5,7 @@
 // emulated GPU takes a GPU's place (README.md beside this file). Names, signatures and error rules
 // are CUDA's; what is missing here the project does not use.
 
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -230,7 +231,24 @@ T __ldcg(const T* p) {
   return __ldg(p);
 }
 
-inline float rsqrtf(float x) { return 1.0f / std::sqrt(x); }
-inline float __fdividef(float a, float b) { return a / b; }
+namespace emulated_gpu {
+
+// Off by up to two units in the last place, as the quick forms of GPUs may be; always the same for
+// the same value.
+inline float quick(float exact) {
+  if (!std::isnormal(exact)) return exact;
+  const auto bits = std::bit_cast<std::uint32_t>(exact);
+  return std::bit_cast<float>(bits + (bits * 2654435761u >> 16) % 5 - 2);
+}
+
+}  // namespace emulated_gpu
+
+inline float rsqrtf(float x) {
+  return emulated_gpu::quick(static_cast<float>(1.0 / std::sqrt(static_cast<double>(x))));
+}
+inline float __fdividef(float a, float b) {
+  const bool large = std::isfinite(b) && std::fabs(b) > 0x1p126f;
+  return large ? 0.0f * a : emulated_gpu::quick(a / b);
+}
 
 #endif

@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,6 +33,18 @@ constexpr unsigned kMostRowsOfGrid = 65535;
 int setting(const char* name, int unset) {
   const char* text = std::getenv(name);
   return text != nullptr && *text != '\0' ? std::atoi(text) : unset;
+}
+
+// The GPUs that the program may see: as many as CUDA_VISIBLE_DEVICES lists before the first that
+// there is not.
+int visibleGpus() {
+  const int count = setting("RATSEG_EMULATED_GPUS", 0);
+  const char* list = std::getenv("CUDA_VISIBLE_DEVICES");
+  if (list == nullptr) return count;
+  std::istringstream numbers(list);
+  int visible = 0;
+  for (int d = 0; visible < count && numbers >> d && d >= 0 && d < count; numbers.ignore()) ++visible;
+  return visible;
 }
 
 struct Device {
@@ -63,7 +76,7 @@ class Handles {
 class Machine {
  public:
   Machine()
-      : count_(setting("RATSEG_EMULATED_GPUS", 0)),
+      : count_(visibleGpus()),
         peer_(setting("RATSEG_EMULATED_PEER", 1) != 0),
         memory(count_, static_cast<std::size_t>(setting("RATSEG_EMULATED_MEMORY", 1024)) << 20),
         queues(

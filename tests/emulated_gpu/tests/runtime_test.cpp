@@ -60,6 +60,22 @@ void withoutGpu() {
 
 TEST_F(SettingsTest, ThereMayBeNoGpu) { EXPECT_GOOD(withoutGpu()); }
 
+void withInSight(const char* list, int expected) {
+  setenv("CUDA_VISIBLE_DEVICES", list, 1);
+  int count = -1;
+  cudaGetDeviceCount(&count);
+  endWith(count == expected);
+}
+
+TEST_F(SettingsTest, GpusMayBeOutOfSight) {
+  EXPECT_GOOD(withInSight("", 0));
+  EXPECT_GOOD(withInSight("0", 1));
+  EXPECT_GOOD(withInSight("1,0", 2));
+  EXPECT_GOOD(withInSight("1,2,0", 1));
+  EXPECT_GOOD(withInSight("-1", 0));
+  EXPECT_GOOD(withInSight("none", 0));
+}
+
 void withoutPeerAccess() {
   setenv("RATSEG_EMULATED_PEER", "0", 1);
   int can = 1;
