@@ -43,7 +43,8 @@ int visibleGpus() {
   if (list == nullptr) return count;
   std::istringstream numbers(list);
   int visible = 0;
-  for (int d = 0; visible < count && numbers >> d && d >= 0 && d < count; numbers.ignore()) ++visible;
+  for (int d = 0; visible < count && numbers >> d && d >= 0 && d < count; numbers.ignore())
+    ++visible;
   return visible;
 }
 

@@ -64,7 +64,8 @@ void multiplyAndAdd(float* out, const float* factor, const float* less) {
   *out = *factor * *factor - *less;
 }
 
-// 1 + 2 e + e^2, rounded, is 1 + 2 e; what is left of the square is seen only when it is not rounded.
+// 1 + 2 e + e^2, rounded, is 1 + 2 e; what is left of the square is seen only when it is not
+// rounded.
 TEST_F(ArithmeticTest, MultiplicationsAndAdditionsAreFusedWhereTheProcessorCan) {
 #if !defined(__FMA__) && !defined(__aarch64__)
   GTEST_SKIP() << "SKIPPED: this processor cannot fuse them";
