@@ -9,7 +9,7 @@
 #   limits    1 to 1024 labels; a problem larger than the GPU's memory, and one after it; the choice of
 #             a device with the GPU in sight and out of it
 #   bench     the benchmark, one whole solve of 2048 x 2048 x 8 in 5000 iterations, the accelerated
-#             iteration, and strips of several heights (RATSEG_STRIP_ROWS)
+#             iteration, and strips of several shapes (RATSEG_STRIP_ROWS, _PIXELS and _THREADS)
 #
 # Each stage takes less than ten minutes and can be run by itself; what failed in one keeps no other
 # from running. Logs and one report per stage go to build/gpu/report; at the end the reports of all
@@ -205,11 +205,11 @@ stage_bench() {
   step 60 "accelerated iteration" "$bench" -device cuda -engine fused --accelerate 64x64x3 \
     512x512x5 2048x2048x8
   quote_lines 'M pli/s'
-  local rows
-  for rows in 1 2 4 8 16 32; do
-    heading "strips of $rows rows"
-    step 35 "strips of $rows rows" env RATSEG_STRIP_ROWS="$rows" "$bench" -device cuda -engine fused \
-      512x512x5 2048x2048x8
+  local shape
+  for shape in ROWS=1 ROWS=2 ROWS=4 ROWS=8 ROWS=16 ROWS=32 PIXELS=1 THREADS=32 THREADS=64; do
+    heading "RATSEG_STRIP_$shape"
+    step 35 "RATSEG_STRIP_$shape" env "RATSEG_STRIP_$shape" "$bench" -device cuda -engine fused \
+      64x64x3 512x512x5 2048x2048x8
     quote_lines 'M pli/s'
   done
 }

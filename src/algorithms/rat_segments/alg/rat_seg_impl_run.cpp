@@ -66,7 +66,7 @@ void RatSegImpl::run() {
   Report report(par.n);
   std::unique_ptr<StripEngine> strips;
   if (par.Nsteps > 0 && wantsStrips(par) && StripEngine::canRun(*this)) {
-    strips = StripEngine::make(*this, tau, sigma, kThetaBar, stripRowsFromEnvironment());
+    strips = StripEngine::make(*this, tau, sigma, kThetaBar, stripWishFromEnvironment());
   }
   std::optional<HostEngine> engine;
   if (!strips && par.engine != Params::engine_plain && HostEngine::canRun(*this)) {

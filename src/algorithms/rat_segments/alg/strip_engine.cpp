@@ -33,9 +33,9 @@ bool StripEngine::canRun(const RatSegImpl& solver) {
 }
 
 std::unique_ptr<StripEngine> StripEngine::make(RatSegImpl& solver, float tau, float sigma,
-                                               float theta_bar, unsigned rows) {
+                                               float theta_bar, const StripWish& wish) {
   std::unique_ptr<StripEngine> engine(new StripEngine(solver, tau, sigma, theta_bar));
-  if (!engine->allocate(rows)) return nullptr;
+  if (!engine->allocate(wish)) return nullptr;
   engine->createQueues();
   engine->takeOver();
   return engine;
@@ -53,7 +53,7 @@ void StripEngine::select(std::size_t d) {
 }
 
 // False when a device has no room.
-bool StripEngine::allocate(unsigned rows) {
+bool StripEngine::allocate(const StripWish& wish) {
   const Params& par = solver_.par;
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     gpudata& g = solver_.arrays[d];
@@ -62,7 +62,7 @@ bool StripEngine::allocate(unsigned rows) {
     cudaDeviceProp device;
     cudaGetDeviceProperties(&device, solver_.dev[d]);
     check(kStripLines + __LINE__);
-    b.shape = stripShape(par.w, g.h, par.n, device, rows);
+    b.shape = stripShape(par.w, g.h, par.n, device, wish);
     const std::size_t first = bands_.size() > 1 ? std::min<std::size_t>(b.shape.rows, g.h) : 0;
     b.firstRows = static_cast<unsigned>(first);
     b.firstBlocks = stripBlocks(b.shape, par.w, first);

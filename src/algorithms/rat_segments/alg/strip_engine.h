@@ -35,9 +35,9 @@ class StripEngine {
   static bool canRun(const RatSegImpl& solver);
 
   // Takes the solver's arrays over until it is destroyed; null when the devices have no room for
-  // the second arrays. rows > 0 fixes the rows of a strip.
+  // the second arrays.
   static std::unique_ptr<StripEngine> make(RatSegImpl& solver, float tau, float sigma,
-                                           float theta_bar, unsigned rows = 0);
+                                           float theta_bar, const StripWish& wish = {});
   ~StripEngine();
   StripEngine(const StripEngine&) = delete;
   StripEngine& operator=(const StripEngine&) = delete;
@@ -87,7 +87,7 @@ class StripEngine {
   };
 
   StripEngine(RatSegImpl& solver, float tau, float sigma, float theta_bar);
-  bool allocate(unsigned rows);
+  bool allocate(const StripWish& wish);
   void fillHaloOfU();
   void createQueues();
 

@@ -36,14 +36,16 @@ int compiledLabels(std::size_t n) {
   return n <= 12 ? 12 : kMostRegisterLabels;
 }
 
-StripShape registerShape(std::size_t w, std::size_t h, std::size_t n,
-                         const cudaDeviceProp& device) {
+StripShape registerShape(std::size_t w, std::size_t h, std::size_t n, const cudaDeviceProp& device,
+                         const StripWish& wish) {
   StripShape s;
   s.labels = compiledLabels(n);
-  s.pixels = n <= 8 && w % 2 == 0 ? 2 : 1;  // pairs of pixels start at even columns of every row
+  const bool pairs = n <= 8 && w % 2 == 0;  // that start at even columns of every row
+  s.pixels = pairs && wish.pixels != 1 ? 2 : 1;
   const std::size_t threadsPerRow = w / static_cast<std::size_t>(s.pixels);
   while (s.threads < kMostThreads && s.threads < threadsPerRow) s.threads *= 2;
-  s.rows = stripRows(threadsPerRow, h, device);
+  if (wish.threads > 0) s.threads = wish.threads;
+  s.rows = wish.rows > 0 ? wish.rows : stripRows(threadsPerRow, h, device);
   return s;
 }
 
@@ -72,25 +74,36 @@ StripShape tileShape(std::size_t n, const cudaDeviceProp& device) {
   return s;
 }
 
-}  // namespace
-
-unsigned stripRowsFromEnvironment() {
-  const char* text = std::getenv("RATSEG_STRIP_ROWS");
+// The value of an environment variable, 0 when it is unset or empty.
+template <class Allowed>
+unsigned wished(const char* variable, const char* expected, Allowed&& allowed) {
+  const char* text = std::getenv(variable);
   if (text == nullptr || *text == '\0') return 0;
   const std::string word = text;
   const bool digits = word.find_first_not_of("0123456789") == std::string::npos;
-  const int rows = digits && word.size() <= 2 ? std::stoi(word) : 0;
-  if (rows >= 1 && rows <= 64) return static_cast<unsigned>(rows);
-  std::cerr << "ERROR: RATSEG_STRIP_ROWS must be a number from 1 to 64, but is \"" << word << "\""
+  const unsigned value = digits && word.size() <= 3 ? static_cast<unsigned>(std::stoi(word)) : 0;
+  if (allowed(value)) return value;
+  std::cerr << "ERROR: " << variable << " must be " << expected << ", but is \"" << word << "\""
             << std::endl;
   std::exit(1);
 }
 
+}  // namespace
+
+StripWish stripWishFromEnvironment() {
+  StripWish wish;
+  wish.rows = wished("RATSEG_STRIP_ROWS", "a number from 1 to 64",
+                     [](unsigned k) { return k >= 1 && k <= 64; });
+  wish.pixels =
+      wished("RATSEG_STRIP_PIXELS", "1 or 2", [](unsigned k) { return k == 1 || k == 2; });
+  wish.threads = wished("RATSEG_STRIP_THREADS", "32, 64 or 128",
+                        [](unsigned k) { return k == 32 || k == 64 || k == 128; });
+  return wish;
+}
+
 StripShape stripShape(std::size_t w, std::size_t h, std::size_t n, const cudaDeviceProp& device,
-                      unsigned rows) {
-  StripShape s = n <= kMostRegisterLabels ? registerShape(w, h, n, device) : tileShape(n, device);
-  if (rows > 0 && s.labels > 0) s.rows = rows;
-  return s;
+                      const StripWish& wish) {
+  return n <= kMostRegisterLabels ? registerShape(w, h, n, device, wish) : tileShape(n, device);
 }
 
 unsigned stripBlocks(const StripShape& s, std::size_t w, std::size_t rows) {

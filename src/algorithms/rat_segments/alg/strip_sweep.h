@@ -34,14 +34,20 @@ inline constexpr int kMostRegisterLabels = 16;
 inline constexpr unsigned kTileColumns = 32;
 inline constexpr unsigned kTileBlocks = 4;  // of tiles, at a time on a processor
 
-// The rows of a strip that RATSEG_STRIP_ROWS asks for, 1 to 64; 0 when it is unset or empty. Ends
-// the process with one line on standard error for any other value.
-unsigned stripRowsFromEnvironment();
+// What a measurement asks of the shape of strips; 0 = as the device and the image need it.
+struct StripWish {
+  unsigned rows = 0;     // of a strip, 1 to 64
+  unsigned pixels = 0;   // per thread and row, 1 or 2; 2 only where there are pairs
+  unsigned threads = 0;  // of a block, 32, 64 or 128
+};
 
-// The shape for bands of an image of w columns with at most h rows each. rows > 0 asks for strips
-// of that many rows; 0 chooses by the size of the device.
+// What RATSEG_STRIP_ROWS, RATSEG_STRIP_PIXELS and RATSEG_STRIP_THREADS ask for. Ends the process
+// with one line on standard error when a value is none of the above; unset and empty is 0.
+StripWish stripWishFromEnvironment();
+
+// The shape for bands of an image of w columns with at most h rows each.
 StripShape stripShape(std::size_t w, std::size_t h, std::size_t n, const cudaDeviceProp& device,
-                      unsigned rows = 0);
+                      const StripWish& wish = {});
 
 // Blocks of a launch over that many rows, without the one of the shares.
 unsigned stripBlocks(const StripShape& shape, std::size_t w, std::size_t rows);

@@ -37,9 +37,9 @@ void chooseWeight(RatSegImpl& solver) {
   }
 }
 
-std::unique_ptr<StripEngine> makeEngine(RatSegImpl& solver, unsigned rows = 0) {
+std::unique_ptr<StripEngine> makeEngine(RatSegImpl& solver, const StripWish& wish = {}) {
   const float tau = solver.par.dt_multiplier;
-  return StripEngine::make(solver, tau, 1.0f / tau, 1.0f, rows);
+  return StripEngine::make(solver, tau, 1.0f / tau, 1.0f, wish);
 }
 
 // With the steps that the run takes.
@@ -53,20 +53,22 @@ SolverResult solvePlain(SolverProblem p, const std::vector<int>& gpu = {}) {
   return solve(p, gpu);
 }
 
-SolverResult solveStrips(SolverProblem p, const std::vector<int>& gpu = {}, unsigned rows = 0) {
+SolverResult solveStrips(SolverProblem p, const std::vector<int>& gpu = {},
+                         const StripWish& wish = {}) {
   p.par.gpu = gpu;
   RatSegImpl solver(p.par);
   setUp(solver, p);
   chooseWeight(solver);
-  makeEngine(solver, rows)->advance(p.par.Nsteps);
+  makeEngine(solver, wish)->advance(p.par.Nsteps);
   SolverResult result = resultOf(solver);
   solver.free();
   return result;
 }
 
-void expectAgreement(const SolverProblem& p, const std::vector<int>& gpu = {}, unsigned rows = 0) {
+void expectAgreement(const SolverProblem& p, const std::vector<int>& gpu = {},
+                     const StripWish& wish = {}) {
   const SolverResult plain = solvePlain(p, gpu);
-  const SolverResult strips = solveStrips(p, gpu, rows);
+  const SolverResult strips = solveStrips(p, gpu, wish);
   EXPECT_LE(largestDifference(plain.u, strips.u), 5e-5f);
   EXPECT_LE(largestDifference(plain.a, strips.a), 1e-5f);
   EXPECT_LE(largestDifference(plain.gamma, strips.gamma), 1e-4f);
@@ -95,8 +97,20 @@ TEST(StripEngine, AgreesForStripsOfAnyNumberOfRows) {
   const HostMachine machine;
   for (const unsigned rows : {1u, 2u, 3u, 7u, 8u, 9u, 16u, 50u}) {
     SCOPED_TRACE(testing::Message() << rows << " rows");
-    expectAgreement(randomProblem(38, 21, 4, 3), {}, rows);
-    expectAgreement(randomProblem(37, 21, 11, 3), {0, 0}, rows);
+    expectAgreement(randomProblem(38, 21, 4, 3), {}, {.rows = rows});
+    expectAgreement(randomProblem(37, 21, 11, 3), {0, 0}, {.rows = rows});
+  }
+}
+
+TEST(StripEngine, AgreesForBlocksAndThreadsOfAnySize) {
+  const HostMachine machine;
+  for (const unsigned pixels : {1u, 2u}) {
+    for (const unsigned threads : {32u, 64u, 128u}) {
+      SCOPED_TRACE(testing::Message() << pixels << " pixels, " << threads << " threads");
+      const StripWish wish = {.rows = 4, .pixels = pixels, .threads = threads};
+      expectAgreement(randomProblem(134, 21, 4, 3), {}, wish);
+      expectAgreement(randomProblem(133, 21, 5, 3), {0, 0}, wish);
+    }
   }
 }
 
@@ -438,7 +452,7 @@ std::map<std::string, int> callsOf(int devices, std::size_t steps) {
   chooseWeight(solver);
   std::map<std::string, int> calls;
   {
-    const auto engine = makeEngine(solver, 2);
+    const auto engine = makeEngine(solver, {.rows = 2});
     machine.backend.setObserver([&](const HostBackend::Call& call) { ++calls[call.name]; });
     engine->advance(steps);
     machine.backend.setObserver({});

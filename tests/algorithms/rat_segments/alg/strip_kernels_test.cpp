@@ -9,6 +9,8 @@
 #include <cmath>
 #include <random>
 #include <set>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "support/environment.h"
@@ -139,7 +141,7 @@ TEST(StripShape, CoversEveryPixelOnce) {
                                                              {64, 9, 64},
                                                              {31, 5, 1024}}) {
     SCOPED_TRACE(testing::Message() << w << "x" << h << "x" << n);
-    const StripShape s = stripShape(w, h, n, largeDevice(), 3);
+    const StripShape s = stripShape(w, h, n, largeDevice(), {.rows = 3});
     StripBand b;
     b.w = w;
     b.h = b.rowEnd = h;
@@ -193,28 +195,75 @@ TEST(StripShape, LeavesEnoughThreadsForTheDevice) {
   EXPECT_EQ(stripShape(64, 64, 3, largeDevice()).rows, 1u);
   EXPECT_EQ(stripShape(512, 512, 5, largeDevice()).rows, 3u);
   EXPECT_EQ(stripShape(2048, 2048, 8, largeDevice()).rows, 16u);
-  EXPECT_EQ(stripShape(2048, 2048, 8, largeDevice(), 5).rows, 5u);
+}
+
+TEST(StripShape, TakesWhatIsWishedForWhereItCan) {
+  const StripShape rows = stripShape(2048, 2048, 8, largeDevice(), {.rows = 5});
+  EXPECT_EQ(rows.rows, 5u);
+  EXPECT_EQ(rows.pixels, 2);
+  EXPECT_EQ(rows.threads, 128u);
+  const StripShape single = stripShape(512, 512, 5, largeDevice(), {.pixels = 1});
+  EXPECT_EQ(single.rows, 7u);  // twice the threads of a row
+  EXPECT_EQ(single.pixels, 1);
+  EXPECT_EQ(stripShape(2048, 2048, 8, largeDevice(), {.pixels = 2}).pixels, 2);
+  EXPECT_EQ(stripShape(2047, 2048, 8, largeDevice(), {.pixels = 2}).pixels, 1);
+  EXPECT_EQ(stripShape(2048, 2048, 9, largeDevice(), {.pixels = 2}).pixels, 1);
+  EXPECT_EQ(stripShape(64, 64, 3, largeDevice()).threads, 32u);
+  EXPECT_EQ(stripShape(64, 64, 3, largeDevice(), {.threads = 64}).threads, 64u);
+  EXPECT_EQ(stripShape(2048, 2048, 8, largeDevice(), {.threads = 32}).threads, 32u);
+}
+
+struct WishCase {
+  const char* variable;
+  unsigned StripWish::*wish;
+  const char* expected;
+  std::vector<std::pair<const char*, unsigned>> good;
+  std::vector<const char*> bad;
+};
+
+const std::vector<WishCase>& wishCases() {
+  static const std::vector<WishCase> cases = {
+      {"RATSEG_STRIP_ROWS",
+       &StripWish::rows,
+       "a number from 1 to 64",
+       {{"", 0}, {"1", 1}, {"16", 16}, {"64", 64}},
+       {"0", "65", "-1", "8 ", "x", "100", "1000000000000"}},
+      {"RATSEG_STRIP_PIXELS",
+       &StripWish::pixels,
+       "1 or 2",
+       {{"", 0}, {"1", 1}, {"2", 2}},
+       {"0", "3", "two"}},
+      {"RATSEG_STRIP_THREADS",
+       &StripWish::threads,
+       "32, 64 or 128",
+       {{"", 0}, {"32", 32}, {"64", 64}, {"128", 128}},
+       {"0", "33", "256", "1024"}}};
+  return cases;
+}
+
+TEST(StripWish, IsWhatTheEnvironmentSays) {
+  for (const WishCase& c : wishCases()) {
+    const EnvironmentVariable unset(c.variable, nullptr);
+    EXPECT_EQ(stripWishFromEnvironment().*c.wish, 0u);
+    for (const auto& [text, value] : c.good) {
+      const EnvironmentVariable set(c.variable, text);
+      EXPECT_EQ(stripWishFromEnvironment().*c.wish, value) << c.variable << "=" << text;
+    }
+  }
+}
+
+TEST(StripWishDeathTest, OtherValuesEndTheProcess) {
+  for (const WishCase& c : wishCases()) {
+    for (const char* text : c.bad) {
+      const EnvironmentVariable set(c.variable, text);
+      EXPECT_EXIT(stripWishFromEnvironment(), testing::ExitedWithCode(1),
+                  std::string("^ERROR: ") + c.variable + " must be " + c.expected + ", but is \"" +
+                      text + "\"\n$");
+    }
+  }
 }
 
 // Values in shared memory as long as three blocks find room, behind that in the rows themselves.
-TEST(StripRows, AreWhatTheEnvironmentSays) {
-  const EnvironmentVariable unset("RATSEG_STRIP_ROWS", nullptr);
-  EXPECT_EQ(stripRowsFromEnvironment(), 0u);
-  for (const auto& [text, rows] :
-       std::vector<std::pair<const char*, unsigned>>{{"", 0}, {"1", 1}, {"16", 16}, {"64", 64}}) {
-    const EnvironmentVariable set("RATSEG_STRIP_ROWS", text);
-    EXPECT_EQ(stripRowsFromEnvironment(), rows) << text;
-  }
-}
-
-TEST(StripRowsDeathTest, OtherValuesEndTheProcess) {
-  for (const char* text : {"0", "65", "-1", "8 ", "x", "100"}) {
-    const EnvironmentVariable set("RATSEG_STRIP_ROWS", text);
-    EXPECT_EXIT(stripRowsFromEnvironment(), testing::ExitedWithCode(1),
-                "ERROR: RATSEG_STRIP_ROWS must be a number from 1 to 64, but is \"");
-  }
-}
-
 TEST(StripShape, KeepsBlocksWithinSharedMemory) {
   for (std::size_t n = 17; n <= 1024; ++n) {
     const StripShape s = stripShape(640, 480, n, largeDevice());
