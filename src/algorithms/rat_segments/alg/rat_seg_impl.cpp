@@ -22,6 +22,16 @@ dim3 shape3(std::size_t x, std::size_t y, std::size_t z) {
   return {static_cast<unsigned>(x), static_cast<unsigned>(y), static_cast<unsigned>(z)};
 }
 
+constexpr std::size_t kMostRowsOfGrid = 65535;
+
+// Makes a block of x by y threads higher and narrower until a grid covers h rows.
+void coverRows(std::size_t& x, std::size_t& y, std::size_t h) {
+  while (ceilDiv(h, y) > kMostRowsOfGrid && x > 1) {
+    x /= 2;
+    y *= 2;
+  }
+}
+
 // Bytes of the band's arrays in whole MiB, rounded up. The arrays of the scribble data term are
 // left out.
 std::size_t memoryMiB(const gpudata& g, std::size_t n) {
@@ -100,8 +110,11 @@ bool RatSegImpl::setUpBands() {
     g.NOmegaOffset = (g.h + 1) * par.w;
     g.N = g.NOmega * par.n;
     g.NOffset = g.NOmegaOffset * par.n;
-    g.block = shape3(par.threadsx, par.threadsy, 1);
-    g.grid = shape3(ceilDiv(par.w, par.threadsx), ceilDiv(g.h, par.threadsy), 1);
+    std::size_t x = par.threadsx;
+    std::size_t y = par.threadsy;
+    coverRows(x, y, g.h);
+    g.block = shape3(x, y, 1);
+    g.grid = shape3(ceilDiv(par.w, x), ceilDiv(g.h, y), 1);
   }
   block_copy = shape3(par.threadsx, 1, 1);
   grid_copy = shape3(ceilDiv(par.w, par.threadsx), par.n, 1);
@@ -126,6 +139,7 @@ void RatSegImpl::setUpPrimUShape(gpudata& g) {
       x = (x + 1) / 2;
     }
   }
+  coverRows(x, y, g.h);
   g.primU.block = shape3(x, y, 1);
   g.primU.grid = shape3(ceilDiv(par.w, x), ceilDiv(g.h, y), 1);
   g.primU.sharedBytes = x * y * perThread;

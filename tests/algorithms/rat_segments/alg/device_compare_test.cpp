@@ -220,6 +220,12 @@ TEST_F(DeviceCompare, ForcedAndForbiddenLabels) {
   compare("forced and forbidden", p);
 }
 
+// More rows of blocks than a grid can have.
+TEST_F(DeviceCompare, ATallImage) {
+  const SolverProblem p = problem(1, 131075, 2, 12, 3);
+  compare(sizeOf(p), p);
+}
+
 TEST_F(DeviceCompare, From1To1024Labels) {
   for (const std::size_t n : {1, 2, 3, 4, 5, 6, 7, 8, 9, 12, 13, 16, 17, 31, 64, 200, 1024}) {
     const SolverProblem p = problem(19, 12, n, 7, 20);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cmath>
 #include <cstdint>
@@ -589,6 +590,39 @@ TEST(RatSegImplPrimU, UsesAllTheSharedMemoryThatTheDeviceAllows) {
   EXPECT_EQ(solver.arrays[0].primU.block.x, 128u);
   EXPECT_EQ(solver.arrays[0].primU.block.y, 2u);
   solver.free();
+}
+
+// A grid has at most 65535 blocks above each other.
+TEST(RatSegImplAlloc, TallBandsGetHigherBlocks) {
+  const HostMachine machine;
+  const auto shapes = [](std::size_t w, std::size_t h, std::size_t n, int threadsx) {
+    Params par = smallParams(w, h, n);
+    par.threadsx = threadsx;
+    RatSegImpl solver(par);
+    EXPECT_TRUE(allocAndCapture(solver).ok);
+    const gpudata& g = solver.arrays[0];
+    const std::array<dim3, 4> s = {g.block, g.grid, g.primU.block, g.primU.grid};
+    solver.free();
+    return s;
+  };
+  const std::array<dim3, 4> usual = shapes(3, 131070, 2, 4);
+  expectShape(usual[0], 4, 2, 1);
+  expectShape(usual[1], 1, 65535, 1);
+
+  const std::array<dim3, 4> tall = shapes(3, 131071, 2, 4);
+  expectShape(tall[0], 2, 4, 1);
+  expectShape(tall[1], 2, 32768, 1);
+  expectShape(tall[2], 2, 4, 1);
+  expectShape(tall[3], 2, 32768, 1);
+
+  const std::array<dim3, 4> taller = shapes(3, 4 * 65535 + 1, 1, 5);
+  expectShape(taller[0], 1, 8, 1);
+  expectShape(taller[1], 3, 32768, 1);
+
+  const std::array<dim3, 4> manyLabels = shapes(1, 65536, 49, 128);
+  expectShape(manyLabels[0], 128, 2, 1);
+  expectShape(manyLabels[2], 64, 2, 1);
+  expectShape(manyLabels[3], 1, 32768, 1);
 }
 
 TEST(RatSegImplErrors, MoreLabelsThanABlockHasThreadsEndTheProcessInRun) {
