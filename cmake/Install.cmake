@@ -1,0 +1,28 @@
+# cmake --install: the programs, and the solver as a library for find_package(ratseg).
+include(CMakePackageConfigHelpers)
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/ratseg)
+
+if(RATSEG_HAVE_QT)
+  install(TARGETS ratseg ratseg-dataterm)
+endif()
+
+install(TARGETS ratseg_headers ratseg_device ratseg_util ratseg_alg EXPORT ratsegTargets)
+install(EXPORT ratsegTargets NAMESPACE ratseg:: DESTINATION ${package_folder})
+
+# The solver, the choice of a device, and packed arrays.
+foreach(header
+    algorithms/rat_segments/alg/rat_seg.h
+    device/backend.h
+    device/selection.h
+    device/types.h
+    util/fileio.h)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${PROJECT_SOURCE_DIR}/src/${header}
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ratseg/${folder})
+endforeach()
+
+configure_package_config_file(cmake/ratsegConfig.cmake.in ratsegConfig.cmake
+  INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(ratsegConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ratsegConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/ratsegConfigVersion.cmake DESTINATION ${package_folder})
