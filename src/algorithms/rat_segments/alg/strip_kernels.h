@@ -420,10 +420,13 @@ RATSEG_HD inline void stripSharesPrimal(const StripShares& s, std::size_t i) {
 
 // Label i when its sum is known: the sum, and the multiplier of the next iteration.
 RATSEG_HD inline void stripFinishLabel(const StripFinish& f, std::size_t i, double sum) {
-  f.sum[i] = static_cast<float>(sum);
-  if (f.gammaNext == nullptr) return;
-  f.gammaNext[i] = f.gamma[i];
-  ratseg_dual_gamma(f.gammaNext, f.a_bar, f.sum, f.constGamma, f.NOmega, f.sigma, i);
+  const float total = static_cast<float>(sum);
+  if (f.gammaNext != nullptr) {
+    float gamma = f.gamma[i];
+    ratseg_dual_gamma(&gamma, f.a_bar + i, &total, f.constGamma, f.NOmega, f.sigma, 0);
+    f.gammaNext[i] = gamma;
+  }
+  f.sum[i] = total;
 }
 
 // Calls f with the shape's number of labels and of pixels as compile-time constants. The shape must

@@ -43,32 +43,53 @@ __device__ void takeSharesStep(const StripShares& s) {
 // then visible to its threads. The counter is 0 again afterwards.
 __device__ bool isLastBlock(unsigned* counter) {
   __shared__ bool last;
-  __threadfence();
   __syncthreads();
-  if (threadIdx.x == 0) last = atomicInc(counter, gridDim.x - 1) == gridDim.x - 1;
+  if (threadIdx.x == 0) {
+    __threadfence();  // for what the whole block has written
+    last = atomicInc(counter, gridDim.x - 1) == gridDim.x - 1;
+    __threadfence();
+  }
   __syncthreads();
-  __threadfence();
   return last;
 }
 
-// Adds the blocks' sums up, a warp per label, in an order that depends on their number alone.
+// Adds the blocks' sums up, a warp for some labels at a time, in an order that depends on their
+// number alone. While this runs the rest of the GPU is idle, so that many loads are under way at
+// once.
 __device__ void addUp(const StripFinish& f) {
-  constexpr unsigned kAtOnce = 8;
+  constexpr unsigned kLabels = 4;
+  constexpr unsigned kParts = 4;
+  const WarpLanes warp;
   const unsigned lane = threadIdx.x % kWarp;
-  for (unsigned i = threadIdx.x / kWarp; i < f.n; i += blockDim.x / kWarp) {
-    const float* partials = f.partials + std::size_t{i} * f.blocks;
-    double sum = 0.0;
-    unsigned k = lane;
-    for (; k + (kAtOnce - 1) * kWarp < f.blocks; k += kAtOnce * kWarp) {
-      float part[kAtOnce];
+  const unsigned warps = blockDim.x / kWarp;
+  for (unsigned first = threadIdx.x / kWarp; first < f.n; first += kLabels * warps) {
+    double sum[kLabels] = {};
+    for (unsigned k = lane; k < f.blocks; k += kParts * kWarp) {
+      float part[kLabels][kParts];
 #pragma unroll
-      for (unsigned j = 0; j < kAtOnce; ++j) part[j] = __ldcg(partials + k + j * kWarp);
+      for (unsigned l = 0; l < kLabels; ++l) {
 #pragma unroll
-      for (unsigned j = 0; j < kAtOnce; ++j) sum += static_cast<double>(part[j]);
+        for (unsigned j = 0; j < kParts; ++j) {
+          const unsigned i = first + l * warps;
+          const unsigned block = k + j * kWarp;
+          const bool inside = i < f.n && block < f.blocks;
+          part[l][j] = inside ? __ldcg(f.partials + (std::size_t{i} * f.blocks + block)) : 0.0f;
+        }
+      }
+#pragma unroll
+      for (unsigned l = 0; l < kLabels; ++l) {
+#pragma unroll
+        for (unsigned j = 0; j < kParts; ++j) sum[l] += static_cast<double>(part[l][j]);
+      }
     }
-    for (; k < f.blocks; k += kWarp) sum += static_cast<double>(__ldcg(partials + k));
-    sum = warpSum(sum);
-    if (lane == 0) tile::stripFinishLabel(f, i, sum);
+    double own = 0.0;
+#pragma unroll
+    for (unsigned l = 0; l < kLabels; ++l) {
+      const double total = warp.sum(sum[l]);
+      if (lane == l) own = total;
+    }
+    const unsigned i = first + lane * warps;
+    if (lane < kLabels && i < f.n) tile::stripFinishLabel(f, i, own);
   }
 }
 
