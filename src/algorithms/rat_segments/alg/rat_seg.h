@@ -26,6 +26,10 @@
 // data term. (Not FLT_MAX: the projection onto the simplex lifts a forbidden label wherever the
 // others sum to less than one.)
 //
+// Calls in the wrong order, or with sizes that are not those of alloc(), do nothing but say so in
+// one line. The values of arrays are not looked at: NaN in them gives a labeling without meaning.
+// An error of a device, but for too little memory in alloc(), ends the process (docs/devices.md).
+//
 // One thread at a time may use a solver. It computes on the devices of the backend that is current
 // (device/selection.h) from alloc() to free().
 
@@ -54,12 +58,12 @@ struct Params {
 
   std::size_t w = 128;            // image width in pixels
   std::size_t h = 128;            // image height in pixels
-  std::size_t n = 32;             // number of labels
+  std::size_t n = 32;             // number of labels, at most a block's threads (1024)
   std::size_t Nsteps = 1000;      // iterations that run() performs
   float dt_multiplier = 1.0f;     // scale of the primal step; the dual step is its reciprocal
   bool initLocalSolution = true;  // start from the pixelwise best label instead of zero
   bool cancel = false;            // set it to stop run() at the next iteration
-  std::size_t outModulo = 1000;   // period of synchronisation and progress output, in iterations
+  std::size_t outModulo = 1000;   // period of progress output, in iterations; 0 = none
   std::size_t threadsx = 128;     // thread-block width of the per-pixel kernels
   std::size_t threadsy = 2;       // thread-block height of the per-pixel kernels
   int gpu_num = -1;               // when gpu is empty: -k = the first k devices, 0 = all devices
@@ -75,7 +79,8 @@ struct Params {
   // then scales a step that is balanced for lambda.
   bool accelerate = false;
 
-  // Certified stop: run() ends when the gap is at most this; 0 = never, and nothing is computed.
+  // Certified stop: run() ends when the gap is at most this; 0 or less = never, and nothing is
+  // computed.
   // It is checked every certifyModulo iterations and after the last; with accelerate more often at
   // the beginning.
   float tolerance = 0.0f;
@@ -136,9 +141,9 @@ class RatSeg {
   // The data term in use, into n*w*h floats.
   void getDataterm(float* rho);
 
-  // Shares: n means and n spreads, the background label's index, and n lower and upper bounds for
-  // the interval prior; null bounds mean ratios -/+ 3 sigmas within [0, 1]. The entries of the
-  // background label are not used.
+  // Shares: n means and n spreads, the background label's index (below n), and n lower and upper
+  // bounds for the interval prior; null bounds mean ratios -/+ 3 sigmas within [0, 1]. The entries
+  // of the background label are not used; the other means should sum to 1.
   void setRatios(float* ratios, float* sigmas, std::size_t ind_bgr0, float* mins, float* maxs);
 
   // Runs Nsteps iterations from the current state; with a tolerance, fewer where it is met before.

@@ -237,6 +237,7 @@ bool RatSegImpl::alloc() {
     return false;
   }
   allocatedArrays = true;
+  allocatedSizes = {par.w, par.h, par.n};
   kind_weight = kind_weight_none;  // the arrays of an earlier alloc() are gone
   scaleOmega = 128.0f / std::sqrt(static_cast<float>(par.w * par.h));
   constGamma = static_cast<float>(par.w * par.h);
@@ -267,6 +268,16 @@ void RatSegImpl::free() {
   delete[] sum_u_host;
   sum_u_host = nullptr;
   allocatedArrays = false;
+}
+
+bool RatSegImpl::sizesHold(const char* method) const {
+  const Sizes now = {par.w, par.h, par.n};
+  const Sizes& then = allocatedSizes;
+  if (!allocatedArrays || now == then) return true;
+  std::cerr << "ERROR (" << method << "()): w, h and n must stay as they were at alloc(), "
+            << then.w << ", " << then.h << " and " << then.n << ", but are " << now.w << ", "
+            << now.h << " and " << now.n << std::endl;
+  return false;
 }
 
 void RatSegImpl::select(int d, unsigned long line) {

@@ -93,6 +93,10 @@ class RatSegImpl {
   // constAlpha of the kind of prior: the pixels of the image, or 1 (docs/math.md, section 5.6).
   float constAlphaOfPrior() const;
 
+  // Whether w, h and n are still those that the arrays were allocated for; otherwise says on
+  // standard error that method cannot use them.
+  bool sizesHold(const char* method) const;
+
   // Bands that hold arrays: nDev after a successful alloc(), otherwise 0.
   int bands() const { return allocatedArrays ? nDev : 0; }
 
@@ -119,6 +123,12 @@ class RatSegImpl {
   friend class HostEngine;
   friend class StripEngine;
   struct Report;
+
+  struct Sizes {
+    std::size_t w = 0, h = 0, n = 0;
+    bool operator==(const Sizes&) const = default;
+  };
+  Sizes allocatedSizes;
 
   bool chooseDevices();
   bool setUpBands();

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <functional>
+#include <string>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -276,6 +279,80 @@ TEST(RatSeg, ParametersMayChangeBetweenRuns) {
   std::vector<float> u(p.rho.size());
   solver.getSolution_smooth(u.data());
   EXPECT_EQ(u, expected.u);
+  solver.free();
+}
+
+// What a call says on standard error.
+template <class Call>
+std::string errorOf(Call&& call) {
+  testing::internal::CaptureStderr();
+  call();
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(RatSegMisuse, SizesThatChangeAfterAllocAreRefused) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(6, 5, 3);
+  RatSeg solver;
+  solver.getParams() = p.par;
+  ASSERT_TRUE(solver.alloc());
+  std::vector<float> array(1000, 7.0f);
+  const std::vector<float> untouched = array;
+  float4* noColours = nullptr;
+  float4* noScribbles[8] = {};
+  std::size_t counts[8] = {};
+  const std::vector<std::pair<const char*, std::function<void()>>> calls = {
+      {"reinit", [&] { solver.reinit(); }},
+      {"setWeight", [&] { solver.setWeight(array.data()); }},
+      {"setDataterm", [&] { solver.setDataterm(array.data()); }},
+      {"setDataterm", [&] { solver.setDataterm(noColours, noScribbles, counts, 1.0f, 1.0f); }},
+      {"getDataterm", [&] { solver.getDataterm(array.data()); }},
+      {"setRatios",
+       [&] { solver.setRatios(array.data(), array.data(), 2, array.data(), array.data()); }},
+      {"run", [&] { solver.run(); }},
+      {"getSolution", [&] { solver.getSolution(array.data()); }},
+      {"getSolution_smooth", [&] { solver.getSolution_smooth(array.data()); }}};
+  Params& par = solver.getParams();
+  for (const auto& [w, h, n, now] :
+       std::vector<std::tuple<std::size_t, std::size_t, std::size_t, const char*>>{
+           {7, 5, 3, "7, 5 and 3"}, {6, 4, 3, "6, 4 and 3"}, {6, 5, 8, "6, 5 and 8"}}) {
+    par.w = w;
+    par.h = h;
+    par.n = n;
+    for (const auto& [name, call] : calls) {
+      EXPECT_EQ(errorOf(call), std::string("ERROR (") + name +
+                                   "()): w, h and n must stay as they were at alloc(), 6, 5 and 3, "
+                                   "but are " +
+                                   now + "\n");
+    }
+  }
+  EXPECT_EQ(array, untouched);
+  par.w = 6;
+  par.h = 5;
+  par.n = 3;
+  EXPECT_EQ(errorOf([&] { solver.setDataterm(p.rho.data()); }), "");
+  par.w = 7;
+  EXPECT_EQ(errorOf([&] { solver.free(); }), "");
+  ASSERT_TRUE(solver.alloc());
+  EXPECT_EQ(errorOf([&] { solver.reinit(); }), "");
+  solver.free();
+  par.w = 8;
+  EXPECT_EQ(errorOf([&] { solver.reinit(); }), "");
+}
+
+TEST(RatSegMisuse, ABackgroundLabelThatThereIsNotIsRefused) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(6, 5, 3);
+  RatSeg solver;
+  solver.getParams() = p.par;
+  ASSERT_TRUE(solver.alloc());
+  std::vector<float> array(3, 0.5f);
+  const auto set = [&](std::size_t background) {
+    return errorOf(
+        [&] { solver.setRatios(array.data(), array.data(), background, nullptr, nullptr); });
+  };
+  EXPECT_EQ(set(2), "");
+  EXPECT_EQ(set(3), "ERROR (setRatios()): the background label must be one of 0 to 2, but is 3\n");
   solver.free();
 }
 
