@@ -2,14 +2,18 @@
 include(CMakePackageConfigHelpers)
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/ratseg)
 
-if(RATSEG_HAVE_QT)
-  install(TARGETS ratseg ratseg-dataterm)
-endif()
-
 install(TARGETS ratseg_headers ratseg_device ratseg_util ratseg_alg EXPORT ratsegTargets)
 install(EXPORT ratsegTargets NAMESPACE ratseg:: DESTINATION ${package_folder})
+if(RATSEG_HAVE_QT)
+  install(TARGETS ratseg ratseg-dataterm)
+  # Image files. Apart from the solver, which needs no Qt.
+  install(TARGETS ratseg_image EXPORT ratsegImageTargets)
+  install(EXPORT ratsegImageTargets NAMESPACE ratseg:: DESTINATION ${package_folder})
+endif()
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
-# The solver, the choice of a device, and packed arrays.
+# The solver, the choice of a device, packed arrays and pictures.
 foreach(header
     algorithms/rat_segments/alg/rat_seg.h
     device/backend.h

@@ -32,10 +32,13 @@ string(SUBSTRING "${readme}" 0 ${end} example)
 file(COPY ${CMAKE_CURRENT_LIST_DIR}/consumer DESTINATION ${WORK})
 file(WRITE ${WORK}/consumer/segment.cpp "${example}")
 
-set(settings -G Ninja -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${FLAGS}")
+set(settings -G Ninja -DIMAGES=${QT} -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${FLAGS}")
 run(${CMAKE_COMMAND} -S ${WORK}/consumer -B ${WORK}/found ${settings} -DCMAKE_PREFIX_PATH=${WORK}/prefix)
 run(${CMAKE_COMMAND} --build ${WORK}/found)
 run(${WORK}/found/consumer)
+if(QT)
+  run(${WORK}/found/images ${WORK}/picture.png)
+endif()
 
 run(${CMAKE_COMMAND} -S ${WORK}/consumer -B ${WORK}/subfolder ${settings} -DRATSEG_FOLDER=${SOURCE}
   -DRATSEG_CUDA=OFF)
