@@ -16,6 +16,7 @@
 #include "app/proportions.h"
 #include "app/result_files.h"
 #include "app/stage_times.h"
+#include "app/usage_wanted.h"
 #include "device/runtime.h"
 #include "util/TimerCUDA.h"
 #include "util/cmd.h"
@@ -129,7 +130,7 @@ App_ReleaseRatSeg::App_ReleaseRatSeg(int argc, char** argv) {
     if (!CudaUtil::hasCuda()) {
       fail("ERROR: No CUDA devices found (or CUDA not installed)");
     }
-    if (argc <= 1) {
+    if (usageWanted(argc, argv)) {
       printUsage();
     } else {
       segment(cmd);

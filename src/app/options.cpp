@@ -143,7 +143,7 @@ void readOption(Cmd& cmd, const OptionText& option, T& target) {
   std::cout << option.description << std::endl;
   if (!missing) return;
   std::cout << option.format << std::flush;
-  std::cerr << "ratseg: without arguments it lists all options" << std::endl;
+  std::cerr << "ratseg: -help lists all options" << std::endl;
   std::exit(1);
 }
 

@@ -105,6 +105,16 @@ TEST_F(RatsegMessages, WithoutArgumentsAreTheUsageScreenAlsoWithAnOptionFile) {
   EXPECT_EQ(result.status, 0);
 }
 
+TEST_F(RatsegMessages, HelpIsTheUsageScreen) {
+  const std::string usage = runWords({}).out;
+  for (const char* word : {"-help", "--help"}) {
+    const ProgramResult result = runWords({word});
+    EXPECT_EQ(result.out, usage);
+    EXPECT_EQ(result.status, 0);
+  }
+  EXPECT_NE(runWords({"-help", "-image"}).out, usage);
+}
+
 // One required option after the other; those that come later are not named in the same run.
 TEST_F(RatsegMessages, NameTheFirstMissingRequiredOption) {
   const std::vector<std::pair<std::string, std::string>> lines = {

@@ -71,7 +71,7 @@ TEST_F(RatsegWarnings, TellOptionsWithoutOrWithSeveralValues) {
              "-outprefix out");
   EXPECT_EQ(runWords({"-image"}).err,
             "ratseg: warning: -image has no value\n"
-            "ratseg: without arguments it lists all options\n");
+            "ratseg: -help lists all options\n");
   std::vector<std::string> words = commandLine();
   words.insert(words.end(), {"-outprefix", "my", "results"});
   EXPECT_EQ(runWords(words).err,

@@ -22,6 +22,7 @@
 #include "app/dataterm/label_picture.h"
 #include "app/dataterm/options.h"
 #include "app/dataterm/scribble_problem.h"
+#include "app/usage_wanted.h"
 #include "device/selection.h"
 #include "util/cudautil.h"
 #include "util/fileio.h"
@@ -236,7 +237,7 @@ void run(const DatatermOptions& options) {
 }  // namespace
 
 int runDatatermApp(int argc, const char* const* argv) {
-  if (argc <= 1) {
+  if (usageWanted(argc, argv)) {
     std::cout << kDatatermUsage;
     return 0;
   }

@@ -27,7 +27,7 @@ struct DatatermOptions {
   static DatatermOptions parse(int argc, const char* const* argv);
 };
 
-// The text that explains the program, printed when it is called without arguments.
+// The text that explains the program, printed when it is called without arguments or with -help.
 extern const char* const kDatatermUsage;
 
 }  // namespace namespace_ratseg

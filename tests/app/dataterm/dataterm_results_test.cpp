@@ -46,6 +46,15 @@ TEST_F(DatatermResults, WithoutArgumentsTheUsageScreenIsPrinted) {
   EXPECT_THAT(result.out, HasSubstr("ratseg-dataterm -image F -scribbles F -out F [-sigma 5]"));
 }
 
+TEST_F(DatatermResults, HelpIsTheUsageScreen) {
+  for (const char* word : {"-help", "--help"}) {
+    const ProgramResult result = program_.run({word});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, kDatatermUsage);
+    EXPECT_EQ(result.err, "");
+  }
+}
+
 TEST_F(DatatermResults, CostsAreLowWhereColoursAreAlikeAndThrElsewhere) {
   ASSERT_EQ(run().status, 0);
   const std::vector<float> rho = dataterm();
