@@ -26,9 +26,10 @@
 // data term. (Not FLT_MAX: the projection onto the simplex lifts a forbidden label wherever the
 // others sum to less than one.)
 //
-// Calls in the wrong order, or with sizes that are not those of alloc(), do nothing but say so in
-// one line. The values of arrays are not looked at: NaN in them gives a labeling without meaning.
-// An error of a device, but for too little memory in alloc(), ends the process (docs/devices.md).
+// The setters and run() before alloc(), and all calls with sizes that are not those of alloc(), do
+// nothing but say so in one line. The values of arrays are not looked at: NaN in them gives a
+// labeling without meaning. An error of a device, but for too little memory in alloc(), ends the
+// process (docs/devices.md).
 //
 // One thread at a time may use a solver. It computes on the devices of the backend that is current
 // (device/selection.h) from alloc() to free().
