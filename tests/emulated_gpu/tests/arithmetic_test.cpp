@@ -38,11 +38,6 @@ TEST_F(ArithmeticTest, QuickFormsAreOffByUpToTwoUnits) {
   EXPECT_LT(thirdError, 3.0);
 }
 
-TEST_F(ArithmeticTest, QuickFormsRepeatThemselves) {
-  EXPECT_EQ(rsqrtf(7.0f), rsqrtf(7.0f));
-  EXPECT_EQ(__fdividef(5.0f, 7.0f), __fdividef(5.0f, 7.0f));
-}
-
 TEST_F(ArithmeticTest, QuickFormsKeepZeroInfinityAndNaN) {
   EXPECT_EQ(rsqrtf(0.0f), kInfinity);
   EXPECT_EQ(rsqrtf(kInfinity), 0.0f);
