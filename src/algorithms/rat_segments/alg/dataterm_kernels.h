@@ -38,9 +38,13 @@ RATSEG_HD inline float scribbleExponent(const float4& a, const float4& b, float 
   return (dL * dL + da * da + db * db) / sigma / sigma / 2.0f;
 }
 
+// From this exponent on exp(-e) is 0 in single precision: 150 ln 2.
+inline constexpr float kNoLikelihood = 103.97208f;
+
 // The label's cost min(thr, -ln(sum_j exp(-e_j) / count)) from the least exponent e_0 and
-// sum = sum_j exp(e_0 - e_j): written so, distant scribbles do not underflow.
+// sum = sum_j exp(e_0 - e_j): written so, likelihoods near the least number keep their digits.
 RATSEG_HD inline float scribbleCost(float leastExponent, float sum, std::size_t count, float thr) {
+  if (leastExponent >= kNoLikelihood) return thr;
   const float cost = leastExponent - logf(sum / static_cast<float>(count));
   return cost < thr ? cost : thr;
 }

@@ -112,12 +112,15 @@ TEST_F(DatatermKernels, ThrCapsTheCost) {
   EXPECT_EQ(got[0], 10.0f);
 }
 
-// exp(-D^2 / (2 sigma^2)) of black and white at sigma 5 is 1e-87, which single precision cannot
-// hold.
-TEST_F(DatatermKernels, DistantScribblesDoNotUnderflow) {
-  const std::vector<float> got = costs({{0, 0, 0, 1}}, {{1, 1, 1, 1}}, 5.0f, 1000.0f);
-  EXPECT_NEAR(got[0], costOf({0, 0, 0, 1}, {{1, 1, 1, 1}}, 5.0, 1000.0), 1e-2);
-  EXPECT_NEAR(got[0], 200.0, 0.5);
+// Black and white are 100 apart. At sigma 7 exp(-D^2 / (2 sigma^2)) is 5e-45, of which single
+// precision holds two bits; at sigma 6.9 it is 0 there, and its logarithm has no bound.
+TEST_F(DatatermKernels, DistantScribblesCostWhatTheyAreWorthUntilTheLikelihoodIsZero) {
+  const float4 black = {0, 0, 0, 1}, white = {1, 1, 1, 1};
+  const float near = costs({black}, {white}, 7.0f, 1000.0f)[0];
+  EXPECT_NEAR(near, costOf(black, {white}, 7.0, 1000.0), 1e-2);
+  EXPECT_NEAR(near, 102.04, 0.1);
+  EXPECT_EQ(costs({black}, {white}, 6.9f, 1000.0f)[0], 1000.0f);
+  EXPECT_EQ(costs({black}, {white, white, white}, 5.0f, 1000.0f)[0], 1000.0f);
 }
 
 TEST_F(DatatermKernels, RepeatedScribblesWeighAsOftenAsTheyStand) {
