@@ -7,6 +7,7 @@ the architectures are sm_75, sm_80, sm_90, sm_100 and sm_120."""
 import concurrent.futures
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -14,6 +15,7 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 FLAGS = ["-std=c++20", "-O3", "-DNDEBUG", "-DRATSEG_WITH_CUDA=1", f"-I{ROOT}/src",
          "-Xcompiler=-Wall,-Wextra,-ffp-contract=off", "--Werror=all-warnings", "-Xptxas=-v"]
+FLAGS_OF_FILE = {"strip_sweep_cuda.cu": ["-ftz=true"]}  # as in its folder's CMakeLists.txt
 
 
 def kernel_name(mangled):
@@ -34,7 +36,7 @@ def kernel_name(mangled):
 def compile_file(source, arch):
     """What ptxas says of each kernel of a file: name -> (registers, spills, stack, shared)."""
     with tempfile.TemporaryDirectory() as folder:
-        done = subprocess.run(["nvcc", *FLAGS, f"-arch={arch}", "-c", str(source), "-o",
+        done = subprocess.run(["nvcc", *FLAGS, *FLAGS_OF_FILE.get(source.name, []), f"-arch={arch}", "-c", str(source), "-o",
                                f"{folder}/object.o"], capture_output=True, text=True)
     if done.returncode != 0:
         sys.exit(f"ERROR: {source.name} does not compile for {arch}:\n{done.stdout}{done.stderr}")
@@ -65,6 +67,8 @@ def main():
     for name in architectures:
         if not re.fullmatch(r"sm_\d+[af]?", name):
             sys.exit(f'ERROR: expected architectures such as sm_90, but found "{name}"')
+    if shutil.which("nvcc") is None:
+        sys.exit("ERROR: nvcc, the CUDA toolkit's compiler, is not in PATH")
     sources = sorted(ROOT.glob("src/**/*_cuda.cu"))
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
         jobs = {(s, a): pool.submit(compile_file, s, a) for s in sources for a in architectures}

@@ -179,6 +179,14 @@ inline void __threadfence() {}
 
 namespace emulated_gpu {
 
+// The width of a shuffle over that distance.
+inline unsigned shuffleWidth(int width, unsigned delta) {
+  if (width < 1 || width > 32 || (width & (width - 1)) != 0 || delta > 31) {
+    fault("a shuffle's width is no power of two up to 32, or its distance beyond 31");
+  }
+  return static_cast<unsigned>(width);
+}
+
 // The value of a lane of the mask.
 template <class T>
 T shuffle(unsigned mask, T value, unsigned from) {
@@ -194,12 +202,15 @@ T shuffle(unsigned mask, T value, unsigned from) {
 
 template <class T>
 T __shfl_down_sync(unsigned mask, T value, unsigned delta, int width = 32) {
-  if (width < 1 || width > 32 || (width & (width - 1)) != 0 || delta > 31) {
-    emulated_gpu::fault("a shuffle's width is no power of two up to 32, or its distance beyond 31");
-  }
+  const unsigned w = emulated_gpu::shuffleWidth(width, delta);
   const unsigned lane = emulated_gpu::lane();
-  const unsigned w = static_cast<unsigned>(width);
   return emulated_gpu::shuffle(mask, value, lane % w + delta < w ? lane + delta : lane);
+}
+template <class T>
+T __shfl_up_sync(unsigned mask, T value, unsigned delta, int width = 32) {
+  const unsigned w = emulated_gpu::shuffleWidth(width, delta);
+  const unsigned lane = emulated_gpu::lane();
+  return emulated_gpu::shuffle(mask, value, lane % w >= delta ? lane - delta : lane);
 }
 template <class T>
 T __shfl_xor_sync(unsigned mask, T value, int other) {

@@ -224,6 +224,11 @@ void shuffleDown(T* a, unsigned mask, unsigned delta, int width) {
 }
 
 template <class T>
+void shuffleUp(T* a, unsigned mask, unsigned delta, int width) {
+  a[threadIdx.x] = __shfl_up_sync(mask, static_cast<T>(threadIdx.x + 1), delta, width);
+}
+
+template <class T>
 void expectShuffles(unsigned threads) {
   for (int width = 1; width <= static_cast<int>(threads); width *= 2) {
     for (unsigned delta = 0; delta < 32; ++delta) {
@@ -231,16 +236,20 @@ void expectShuffles(unsigned threads) {
       const unsigned mask = threads == 32 ? kAllLanes : (1u << threads) - 1;
       ASSERT_EQ(launch(shuffleDown<T>, {1, threads}, a.get(), mask, delta, width), cudaSuccess);
       const std::vector<T> found = a.toHost();
+      ASSERT_EQ(launch(shuffleUp<T>, {1, threads}, a.get(), mask, delta, width), cudaSuccess);
+      const std::vector<T> foundUp = a.toHost();
       const unsigned w = static_cast<unsigned>(width);
       for (unsigned k = 0; k < threads; ++k) {
         const unsigned from = k % w + delta < w ? k + delta : k;
         ASSERT_EQ(found[k], static_cast<T>(from + 1)) << k << " " << delta << " of " << width;
+        const unsigned fromUp = k % w >= delta ? k - delta : k;
+        ASSERT_EQ(foundUp[k], static_cast<T>(fromUp + 1)) << k << " " << delta << " of " << width;
       }
     }
   }
 }
 
-TEST_F(ThreadsTest, ShufflesReadTheLaneAboveOrTheirOwn) {
+TEST_F(ThreadsTest, ShufflesReadTheLaneThatFarAwayOrTheirOwn) {
   expectShuffles<float>(32);
   expectShuffles<double>(32);
   expectShuffles<std::uint64_t>(16);
@@ -333,7 +342,10 @@ TEST_F(ThreadsTest, ShuffleOverAnOddWidthOrAWarpsLengthIsAFault) {
                "no power of two");
   EXPECT_FAULT(finish(launch(shuffleDown<int>, {1, 32}, a.get(), kAllLanes, 1u, 64)),
                "no power of two");
+  EXPECT_FAULT(finish(launch(shuffleUp<int>, {1, 32}, a.get(), kAllLanes, 1u, 64)),
+               "no power of two");
   EXPECT_FAULT(finish(launch(shuffleDown<int>, {1, 32}, a.get(), kAllLanes, 33u, 32)), "beyond 31");
+  EXPECT_FAULT(finish(launch(shuffleUp<int>, {1, 32}, a.get(), kAllLanes, 33u, 32)), "beyond 31");
 }
 
 // ---- Shared memory

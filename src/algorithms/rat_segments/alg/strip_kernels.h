@@ -5,9 +5,9 @@
 // what one thread does with its strip or its pixel. Formulas: docs/math.md, sections 6.3 and 6.7.
 //
 // The dual step of a pixel is needed by itself, by its right neighbour and by the one below. A
-// strip hands it down from row to row; what it needs beyond its border it computes again, from
-// arrays that nobody writes in this pass. The over-relaxed labeling is not stored: it is
-// u + theta_bar (u - uPrev).
+// strip hands it down from row to row and from lane to lane; what it needs beyond its border it
+// computes again, from arrays that nobody writes in this pass. The over-relaxed labeling is not
+// stored: it is u + theta_bar (u - uPrev).
 //
 // 32-bit offsets within a plane; planes are addressed by pointers.
 
@@ -23,8 +23,10 @@
 
 #ifdef __CUDA_ARCH__
 #define RATSEG_UNROLL _Pragma("unroll")
+#define RATSEG_KEEP_LOOP _Pragma("unroll 1")
 #else
 #define RATSEG_UNROLL
+#define RATSEG_KEEP_LOOP
 #endif
 
 namespace namespace_ratseg::tile {
@@ -91,60 +93,81 @@ RATSEG_HD inline StripRadius stripRadiusAt(const StripBand& b, unsigned x, unsig
   return stripRadius(b.weight != nullptr ? readOnly(b.weight + (y * b.w + x)) : 1.0f, b.lambda);
 }
 
+// Of the PX columns from x on.
+template <int PX>
+RATSEG_HD inline void stripRadii(StripRadius (&radius)[PX], const StripBand& b, unsigned x,
+                                 unsigned y) {
+  float weight[PX];
+  RATSEG_UNROLL
+  for (int l = 0; l < PX; ++l) weight[l] = 1.0f;
+  if (b.weight != nullptr) readRow(weight, b.weight + (y * b.w + x));
+  RATSEG_UNROLL
+  for (int l = 0; l < PX; ++l) radius[l] = stripRadius(weight[l], b.lambda);
+}
+
 // p <- projection of p + step (right - here, below - here) onto the disc
 RATSEG_HD inline float2 stripDual(float2 p, float here, float right, float below, float step,
                                   StripRadius r) {
   const float x = p.x + step * (right - here);
   const float y = p.y + step * (below - here);
   const float square = x * x + y * y;
-  float shrink = r.radius == 0.0f ? 0.0f : 1.0f;
-  if (square > r.square) shrink = r.radius * inverseRoot(square);
+  const float inside = r.radius == 0.0f ? 0.0f : 1.0f;
+  const float shrink = square > r.square ? r.radius * inverseRoot(square) : inside;
   return {x * shrink, y * shrink};
 }
 
 // v of one label before the projection.
 RATSEG_HD inline float stripMoved(float old, float rho, float divergence, float coupling,
                                   float step) {
-  if (rho >= FLT_MAX) return 0.0f;
-  if (rho <= -FLT_MAX) return 1.0f;
-  return old + step * (divergence + coupling - rho);
+  const float moved = old + step * (divergence + coupling - rho);
+  const float allowed = rho <= -FLT_MAX ? 1.0f : moved;
+  return rho >= FLT_MAX ? 0.0f : allowed;
 }
 
-// Moves v so that its greatest component is 0 and returns the threshold t for which the sum of
-// max(v_i - t, 0) is 1: max(v - t, 0) is the projection of v onto the simplex (docs/math.md,
-// section 7.2). The mean subtraction finds t without changing v; it starts from the components
-// within 1 of the greatest, which hold every one that stays positive. at(i) is component i. MOST
-// bounds n where it is not 0.
-template <int MOST, class At>
-RATSEG_HD inline float stripThreshold(unsigned n, At&& at) {
+// Moves the n components at(i, l) of each pixel l so that the greatest is 0 and computes t[l] for
+// which the sum of max(v_i - t, 0) is 1: max(v - t, 0) is the projection of v onto the simplex
+// (docs/math.md, section 7.2). The mean subtraction finds t without changing v; it starts from the
+// components within 1 of the greatest, which hold every one that stays positive. MOST bounds n
+// where it is not 0.
+template <int MOST, int PX, class At>
+RATSEG_HD inline void stripThresholds(unsigned n, float (&t)[PX], At&& at) {
   const unsigned end = MOST > 0 ? MOST : n;
-  float greatest = -FLT_MAX;
+  float before[PX];
   RATSEG_UNROLL
-  for (unsigned i = 0; i < end; ++i) {
-    if (i < n) greatest = fmaxf(greatest, at(i));
-  }
-  RATSEG_UNROLL
-  for (unsigned i = 0; i < end; ++i) {
-    if (i < n) at(i) -= greatest;
-  }
-  float t = -1.0f;
-  float before = 0.0f;
-  for (unsigned pass = 0; pass <= n; ++pass) {
-    float sum = 0.0f;
-    float active = 0.0f;
+  for (int l = 0; l < PX; ++l) {
+    float greatest = -FLT_MAX;
     RATSEG_UNROLL
     for (unsigned i = 0; i < end; ++i) {
-      if (i < n) {
-        const float v = at(i);
-        sum += v > t ? v : 0.0f;
-        active += v > t ? 1.0f : 0.0f;
-      }
+      if (i < n) greatest = fmaxf(greatest, at(i, l));
     }
-    if (active == before) break;
-    t = quotient(sum - 1.0f, active);
-    before = active;
+    RATSEG_UNROLL
+    for (unsigned i = 0; i < end; ++i) {
+      if (i < n) at(i, l) -= greatest;
+    }
+    t[l] = -1.0f;
+    before[l] = 1.0f;  // then t is -1 already
   }
-  return t;
+  RATSEG_KEEP_LOOP
+  for (unsigned pass = 0; pass <= n; ++pass) {
+    bool changed = false;
+    RATSEG_UNROLL
+    for (int l = 0; l < PX; ++l) {
+      float sum = 0.0f;
+      float active = 0.0f;
+      RATSEG_UNROLL
+      for (unsigned i = 0; i < end; ++i) {
+        if (i < n) {
+          const float v = at(i, l);
+          sum += v > t[l] ? v : 0.0f;
+          active += v > t[l] ? 1.0f : 0.0f;
+        }
+      }
+      changed = changed || active != before[l];
+      t[l] = quotient(sum - 1.0f, active);
+      before[l] = active;
+    }
+    if (!changed) break;
+  }
 }
 
 // One label of a band: its planes, the pixel (0, 0) of the band first.
@@ -208,16 +231,29 @@ RATSEG_HD inline float stripLeft(const StripBand& b, const StripLabel& g, unsign
   return stripDual(readOnly(g.p + at), bar, here, below, b.dualStep, left).x;
 }
 
-// The strip of a thread of the register kernel: PX columns from x on, rows [y0, y1). False when the
-// thread has none.
+// A thread's place in the register kernel: PX columns from x on, rows [y0, y1) of the strip that
+// its warp walks down. Warps overlap by two lanes: the first and the last one work out what the
+// lanes beside them need, and own their columns at the image's borders only. A lane beyond the
+// right border stands on the last columns, too.
+struct StripPlace {
+  unsigned x, y0, y1;
+  bool owns;  // are the results of these columns this thread's to write
+};
+
+// False when the warp has no strip.
 template <int PX>
-RATSEG_HD inline bool stripOfThread(const StripBand& b, unsigned threads, unsigned block,
-                                    unsigned thread, unsigned& x, unsigned& y0, unsigned& y1) {
-  const unsigned columns = (b.w / PX + threads - 1) / threads;  // blocks side by side
-  x = (block % columns * threads + thread) * PX;
-  y0 = b.rowBegin + block / columns * b.rows;
-  y1 = y0 + b.rows < b.rowEnd ? y0 + b.rows : b.rowEnd;
-  return x < b.w && y0 < b.rowEnd;
+RATSEG_HD inline bool stripOfThread(const StripBand& b, unsigned warp, unsigned lane,
+                                    StripPlace& place) {
+  const unsigned warps = stripWarpsOfRow(b.w / PX);
+  const unsigned last = b.w / PX - 1;
+  const unsigned column = warp % warps * (kStripLanes - 2) + lane;
+  place.x = (column < last ? column : last) * PX;
+  place.y0 = b.rowBegin + warp / warps * b.rows;
+  place.y1 = place.y0 + b.rows < b.rowEnd ? place.y0 + b.rows : b.rowEnd;
+  const bool notFirst = lane > 0 || column == 0;
+  const bool notLast = lane + 1 < kStripLanes || column == last;
+  place.owns = column <= last && notFirst && notLast;
+  return place.y0 < b.rowEnd;
 }
 
 // Tiles of a launch, and the pixel of a thread in one of them. False when there is none.
@@ -233,78 +269,140 @@ RATSEG_HD inline bool pixelOfThread(const StripBand& b, unsigned tileRows, unsig
   return x < b.w && y < b.rowEnd;
 }
 
-// One thread of the register kernel: PX columns from x on, rows [y0, y1). Adds to sum[i] the
-// over-relaxed labeling of label i that it leaves. Up to 8 labels LABELS is their number.
-template <int LABELS, int PX>
-RATSEG_HD inline void ratseg_strip(const StripBand& b, unsigned x, unsigned y0, unsigned y1,
-                                   float (&sum)[LABELS]) {
+// What a thread of the register kernel needs from the columns beside its own. A warp's lanes have
+// it in registers (strip_sweep_cuda.cu); this computes it from the arrays, for a thread by itself.
+template <int PX>
+struct StripNeighbours {
+  const StripBand& b;
+  unsigned x;
+
+  // The over-relaxed labeling right of the thread's columns in row y, whose own is bar; at the
+  // image's border the last of its own.
+  RATSEG_HD float right(const StripLabel& g, unsigned y, const float (&bar)[PX]) const {
+    return x + PX < b.w ? g.bar(y * b.w + x + PX) : bar[PX - 1];
+  }
+  // The new p.x left of them, whose own is q; 0 at the border.
+  RATSEG_HD float left(const StripLabel& g, unsigned y, const float (&bar)[PX],
+                       const float2 (&/*q*/)[PX]) const {
+    return stripLeft(b, g, x, y, bar[0], stripRadiusAt(b, x > 0 ? x - 1 : 0, y));
+  }
+};
+
+// The dual step of q, p at the thread's columns of row y, given the over-relaxed labeling there and
+// in the row below.
+template <int PX, class Neighbours>
+RATSEG_HD inline void stripDualRow(float2 (&q)[PX], const StripBand& b, const StripLabel& g,
+                                   unsigned y, const float (&here)[PX], const float (&below)[PX],
+                                   const StripRadius (&radius)[PX], const Neighbours& beside) {
+  const float right = beside.right(g, y, here);
+  RATSEG_UNROLL
+  for (int l = 0; l < PX; ++l) {
+    const float next = l + 1 < PX ? here[(l + 1) % PX] : right;
+    q[l] = stripDual(q[l], here[l], next, below[l], b.dualStep, radius[l]);
+  }
+}
+
+// Labels whose values a thread of the register kernel loads before it uses the first: so many waits
+// for the memory become one.
+inline constexpr unsigned kStripGroup = 4;
+
+// One thread of the register kernel. Adds to sum[i] the over-relaxed labeling of label i that it
+// leaves in its columns. Up to 8 labels LABELS is their number.
+template <int LABELS, int PX, class Neighbours>
+RATSEG_HD inline void ratseg_strip(const StripBand& b, const StripPlace& place,
+                                   const Neighbours& beside, float (&sum)[LABELS]) {
   const unsigned n = LABELS <= 8 ? LABELS : b.n;
+  constexpr unsigned kGroup = LABELS < kStripGroup ? LABELS : kStripGroup;
+  const unsigned x = place.x;
   const bool hasRight = x + PX < b.w;
   float here[LABELS][PX], above[LABELS][PX], v[LABELS][PX];
-
   StripRadius radius[PX];
-  RATSEG_UNROLL
-  for (int l = 0; l < PX; ++l) radius[l] = stripRadiusAt(b, x + l, y0 > 0 ? y0 - 1 : 0);
+
   RATSEG_UNROLL
   for (unsigned i = 0; i < LABELS; ++i) {
     if (i >= n) continue;
-    const StripLabel g = stripLabel(b, i);
-    g.barRow(here[i], y0 * b.w + x);
+    stripLabel(b, i).barRow(here[i], place.y0 * b.w + x);
     RATSEG_UNROLL
-    for (int l = 0; l < PX; ++l) above[i][l] = stripAbove(b, g, x + l, y0, radius[l]);
+    for (int l = 0; l < PX; ++l) above[i][l] = 0.0f;
   }
-
-  for (unsigned y = y0; y < y1; ++y) {
-    const unsigned at = y * b.w + x;
-    const bool hasBelow = stripHasBelow(b, y);
-    const bool keepsP = !b.edgeDone || y + 1 < b.h;
+  if (place.y0 > 0) {
+    const unsigned y = place.y0 - 1;
+    stripRadii(radius, b, x, y);
     RATSEG_UNROLL
-    for (int l = 0; l < PX; ++l) radius[l] = stripRadiusAt(b, x + l, y);
-    const StripRadius leftRadius = stripRadiusAt(b, x > 0 ? x - 1 : 0, y);
-
+    for (unsigned first = 0; first < LABELS; first += kGroup) {
+      float row[kGroup][PX];
+      float2 q[kGroup][PX];
+      RATSEG_UNROLL
+      for (unsigned k = 0; k < kGroup; ++k) {
+        if (first + k >= LABELS || first + k >= n) continue;
+        const StripLabel g = stripLabel(b, first + k);
+        g.barRow(row[k], y * b.w + x);
+        readRow(q[k], g.p + (y * b.w + x));
+      }
+      RATSEG_UNROLL
+      for (unsigned k = 0; k < kGroup; ++k) {
+        const unsigned i = first + k;
+        if (i >= LABELS || i >= n) continue;
+        stripDualRow(q[k], b, stripLabel(b, i), y, row[k], here[i], radius, beside);
+        RATSEG_UNROLL
+        for (int l = 0; l < PX; ++l) above[i][l] = q[k][l].y;
+      }
+    }
+  } else if (!b.first) {
     RATSEG_UNROLL
     for (unsigned i = 0; i < LABELS; ++i) {
       if (i >= n) continue;
-      const StripLabel g = stripLabel(b, i);
-      float below[PX], old[PX], rho[PX];
-      float2 q[PX];
-      if (hasBelow) {
-        g.barRow(below, at + b.w);
-      } else {
+      RATSEG_UNROLL
+      for (int l = 0; l < PX; ++l) above[i][l] = stripLabel(b, i).pAbove[x + l].y;
+    }
+  }
+
+  RATSEG_KEEP_LOOP
+  for (unsigned y = place.y0; y < place.y1; ++y) {
+    const unsigned at = y * b.w + x;
+    const bool hasBelow = stripHasBelow(b, y);
+    const bool keepsP = place.owns && (!b.edgeDone || y + 1 < b.h);
+    stripRadii(radius, b, x, y);
+
+    RATSEG_UNROLL
+    for (unsigned first = 0; first < LABELS; first += kGroup) {
+      float below[kGroup][PX], old[kGroup][PX], rho[kGroup][PX];
+      float2 q[kGroup][PX];
+      RATSEG_UNROLL
+      for (unsigned k = 0; k < kGroup; ++k) {
+        if (first + k >= LABELS || first + k >= n) continue;
+        const StripLabel g = stripLabel(b, first + k);
+        g.barRow(below[k], hasBelow ? at + b.w : at);
+        readRow(q[k], g.p + at);
+        readRow(old[k], g.u + at);
+        readRow(rho[k], g.rho + at);
+      }
+      RATSEG_UNROLL
+      for (unsigned k = 0; k < kGroup; ++k) {
+        const unsigned i = first + k;
+        if (i >= LABELS || i >= n) continue;
+        const StripLabel g = stripLabel(b, i);
+        stripDualRow(q[k], b, g, y, here[i], below[k], radius, beside);
+        float left = beside.left(g, y, here[i], q[k]);
+        if (keepsP) writeRow(g.pNext + at, q[k]);
+        const float coupling = readOnly(b.gamma + i) * b.coupling;
         RATSEG_UNROLL
-        for (int l = 0; l < PX; ++l) below[l] = here[i][l];
-      }
-      readRow(q, g.p + at);
-      readRow(old, g.u + at);
-      readRow(rho, g.rho + at);
-      const float right = hasRight ? g.bar(at + PX) : here[i][PX - 1];
-      float left = stripLeft(b, g, x, y, here[i][0], leftRadius);
-      RATSEG_UNROLL
-      for (int l = 0; l < PX; ++l) {
-        const float next = l + 1 < PX ? here[i][(l + 1) % PX] : right;
-        q[l] = stripDual(q[l], here[i][l], next, below[l], b.dualStep, radius[l]);
-      }
-      if (keepsP) writeRow(g.pNext + at, q);
-      const float coupling = readOnly(b.gamma + i) * b.coupling;
-      RATSEG_UNROLL
-      for (int l = 0; l < PX; ++l) {
-        float d = l + 1 < PX || hasRight ? q[l].x : 0.0f;
-        d -= left;
-        d = hasBelow ? d + q[l].y : d;
-        d -= above[i][l];
-        v[i][l] = stripMoved(old[l], rho[l], d, coupling, b.primalStep);
-        sum[i] -= b.theta_bar * old[l];
-        left = q[l].x;
-        above[i][l] = q[l].y;
-        here[i][l] = below[l];
+        for (int l = 0; l < PX; ++l) {
+          float d = l + 1 < PX || hasRight ? q[k][l].x : 0.0f;
+          d -= left;
+          d = hasBelow ? d + q[k][l].y : d;
+          d -= above[i][l];
+          v[i][l] = stripMoved(old[k][l], rho[k][l], d, coupling, b.primalStep);
+          sum[i] -= b.theta_bar * old[k][l];
+          left = q[k][l].x;
+          above[i][l] = q[k][l].y;
+          here[i][l] = below[k][l];
+        }
       }
     }
 
     float t[PX];
-    RATSEG_UNROLL
-    for (int l = 0; l < PX; ++l) {
-      t[l] = stripThreshold<LABELS>(n, [&](unsigned i) -> float& { return v[i][l]; });
-    }
+    stripThresholds<LABELS>(n, t, [&](unsigned i, int l) -> float& { return v[i][l]; });
     RATSEG_UNROLL
     for (unsigned i = 0; i < LABELS; ++i) {
       if (i >= n) continue;
@@ -314,7 +412,7 @@ RATSEG_HD inline void ratseg_strip(const StripBand& b, unsigned x, unsigned y0, 
         fresh[l] = fmaxf(v[i][l] - t[l], 0.0f);
         sum[i] += (1.0f + b.theta_bar) * fresh[l];
       }
-      writeRow(stripLabel(b, i).uNext + at, fresh);
+      if (place.owns) writeRow(stripLabel(b, i).uNext + at, fresh);
     }
   }
 }
@@ -345,7 +443,9 @@ RATSEG_HD inline void ratseg_strip_pixel(const StripBand& b, unsigned x, unsigne
       v[i * stride] = stripMoved(readOnly(g.u + at), readOnly(g.rho + at), d,
                                  readOnly(b.gamma + i) * b.coupling, b.primalStep);
     }
-    t = stripThreshold<0>(b.n, [&](unsigned i) -> float& { return v[i * stride]; });
+    float only[1];
+    stripThresholds<0>(b.n, only, [&](unsigned i, int) -> float& { return v[i * stride]; });
+    t = only[0];
   }
   for (unsigned i = 0; i < b.n; ++i) {
     float bar = 0.0f;

@@ -14,8 +14,8 @@ namespace namespace_ratseg {
 
 // How the sweep is cut into blocks of threads.
 //
-// Up to kMostRegisterLabels labels a thread walks down a strip of `rows` rows of `pixels` adjacent
-// columns, with the values of all labels in registers; a block holds `threads` strips side by side.
+// Up to kMostRegisterLabels labels a warp walks down a strip of `rows` rows, with the values of all
+// labels in registers and `pixels` adjacent columns per thread; a block has threads / 32 strips.
 // With more labels a block works on tiles of 32 x tileRows pixels (or threads x 1), one after the
 // other, with the values of all labels in shared memory, or in the rows that it will write where
 // shared memory is too small to keep the device busy.
@@ -31,8 +31,20 @@ struct StripShape {
 };
 
 inline constexpr int kMostRegisterLabels = 16;
+inline constexpr unsigned kMostStripThreads = 128;  // of a block that walks strips
+inline constexpr unsigned kStripLanes = 32;         // of a warp
 inline constexpr unsigned kTileColumns = 32;
-inline constexpr unsigned kTileBlocks = 4;  // of tiles, at a time on a processor
+inline constexpr unsigned kTileBlocks = 4;  // of tiles, at most at a time on a processor
+
+// Blocks of kMostStripThreads that a processor holds at a time: as many as leave each thread the
+// registers that it needs without spilling (scripts/kernel_report.py).
+constexpr int stripBlocksAtOnce(int labels) { return labels >= 6 ? 3 : 4; }
+
+// Warps side by side on rows of that many threads. Neighbours have two lanes in common.
+RATSEG_HD constexpr unsigned stripWarpsOfRow(unsigned threads) {
+  constexpr unsigned kOwn = kStripLanes - 2;
+  return threads <= kStripLanes ? 1 : (threads - 2 + kOwn - 1) / kOwn;
+}
 
 // What a measurement asks of the shape of strips; 0 = as the device and the image need it.
 struct StripWish {

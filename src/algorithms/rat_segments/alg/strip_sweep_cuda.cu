@@ -12,25 +12,29 @@ namespace namespace_ratseg {
 namespace {
 
 constexpr unsigned kFlatThreads = 256;
-constexpr unsigned kStripThreads = 128;
+constexpr unsigned kStripThreads = kMostStripThreads;
+static_assert(kStripLanes == kWarp);
 constexpr unsigned kTileThreads = 256;
-
-// Blocks of the strip kernel that a processor is to hold at a time: as many as leave each thread
-// the registers that it needs without spilling (scripts/kernel_report.py). Newer machine code takes
-// more.
-#if defined(__CUDA_ARCH__) && __CUDA_ARCH__ >= 1000
-constexpr int kBlocksOfMany = 2;
-#else
-constexpr int kBlocksOfMany = 3;
-#endif
-constexpr int blocksAtOnce(int labels, int pixels) {
-  if (labels * pixels >= 16) return kBlocksOfMany;
-  return labels >= 6 ? 3 : 4;
-}
 
 unsigned flatGrid(std::size_t count) {
   return static_cast<unsigned>((count + kFlatThreads - 1) / kFlatThreads);
 }
+
+// What a thread of a strip needs from the columns beside its own, from the lanes beside it.
+template <int PX>
+struct LanesBeside {
+  bool hasLeft, hasRight;  // is there a column in the image
+
+  __device__ float right(const tile::StripLabel&, unsigned, const float (&bar)[PX]) const {
+    const float next = __shfl_down_sync(kAllLanes, bar[0], 1);
+    return hasRight ? next : bar[PX - 1];
+  }
+  __device__ float left(const tile::StripLabel&, unsigned, const float (&)[PX],
+                        const float2 (&q)[PX]) const {
+    const float before = __shfl_up_sync(kAllLanes, q[PX - 1].x, 1);
+    return hasLeft ? before : 0.0f;
+  }
+};
 
 // The shares' step, by the threads of one block.
 __device__ void takeSharesStep(const StripShares& s) {
@@ -112,9 +116,9 @@ __global__ void ratseg_strip_edge(const StripBand b) {
   if (x < b.w) tile::ratseg_strip_edge(b, x, blockIdx.y);
 }
 
-// Block 0 takes the shares' step where there is one; the others have a row of strips each.
+// Block 0 takes the shares' step where there is one; the warps of the others have a strip each.
 template <int LABELS, int PX>
-__global__ void __launch_bounds__(kStripThreads, blocksAtOnce(LABELS, PX))
+__global__ void __launch_bounds__(kStripThreads, stripBlocksAtOnce(LABELS))
     ratseg_strip_sweep(const StripBand b, const StripShares shares, const StripFinish finish) {
   __shared__ float warps[kStripThreads / kWarp][LABELS];
   const unsigned first = shares.n != 0 ? 1 : 0;
@@ -123,13 +127,15 @@ __global__ void __launch_bounds__(kStripThreads, blocksAtOnce(LABELS, PX))
   } else {
     const unsigned block = blockIdx.x - first;
     float sum[LABELS] = {};
-    unsigned x, y0, y1;
-    if (tile::stripOfThread<PX>(b, blockDim.x, block, threadIdx.x, x, y0, y1)) {
-      tile::ratseg_strip<LABELS, PX>(b, x, y0, y1, sum);
+    const unsigned warp = (block * blockDim.x + threadIdx.x) / kStripLanes;
+    tile::StripPlace place;
+    if (tile::stripOfThread<PX>(b, warp, threadIdx.x % kStripLanes, place)) {
+      const LanesBeside<PX> beside{place.x > 0, place.x + PX < b.w};
+      tile::ratseg_strip<LABELS, PX>(b, place, beside, sum);
     }
 #pragma unroll
     for (int i = 0; i < LABELS; ++i) {
-      const float total = warpSum(sum[i]);
+      const float total = warpSum(place.owns ? sum[i] : 0.0f);
       if (threadIdx.x % kWarp == 0) warps[threadIdx.x / kWarp][i] = total;
     }
     __syncthreads();

@@ -34,9 +34,11 @@ void stripBlock(const StripShape& shape, const StripBand& b, unsigned block) {
   float total[LABELS] = {};
   for (unsigned thread = 0; thread < shape.threads; ++thread) {
     float sum[LABELS] = {};
-    unsigned x = 0, y0 = 0, y1 = 0;
-    if (tile::stripOfThread<PX>(b, shape.threads, block, thread, x, y0, y1)) {
-      tile::ratseg_strip<LABELS, PX>(b, x, y0, y1, sum);
+    const unsigned warp = (block * shape.threads + thread) / kStripLanes;
+    tile::StripPlace place;
+    if (tile::stripOfThread<PX>(b, warp, thread % kStripLanes, place) && place.owns) {
+      const tile::StripNeighbours<PX> beside{b, place.x};
+      tile::ratseg_strip<LABELS, PX>(b, place, beside, sum);
     }
     for (int i = 0; i < LABELS; ++i) total[i] += sum[i];
   }

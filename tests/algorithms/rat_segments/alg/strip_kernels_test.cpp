@@ -38,8 +38,9 @@ std::vector<double> simplexOf(const std::vector<float>& v) {
 template <int MOST>
 std::vector<float> projected(std::vector<float> v) {
   const auto n = static_cast<unsigned>(v.size());
-  const float t = tile::stripThreshold<MOST>(n, [&](unsigned i) -> float& { return v[i]; });
-  for (float& x : v) x = std::max(x - t, 0.0f);
+  float t[1];
+  tile::stripThresholds<MOST>(n, t, [&](unsigned i, int) -> float& { return v[i]; });
+  for (float& x : v) x = std::max(x - t[0], 0.0f);
   return v;
 }
 
@@ -79,6 +80,23 @@ TEST(StripThreshold, ProjectsForcedForbiddenAndEqualComponents) {
                                                                      {0.0f, 1.0f, 0.0f}}) {
     expectProjection(v, projected<0>(v));
     expectProjection(v, projected<8>(v));
+  }
+}
+
+// Pixels whose searches take one and several passes, side by side.
+TEST(StripThreshold, PixelsOfAPairDoNotChangeEachOther) {
+  const std::vector<std::vector<float>> pixels = {
+      {0.3f, 0.2f, 0.1f, 0.0f}, {0.9f, -0.3f, -5.0f, 0.7f}, {9.0f, 0.0f, 0.0f, 0.0f}};
+  for (const std::vector<float>& first : pixels) {
+    for (const std::vector<float>& second : pixels) {
+      std::vector<float> v[2] = {first, second};
+      float t[2];
+      tile::stripThresholds<8>(4, t, [&](unsigned i, int l) -> float& { return v[l][i]; });
+      for (int l = 0; l < 2; ++l) {
+        for (float& x : v[l]) x = std::max(x - t[l], 0.0f);
+        expectProjection(l == 0 ? first : second, v[l]);
+      }
+    }
   }
 }
 
@@ -134,6 +152,11 @@ TEST(StripShape, CoversEveryPixelOnce) {
        std::vector<std::tuple<unsigned, unsigned, unsigned>>{{1, 1, 3},
                                                              {64, 40, 3},
                                                              {63, 41, 3},
+                                                             {32, 7, 3},
+                                                             {33, 7, 3},
+                                                             {62, 5, 3},
+                                                             {66, 300, 3},
+                                                             {124, 300, 3},
                                                              {258, 9, 8},
                                                              {257, 9, 8},
                                                              {40, 17, 12},
@@ -151,18 +174,19 @@ TEST(StripShape, CoversEveryPixelOnce) {
     const unsigned blocks = stripBlocks(s, w, b.rowEnd - b.rowBegin);
     for (unsigned block = 0; block < blocks; ++block) {
       for (unsigned thread = 0; thread < s.threads; ++thread) {
-        unsigned x = 0, y0 = 0, y1 = 0;
         if (s.labels == 0) {
+          unsigned x = 0, y = 0;
           for (unsigned t = block; t < tile::stripTiles(b, s.tileRows); t += blocks) {
-            if (tile::pixelOfThread(b, s.tileRows, t, thread, x, y0)) ++seen[y0 * w + x];
+            if (tile::pixelOfThread(b, s.tileRows, t, thread, x, y)) ++seen[y * w + x];
           }
           continue;
         }
-        const bool has = s.pixels == 2
-                             ? tile::stripOfThread<2>(b, s.threads, block, thread, x, y0, y1)
-                             : tile::stripOfThread<1>(b, s.threads, block, thread, x, y0, y1);
-        for (unsigned y = y0; has && y < y1; ++y) {
-          for (int l = 0; l < s.pixels; ++l) ++seen[y * w + x + static_cast<unsigned>(l)];
+        const unsigned warp = (block * s.threads + thread) / 32;
+        tile::StripPlace place;
+        const bool has = s.pixels == 2 ? tile::stripOfThread<2>(b, warp, thread % 32, place)
+                                       : tile::stripOfThread<1>(b, warp, thread % 32, place);
+        for (unsigned y = place.y0; has && place.owns && y < place.y1; ++y) {
+          for (int l = 0; l < s.pixels; ++l) ++seen[y * w + place.x + static_cast<unsigned>(l)];
         }
       }
     }
@@ -172,10 +196,59 @@ TEST(StripShape, CoversEveryPixelOnce) {
   }
 }
 
+// What a lane needs from the columns beside its own is what the lane beside it works out.
+template <int PX>
+void expectNeighboursInWarp(unsigned w) {
+  StripBand b;
+  b.w = w;
+  b.h = b.rowEnd = 2;
+  b.rows = 1;
+  for (unsigned warp = 0; warp < 2 * stripWarpsOfRow(w / PX); ++warp) {
+    tile::StripPlace place[32];
+    for (unsigned lane = 0; lane < 32; ++lane) {
+      ASSERT_TRUE(tile::stripOfThread<PX>(b, warp, lane, place[lane]));
+      EXPECT_LE(place[lane].x + PX, w);
+      EXPECT_EQ(place[lane].y0, place[0].y0);
+      EXPECT_EQ(place[lane].y1, place[0].y1);
+    }
+    for (unsigned lane = 0; lane < 32; ++lane) {
+      if (!place[lane].owns) continue;
+      const unsigned x = place[lane].x;
+      if (x > 0) {
+        ASSERT_GT(lane, 0u) << "w " << w << ", x " << x;
+        EXPECT_EQ(place[lane - 1].x, x - PX);
+      }
+      if (x + PX < w) {
+        ASSERT_LT(lane, 31u) << "w " << w << ", x " << x;
+        EXPECT_EQ(place[lane + 1].x, x + PX);
+      }
+    }
+  }
+}
+
+TEST(StripShape, LanesStandBesideTheirNeighbours) {
+  for (unsigned w = 1; w <= 200; ++w) {
+    expectNeighboursInWarp<1>(w);
+    if (w % 2 == 0) expectNeighboursInWarp<2>(w);
+  }
+}
+
+TEST(StripShape, AWarpOfARowOf64PixelsIsAllItNeeds) {
+  EXPECT_EQ(stripWarpsOfRow(1), 1u);
+  EXPECT_EQ(stripWarpsOfRow(32), 1u);
+  EXPECT_EQ(stripWarpsOfRow(33), 2u);
+  EXPECT_EQ(stripWarpsOfRow(62), 2u);
+  EXPECT_EQ(stripWarpsOfRow(63), 3u);
+  EXPECT_EQ(stripWarpsOfRow(1024), 35u);
+}
+
+// Where single pixels would keep more than all schedulers busy.
 TEST(StripShape, TakesPairsOfPixelsWhereRowsStartAtEvenOnes) {
-  EXPECT_EQ(stripShape(64, 64, 3, largeDevice()).pixels, 2);
-  EXPECT_EQ(stripShape(63, 64, 3, largeDevice()).pixels, 1);
-  EXPECT_EQ(stripShape(64, 64, 9, largeDevice()).pixels, 1);
+  EXPECT_EQ(stripShape(512, 512, 3, largeDevice()).pixels, 2);
+  EXPECT_EQ(stripShape(511, 512, 3, largeDevice()).pixels, 1);
+  EXPECT_EQ(stripShape(512, 512, 9, largeDevice()).pixels, 1);
+  EXPECT_EQ(stripShape(64, 64, 3, largeDevice()).pixels, 1);
+  EXPECT_EQ(stripShape(64, 64, 3, largeDevice(), {.pixels = 2}).pixels, 2);
 }
 
 TEST(StripShape, IsCompiledForAtLeastTheLabels) {
@@ -191,10 +264,22 @@ TEST(StripShape, IsCompiledForAtLeastTheLabels) {
   EXPECT_EQ(stripShape(64, 64, 17, largeDevice()).labels, 0);
 }
 
-TEST(StripShape, LeavesEnoughThreadsForTheDevice) {
+// 132 processors of 4 schedulers, which hold 3 warps of 8 labels and 4 of fewer.
+TEST(StripShape, FillsTheDevice) {
   EXPECT_EQ(stripShape(64, 64, 3, largeDevice()).rows, 1u);
-  EXPECT_EQ(stripShape(512, 512, 5, largeDevice()).rows, 3u);
-  EXPECT_EQ(stripShape(2048, 2048, 8, largeDevice()).rows, 16u);
+  EXPECT_EQ(stripShape(512, 512, 5, largeDevice()).rows, 3u);     // 1539 of 2112 warps at once
+  EXPECT_EQ(stripShape(2048, 2048, 8, largeDevice()).rows, 23u);  // 3150 of twice 1584
+  EXPECT_EQ(stripShape(16384, 16384, 8, largeDevice()).rows, 24u);
+  EXPECT_EQ(stripShape(512, 512, 8, largeDevice()).rows, 3u);
+  cudaDeviceProp smaller = largeDevice();
+  smaller.multiProcessorCount = 60;
+  EXPECT_EQ(stripShape(512, 512, 8, smaller).rows, 10u);  // 468 for 240 schedulers
+}
+
+TEST(StripShape, HasABlockForEachProcessorFirst) {
+  EXPECT_EQ(stripShape(64, 64, 3, largeDevice()).threads, 64u);  // 192 warps
+  EXPECT_EQ(stripShape(64, 32, 3, largeDevice()).threads, 32u);
+  EXPECT_EQ(stripShape(2048, 2048, 8, largeDevice()).threads, 128u);
 }
 
 TEST(StripShape, TakesWhatIsWishedForWhereItCan) {
@@ -202,14 +287,11 @@ TEST(StripShape, TakesWhatIsWishedForWhereItCan) {
   EXPECT_EQ(rows.rows, 5u);
   EXPECT_EQ(rows.pixels, 2);
   EXPECT_EQ(rows.threads, 128u);
-  const StripShape single = stripShape(512, 512, 5, largeDevice(), {.pixels = 1});
-  EXPECT_EQ(single.rows, 7u);  // twice the threads of a row
-  EXPECT_EQ(single.pixels, 1);
+  EXPECT_EQ(stripShape(512, 512, 5, largeDevice(), {.pixels = 1}).pixels, 1);
   EXPECT_EQ(stripShape(2048, 2048, 8, largeDevice(), {.pixels = 2}).pixels, 2);
   EXPECT_EQ(stripShape(2047, 2048, 8, largeDevice(), {.pixels = 2}).pixels, 1);
   EXPECT_EQ(stripShape(2048, 2048, 9, largeDevice(), {.pixels = 2}).pixels, 1);
-  EXPECT_EQ(stripShape(64, 64, 3, largeDevice()).threads, 32u);
-  EXPECT_EQ(stripShape(64, 64, 3, largeDevice(), {.threads = 64}).threads, 64u);
+  EXPECT_EQ(stripShape(64, 64, 3, largeDevice(), {.threads = 128}).threads, 128u);
   EXPECT_EQ(stripShape(2048, 2048, 8, largeDevice(), {.threads = 32}).threads, 32u);
 }
 
@@ -263,13 +345,19 @@ TEST(StripWishDeathTest, OtherValuesEndTheProcess) {
   }
 }
 
-// Values in shared memory as long as three blocks find room, behind that in the rows themselves.
+// Values in shared memory as long as three blocks find room, behind that in the rows themselves. No
+// more blocks are launched than run at once: each works on tiles until there are none left.
 TEST(StripShape, KeepsBlocksWithinSharedMemory) {
+  const std::size_t ofProcessor = 228 << 10;
   for (std::size_t n = 17; n <= 1024; ++n) {
     const StripShape s = stripShape(640, 480, n, largeDevice());
-    ASSERT_LE(3 * s.sharedBytes, largeDevice().sharedMemPerBlockOptin) << n;
+    const std::size_t blocks = s.mostBlocks / 132;
+    ASSERT_EQ(s.mostBlocks % 132, 0u);
+    ASSERT_LE(blocks * (s.sharedBytes + 1024), ofProcessor) << n;
+    ASSERT_TRUE(blocks == 4 || (blocks + 1) * (s.sharedBytes + 1024) > ofProcessor) << n;
+    ASSERT_GE(blocks, 3u) << n;
     ASSERT_EQ(s.threads, 32 * s.tileRows);
-    ASSERT_EQ(s.sharedScratch, n <= 293) << n;
+    ASSERT_EQ(s.sharedScratch, n <= 290) << n;
   }
 }
 
