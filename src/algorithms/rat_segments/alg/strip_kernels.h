@@ -306,6 +306,50 @@ RATSEG_HD inline void stripDualRow(float2 (&q)[PX], const StripBand& b, const St
 // for the memory become one.
 inline constexpr unsigned kStripGroup = 4;
 
+// The new p.y of the row above the strip at the thread's columns, 0 above the image, given the
+// over-relaxed labeling in the strip's first row.
+template <int LABELS, int PX, class Neighbours>
+RATSEG_HD inline void stripRowAbove(float (&above)[LABELS][PX], const float (&here)[LABELS][PX],
+                                    const StripBand& b, unsigned n, const StripPlace& place,
+                                    const Neighbours& beside) {
+  constexpr unsigned kGroup = LABELS < kStripGroup ? LABELS : kStripGroup;
+  if (place.y0 == 0) {
+    RATSEG_UNROLL
+    for (unsigned i = 0; i < LABELS; ++i) {
+      if (i >= n) continue;
+      RATSEG_UNROLL
+      for (int l = 0; l < PX; ++l) {
+        above[i][l] = b.first ? 0.0f : stripLabel(b, i).pAbove[place.x + l].y;
+      }
+    }
+    return;
+  }
+  const unsigned y = place.y0 - 1;
+  const unsigned at = y * b.w + place.x;
+  StripRadius radius[PX];
+  stripRadii(radius, b, place.x, y);
+  RATSEG_UNROLL
+  for (unsigned first = 0; first < LABELS; first += kGroup) {
+    float row[kGroup][PX];
+    float2 q[kGroup][PX];
+    RATSEG_UNROLL
+    for (unsigned k = 0; k < kGroup; ++k) {
+      if (first + k >= LABELS || first + k >= n) continue;
+      const StripLabel g = stripLabel(b, first + k);
+      g.barRow(row[k], at);
+      readRow(q[k], g.p + at);
+    }
+    RATSEG_UNROLL
+    for (unsigned k = 0; k < kGroup; ++k) {
+      const unsigned i = first + k;
+      if (i >= LABELS || i >= n) continue;
+      stripDualRow(q[k], b, stripLabel(b, i), y, row[k], here[i], radius, beside);
+      RATSEG_UNROLL
+      for (int l = 0; l < PX; ++l) above[i][l] = q[k][l].y;
+    }
+  }
+}
+
 // One thread of the register kernel. Adds to sum[i] the over-relaxed labeling of label i that it
 // leaves in its columns. Up to 8 labels LABELS is their number.
 template <int LABELS, int PX, class Neighbours>
@@ -320,42 +364,9 @@ RATSEG_HD inline void ratseg_strip(const StripBand& b, const StripPlace& place,
 
   RATSEG_UNROLL
   for (unsigned i = 0; i < LABELS; ++i) {
-    if (i >= n) continue;
-    stripLabel(b, i).barRow(here[i], place.y0 * b.w + x);
-    RATSEG_UNROLL
-    for (int l = 0; l < PX; ++l) above[i][l] = 0.0f;
+    if (i < n) stripLabel(b, i).barRow(here[i], place.y0 * b.w + x);
   }
-  if (place.y0 > 0) {
-    const unsigned y = place.y0 - 1;
-    stripRadii(radius, b, x, y);
-    RATSEG_UNROLL
-    for (unsigned first = 0; first < LABELS; first += kGroup) {
-      float row[kGroup][PX];
-      float2 q[kGroup][PX];
-      RATSEG_UNROLL
-      for (unsigned k = 0; k < kGroup; ++k) {
-        if (first + k >= LABELS || first + k >= n) continue;
-        const StripLabel g = stripLabel(b, first + k);
-        g.barRow(row[k], y * b.w + x);
-        readRow(q[k], g.p + (y * b.w + x));
-      }
-      RATSEG_UNROLL
-      for (unsigned k = 0; k < kGroup; ++k) {
-        const unsigned i = first + k;
-        if (i >= LABELS || i >= n) continue;
-        stripDualRow(q[k], b, stripLabel(b, i), y, row[k], here[i], radius, beside);
-        RATSEG_UNROLL
-        for (int l = 0; l < PX; ++l) above[i][l] = q[k][l].y;
-      }
-    }
-  } else if (!b.first) {
-    RATSEG_UNROLL
-    for (unsigned i = 0; i < LABELS; ++i) {
-      if (i >= n) continue;
-      RATSEG_UNROLL
-      for (int l = 0; l < PX; ++l) above[i][l] = stripLabel(b, i).pAbove[x + l].y;
-    }
-  }
+  stripRowAbove(above, here, b, n, place, beside);
 
   RATSEG_KEEP_LOOP
   for (unsigned y = place.y0; y < place.y1; ++y) {
