@@ -64,6 +64,7 @@ Backend* cudaBackendIfUsable() {
 }
 
 Backend& chooseBackend(DeviceChoice choice, std::ostream& notice) {
+  limitHostThreads();
   Backend* chosen = choice == DeviceChoice::host ? nullptr : cudaBackendIfUsable();
   if (chosen == nullptr) {
     chosen = choice == DeviceChoice::cuda ? &emptyMachine() : &hostMachine();

@@ -21,7 +21,7 @@ bool parseDeviceChoice(const std::string& text, DeviceChoice& choice);
 bool deviceChoiceFromEnvironment(DeviceChoice& choice, std::string& error);
 
 // Makes the chosen backend current and returns it:
-//   host       the host, as RATSEG_HOST_* describe it (host/host_config.h);
+//   host       the host, as RATSEG_HOST_* describe it (docs/devices.md);
 //   cuda       the CUDA GPUs; without a GPU, driver or CUDA build a machine without devices;
 //   automatic  the CUDA GPUs when a driver reports one, otherwise the host, which is then said in
 //              one line on notice, with the number of threads.

@@ -13,7 +13,7 @@ class QImage;
 namespace namespace_ratseg {
 
 // Packed arrays and image files. Failures are reported by false; only loadArray prints (on standard
-// output), and nothing throws. File names are bytes, as the system takes them.
+// output), and nothing throws but std::bad_alloc. File names are bytes, as the system takes them.
 //
 // A packed array is a gzip stream of an 8-byte little-endian element count, which is not 0, and the
 // elements in the machine's own little-endian layout. Nothing in it tells the elements' type.

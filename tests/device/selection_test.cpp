@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "device/cuda/cuda_backend.h"
 #include "device/host/host_backend.h"
@@ -84,6 +85,18 @@ TEST_F(SelectionTest, HostIsChosenWithoutANotice) {
   EXPECT_EQ(&backend(), &chosen);
   EXPECT_EQ(devicesOf(chosen), 1);
   EXPECT_EQ(notice.str(), "");
+}
+
+// OpenMP's runtime dies of tens of thousands.
+TEST_F(SelectionTest, ThreadsThatCannotBeStartedAreNotAskedFor) {
+  const int before = omp_get_max_threads();
+  for (const auto& [wished, had] : {std::pair(100000, 1024), std::pair(3, 3)}) {
+    omp_set_num_threads(wished);
+    std::ostringstream notice;
+    chooseBackend(DeviceChoice::host, notice);
+    EXPECT_EQ(omp_get_max_threads(), had);
+  }
+  omp_set_num_threads(before);
 }
 
 TEST_F(SelectionTest, CudaIsTheGpusOrAMachineWithoutDevices) {

@@ -58,6 +58,11 @@ HostConfig HostConfig::fromEnvironmentOrExit() {
 
 int hostThreads() { return omp_get_max_threads(); }
 
+void limitHostThreads() {
+  constexpr int kMostThreads = 1024;
+  if (omp_get_max_threads() > kMostThreads) omp_set_num_threads(kMostThreads);
+}
+
 cudaDeviceProp defaultHostProperties() {
   cudaDeviceProp prop;
   std::snprintf(prop.name, sizeof prop.name, "Host (%d thread%s)", hostThreads(),

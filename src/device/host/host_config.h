@@ -34,6 +34,9 @@ cudaDeviceProp defaultHostProperties();
 // Threads that the host's launches are spread over (OMP_NUM_THREADS, otherwise all cores).
 int hostThreads();
 
+// Takes OMP_NUM_THREADS down to what a process can start without trouble.
+void limitHostThreads();
+
 }  // namespace namespace_ratseg
 
 #endif

@@ -47,7 +47,6 @@ enum CertificateTerm {
   kExcess,     // sum_i max(|p_i| - R, 0), which rounding leaves, or a little more
   kUnallowed,  // what labels have that are not allowed there
   kHardData,   // the same of the hard labeling
-  kHardDataSize,
   kHardLength,
   kHardUnallowed,  // 1 where the hard labeling takes a label that is not allowed
   kSpecial,        // number of costs that forbid or force
@@ -268,7 +267,6 @@ class CertificateTile {
     const bool allowed = forces ? c < 0.0 && !finite : !costs || finite;
     const double data = costs && finite ? c : 0.0;
     terms[kHardData * LANES + l] += data;
-    terms[kHardDataSize * LANES + l] += fabs(data);
     terms[kHardUnallowed * LANES + l] += allowed ? 0.0 : 1.0;
 
     const bool right = (l < kLast || hasRight_) && label_[l + 1] != label_[l];

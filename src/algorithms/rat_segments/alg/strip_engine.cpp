@@ -113,6 +113,11 @@ void StripEngine::createQueues() {
       check(kStripLines + __LINE__);
     }
   }
+  select(0);
+  for (cudaEvent_t& end : ends_) {
+    cudaEventCreate(&end);
+    check(kStripLines + __LINE__);
+  }
   started_ = true;
 }
 
@@ -165,6 +170,11 @@ void StripEngine::handOver() {
 StripEngine::~StripEngine() {
   if (!started_) return;
   handOver();
+  for (cudaEvent_t end : ends_) {
+    select(0);
+    cudaEventDestroy(end);
+    check(kStripLines + __LINE__);
+  }
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     Band& b = bands_[d];
     select(d);
@@ -372,18 +382,16 @@ void StripEngine::advance(std::size_t count) {
   replayed_ = false;
   const bool records = count == kStepsAtOnce && launchedAll_ && canRecord_;
   if (records && !cuda_check_isSync()) {
-    std::unique_ptr<StripReplay>& replay = replays_[phase];
     select(0);
-    if (replay == nullptr) {
+    if (replays_[phase] == nullptr) {
       const std::size_t before = done_;
-      replay = stripKernels().record(bands_[0].stream, [&] { steps(count); });
+      replays_[phase] = stripKernels().record(bands_[0].stream, [&] { steps(count); });
       check(kStripLines + __LINE__);
       done_ = before;
-      canRecord_ = replay != nullptr;
+      canRecord_ = replays_[phase] != nullptr;
     }
-    if (replay != nullptr) {
-      replay->launch(bands_[0].stream);
-      check(kStripLines + __LINE__);
+    if (replays_[phase] != nullptr) {
+      replay(*replays_[phase]);
       done_ += count;
       replayed_ = true;
       return;
@@ -391,6 +399,19 @@ void StripEngine::advance(std::size_t count) {
   }
   steps(count);
   launchedAll_ = true;
+}
+
+// Behind what band 0's queue holds, on its device, which is selected.
+void StripEngine::replay(StripReplay& recording) {
+  const cudaEvent_t end = ends_[queued_ % 2];
+  if (queued_ >= 2) {
+    cudaEventSynchronize(end);
+    check(kStripLines + __LINE__);
+  }
+  recording.launch(bands_[0].stream);
+  check(kStripLines + __LINE__);
+  record(end, bands_[0].stream);
+  ++queued_;
 }
 
 void StripEngine::steps(std::size_t count) {

@@ -48,7 +48,8 @@ class StripEngine {
   // Steps from this one on that run() may queue at once: up to the next one that reports.
   static std::size_t stepsAhead(const Params& par, std::size_t step);
 
-  // Queues count iterations, at most kStepsAtOnce. The host does not wait.
+  // Queues count iterations, at most kStepsAtOnce. The host waits only for recordings before the
+  // last two, so that a run that is to stop has little left to do.
   void advance(std::size_t count);
 
   // Hands the arrays over to others, whole, and takes them back. No step in between.
@@ -111,6 +112,7 @@ class StripEngine {
   void copyLabels(cudaStream_t stream, float* to, float* from);
   void publishShares(std::size_t parity);
 
+  void replay(StripReplay& recording);
   void steps(std::size_t count);
   void stepOneBand();
   void stepBands();
@@ -125,6 +127,8 @@ class StripEngine {
   float tau_, sigma_, theta_bar_;
   std::vector<Band> bands_;
   std::array<std::unique_ptr<StripReplay>, kPhases> replays_;
+  std::array<cudaEvent_t, 2> ends_ = {};  // of the last two recordings that were queued
+  std::size_t queued_ = 0;                // recordings
   bool launchedAll_ = false;  // kernels are loaded when they are first launched, not in a recording
   bool canRecord_ = true;
   bool replayed_ = false;

@@ -16,6 +16,7 @@
 
 #include "algorithms/rat_segments/alg/strip_engine.h"
 #include "device/runtime.h"
+#include "support/forwarding_backend.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
 
@@ -150,6 +151,35 @@ TEST_F(DeviceCompare, IterationsOfAllBandsAreReplayed) {
     engine.reset();
     solver.free();
   }
+}
+
+// A run that is to stop would otherwise go on with all that is queued.
+TEST_F(DeviceCompare, TheHostStaysTwoRecordingsAhead) {
+  if (onHost()) GTEST_SKIP() << "the host records nothing";
+  class CountsWaits final : public ForwardingBackend {
+   public:
+    using ForwardingBackend::ForwardingBackend;
+    cudaError_t eventSynchronize(cudaEvent_t event) override {
+      ++waits;
+      return ForwardingBackend::eventSynchronize(event);
+    }
+    int waits = 0;
+  };
+  SolverProblem p = problem(40, 20, 3, 11, 1);
+  p.par.gpu = {0};
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  {
+    const auto engine = StripEngine::make(solver, 1.0f, 1.0f, 1.0f);
+    engine->advance(StripEngine::kStepsAtOnce);  // launched one by one
+    CountsWaits counter(backend());
+    const BackendScope scope(counter);
+    for (int replays = 1; replays <= 6; ++replays) {
+      engine->advance(StripEngine::kStepsAtOnce);
+      EXPECT_EQ(counter.waits, std::max(replays - 2, 0)) << replays << " recordings queued";
+    }
+  }
+  solver.free();
 }
 
 // Also when the iterations behind it are queued before anybody looks.
