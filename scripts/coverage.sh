@@ -10,7 +10,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/tools.sh"
 
 least=${1:-95}
 build_dir=$root/build/coverage
-install_missing_packages
+install_missing_packages "${test_packages[@]}"
 need_tool gcovr gcovr
 build coverage
 find "$build_dir" -name '*.gcda' -delete

@@ -22,14 +22,17 @@ quietly() {
   rm -f "$log"
 }
 
-# The Debian packages that the build and the tests need, and those named, as far as they are not there,
+# What the tests need besides.
+test_packages=(libgtest-dev libgmock-dev)
+
+# The Debian packages that the programs need to be built, and those named, as far as they are not there,
 # one a line. A tool counts as there wherever it comes from.
 missing_packages() {
   command -v g++ >/dev/null || echo g++
   command -v cmake >/dev/null || echo cmake
   command -v ninja >/dev/null || echo ninja-build
   local package
-  for package in zlib1g-dev qt6-base-dev qt6-image-formats-plugins libgtest-dev libgmock-dev "$@"; do
+  for package in zlib1g-dev qt6-base-dev qt6-image-formats-plugins "$@"; do
     [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
       echo "$package"
   done

@@ -249,7 +249,7 @@ main() {
     for i in "${chosen[@]}"; do printf '%-40s %s: %s\n' "${names[i]}" "${files[i]}" "${whys[i]}"; done
     return 0
   fi
-  install_missing_packages libboost-context-dev
+  install_missing_packages "${test_packages[@]}" libboost-context-dev
   mkdir -p "$work"
   [[ -n $resume && -f $results ]] || : >"$results"
   while read -r verdict name; do judged[$name]=$verdict; done <"$results"

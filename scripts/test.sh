@@ -12,11 +12,11 @@ run_tests() {
 
 (($# <= 1)) || die "expected at most one preset, but found: $*"
 if (($# == 1)); then
-  install_missing_packages
+  install_missing_packages "${test_packages[@]}"
   build "$1"
   run_tests "$1"
 else
-  install_missing_packages libboost-context-dev
+  install_missing_packages "${test_packages[@]}" libboost-context-dev
   build ci
   run_tests ci
   build emulated emulated_tests

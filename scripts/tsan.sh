@@ -9,7 +9,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 source "$(dirname "${BASH_SOURCE[0]}")/tools.sh"
 
-install_missing_packages
+install_missing_packages "${test_packages[@]}"
 need_tool clang++ clang
 library=$(dirname "$(readlink -f "$(command -v clang++)")")/../lib/libarcher.so
 if [[ ! -e $library ]]; then
