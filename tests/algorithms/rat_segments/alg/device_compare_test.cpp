@@ -16,6 +16,7 @@
 
 #include "algorithms/rat_segments/alg/strip_engine.h"
 #include "device/runtime.h"
+#include "support/environment.h"
 #include "support/forwarding_backend.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
@@ -131,6 +132,9 @@ TEST_F(DeviceCompare, EveryCutOfAnImage) {
     const SolverProblem p = problem(s[0], s[1], s[2], 10, s[3]);
     compare(sizeOf(p), p);
   }
+  const EnvironmentVariable rows("RATSEG_STRIP_ROWS", "1");
+  const EnvironmentVariable threads("RATSEG_STRIP_THREADS", "32");
+  compare("2x700x2 in 700 blocks", problem(2, 700, 2, 10, 30));
 }
 
 // All streams of a recording come together again; otherwise the device refuses it, and iterations
