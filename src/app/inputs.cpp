@@ -1,7 +1,5 @@
 #include "app/inputs.h"
 
-#include <QImageReader>
-#include <QString>
 #include <algorithm>
 #include <cmath>
 #include <iostream>
@@ -48,9 +46,13 @@ void failOnNaN(const std::string& file, const float* dataterm, const Image& imag
 
 void warnOfImage(const std::string& file) {
   if (warnIfUnreadable(file)) return;
-  const bool known = QImageReader(QString::fromUtf8(file)).canRead();
-  warn(inQuotes(file) + (known ? " is damaged or does not fit into memory"
-                               : " is not an image of a format that can be read"));
+  if (!FileIO::imageFormatIsKnown(file)) {
+    warn(inQuotes(file) + " is not an image of a format that can be read");
+    return;
+  }
+  const std::string error = FileIO::imageDecodingError(file);
+  warn(inQuotes(file) +
+       (error.empty() ? " does not fit into memory" : " cannot be decoded by Qt: " + error));
 }
 
 void warnOfAutomaticGamma(float gamma) {
@@ -72,6 +74,10 @@ Image loadImage(const std::string& file) {
     fail("ERROR loading image to segment: " + file);
   }
   image.pixels.reset(pixels);
+  if (FileIO::imageAsksToBeTurned(file)) {
+    warn(inQuotes(file) +
+         " asks to be shown turned or mirrored (EXIF orientation); its pixels are used as stored");
+  }
   std::cout << "Image to segment: " << file << " (" << image.w << " x " << image.h << ")"
             << std::endl;
   return image;

@@ -57,6 +57,16 @@ class FileIO {
   static bool loadImage(const std::string& filename, float4*& image, std::size_t& w, std::size_t& h,
                         bool allocate);
 
+  // Whether the image file asks to be shown turned or mirrored, as photographs do. The functions
+  // above take its pixels as they are stored. False for what is no image file.
+  static bool imageAsksToBeTurned(const std::string& filename);
+
+  // Whether the file looks like an image of a format that Qt reads.
+  static bool imageFormatIsKnown(const std::string& filename);
+
+  // Why Qt cannot decode the file, in Qt's words; empty where it can.
+  static std::string imageDecodingError(const std::string& filename);
+
   // Write a PNG file: an image; w * h colour pixels (ImageTransforms::imageToQImage); w * h byte
   // triples, blue first.
   static bool saveImagePNG(const QImage* image, const std::string& filename);

@@ -21,11 +21,31 @@ bool isQtName(const std::string& filename) {
   return !filename.starts_with(':') && QString::fromUtf8(filename).toStdString() == filename;
 }
 
-QImage readImage(const std::string& filename) {
-  if (isQtName(filename)) return QImage(QString::fromUtf8(filename));
+QByteArray readBytes(const std::string& filename) {
   std::ostringstream bytes;
   bytes << std::ifstream(filename, std::ios::binary).rdbuf();
-  return QImage::fromData(QByteArray::fromStdString(bytes.str()));
+  return QByteArray::fromStdString(bytes.str());
+}
+
+QImage readImage(const std::string& filename) {
+  if (isQtName(filename)) return QImage(QString::fromUtf8(filename));
+  return QImage::fromData(readBytes(filename));
+}
+
+// Calls ask(QImageReader&) with a reader of the file of any name.
+template <class Ask>
+auto askReader(const std::string& filename, Ask&& ask) {
+  QByteArray bytes;
+  QBuffer buffer(&bytes);
+  QImageReader reader;
+  if (isQtName(filename)) {
+    reader.setFileName(QString::fromUtf8(filename));
+  } else {
+    bytes = readBytes(filename);
+    buffer.open(QIODevice::ReadOnly);
+    reader.setDevice(&buffer);
+  }
+  return ask(reader);
 }
 
 // Qt encodes the image, but would neither take every name nor notice a disk that is full.
@@ -71,6 +91,26 @@ bool FileIO::loadImage(const std::string& filename, float4*& image, std::size_t&
   w = static_cast<std::size_t>(intW);
   h = static_cast<std::size_t>(intH);
   return ok;
+}
+
+bool FileIO::imageAsksToBeTurned(const std::string& filename) {
+  if (filename.empty()) return false;
+  return askReader(filename, [](QImageReader& reader) {
+    return reader.transformation() != QImageIOHandler::TransformationNone;
+  });
+}
+
+bool FileIO::imageFormatIsKnown(const std::string& filename) {
+  if (filename.empty()) return false;
+  return askReader(filename, [](QImageReader& reader) { return reader.canRead(); });
+}
+
+std::string FileIO::imageDecodingError(const std::string& filename) {
+  if (filename.empty()) return "no file name";
+  QImageReader::setAllocationLimit(0);
+  return askReader(filename, [](QImageReader& reader) {
+    return reader.read().isNull() ? reader.errorString().toStdString() : std::string();
+  });
 }
 
 bool FileIO::saveImagePNG(const QImage* image, const std::string& filename) {

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "app/ratseg_program.h"
+#include "support/turned_photo.h"
 
 namespace namespace_ratseg {
 namespace {
@@ -109,10 +110,19 @@ TEST_F(RatsegWarnings, TellImagesThatAreNoneOrDamaged) {
                  {"\"text.png\" is not an image of a format that can be read"}, 1);
   std::filesystem::resize_file(dir_.file("image.png"), 60);
   const ProgramResult result = run();
-  EXPECT_NE(
-      result.err.find("ratseg: warning: \"image.png\" is damaged or does not fit into memory\n"),
-      std::string::npos)
+  EXPECT_NE(result.err.find("ratseg: warning: \"image.png\" cannot be decoded by Qt: "
+                            "Unable to read image data\n"),
+            std::string::npos)
       << result.err;
+}
+
+TEST_F(RatsegWarnings, TellAnImageThatAsksToBeTurned) {
+  saveTurnedPhoto(FourLabels::image(), dir_.file("photo.jpg"));
+  const ProgramResult result = expectWarnings(
+      {{"-image", "photo.jpg"}},
+      {"\"photo.jpg\" asks to be shown turned or mirrored (EXIF orientation); its pixels are used "
+       "as stored"});
+  expectEcho(result, "Image to segment: photo.jpg (12 x 8)");
 }
 
 TEST_F(RatsegWarnings, TellADatatermOfLongerNumbersThanFloats) {

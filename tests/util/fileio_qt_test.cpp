@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/temp_dir.h"
+#include "support/turned_photo.h"
 #include "util/fileio.h"
 
 namespace namespace_ratseg {
@@ -191,6 +192,36 @@ TEST_F(ImageFile, FailureReturnsLargeSizesThroughInt) {
   EXPECT_FALSE(FileIO::loadImage(nowhere(), image, w, h, true));
   EXPECT_EQ(w, std::numeric_limits<std::size_t>::max());
   EXPECT_EQ(h, 5u);
+}
+
+TEST_F(ImageFile, TellsWhetherItAsksToBeTurned) {
+  const QImage image = smallImage();
+  for (const std::string& name : {dir_.file("photo.jpg"), dir_.file("caf\xE9.jpg")}) {
+    saveTurnedPhoto(image, name, 1);
+    EXPECT_FALSE(FileIO::imageAsksToBeTurned(name));
+    saveTurnedPhoto(image, name, 6);
+    EXPECT_TRUE(FileIO::imageAsksToBeTurned(name));
+    EXPECT_EQ(load(name)->size(), image.size());
+  }
+  for (const std::string& name : {std::string(), nowhere(), notAnImage()}) {
+    EXPECT_FALSE(FileIO::imageAsksToBeTurned(name)) << name;
+  }
+}
+
+TEST_F(ImageFile, TellsWhyItCannotBeDecoded) {
+  const QImage image = smallImage();
+  for (const std::string name : {"image.png", "caf\xE9.png"}) {
+    ASSERT_TRUE(FileIO::saveImagePNG(&image, dir_.file(name)));
+    EXPECT_TRUE(FileIO::imageFormatIsKnown(dir_.file(name)));
+    EXPECT_EQ(FileIO::imageDecodingError(dir_.file(name)), "");
+    std::filesystem::resize_file(dir_.file(name), 45);
+    EXPECT_TRUE(FileIO::imageFormatIsKnown(dir_.file(name)));
+    EXPECT_EQ(FileIO::imageDecodingError(dir_.file(name)), "Unable to read image data");
+  }
+  EXPECT_FALSE(FileIO::imageFormatIsKnown(notAnImage()));
+  EXPECT_EQ(FileIO::imageDecodingError(notAnImage()), "Unsupported image format");
+  EXPECT_FALSE(FileIO::imageFormatIsKnown(""));
+  EXPECT_NE(FileIO::imageDecodingError(""), "");
 }
 
 TEST_F(ImageFile, FormatsOfPluginsNeedNoApplication) {

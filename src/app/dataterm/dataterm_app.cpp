@@ -13,6 +13,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -50,6 +51,10 @@ std::string numberText(double value) {
   return text;
 }
 
+void warn(const std::string& message) {
+  std::cerr << "ratseg-dataterm: warning: " << message << std::endl;
+}
+
 Image loadImage(const std::string& file) {
   const std::string expected = "an image of a format that can be read";
   if (std::ifstream in(file, std::ios::binary); !in) {
@@ -59,9 +64,16 @@ Image loadImage(const std::string& file) {
   Image image;
   RGB* pixels = nullptr;
   if (!FileIO::loadImage(file, pixels, image.w, image.h, true)) {
-    throw InputError(file, expected, "a file that cannot be decoded");
+    const std::string error = FileIO::imageDecodingError(file);
+    throw InputError(file, expected,
+                     "a file that cannot be decoded: " +
+                         (error.empty() ? "it does not fit into memory" : error));
   }
   image.pixels.reset(pixels);
+  if (FileIO::imageAsksToBeTurned(file)) {
+    warn(file +
+         " asks to be shown turned or mirrored (EXIF orientation); its pixels are used as stored");
+  }
   return image;
 }
 
@@ -107,19 +119,19 @@ struct Problem {
   }
 };
 
-void warn(const Problem& problem, const DatatermOptions& options) {
+void warnOfScribbles(const Problem& problem, const DatatermOptions& options) {
   for (std::size_t k = 0; k < problem.labels; ++k) {
     if (problem.colours[k].empty()) {
-      std::cerr << "ratseg-dataterm: warning: label " << k << " has no scribbles in "
-                << options.scribbles << ": it costs thr = " << options.thr << " everywhere"
-                << std::endl;
+      std::ostringstream message;
+      message << "label " << k << " has no scribbles in " << options.scribbles
+              << ": it costs thr = " << options.thr << " everywhere";
+      warn(message.str());
     }
   }
   if (problem.labels == 2 && !options.sharesOfImage) {
-    std::cerr
-        << "ratseg-dataterm: warning: with a single foreground label, shares of the foreground "
-           "say nothing; -shares image makes the prior work"
-        << std::endl;
+    warn(
+        "with a single foreground label, shares of the foreground say nothing; -shares image makes "
+        "the prior work");
   }
 }
 
@@ -226,7 +238,7 @@ void run(const DatatermOptions& options) {
   refuseOverwriting(options);
   Problem problem(options);
   chooseDevice(options);
-  warn(problem, options);
+  warnOfScribbles(problem, options);
   writeDataterm(options.out, computeDataterm(problem, options));
   if (!problem.shares.empty()) {
     writeProportions(options.proportions, problem.shares, options.spread);

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <QImage>
 #include <cmath>
 #include <cstddef>
 #include <string>
@@ -11,6 +12,7 @@
 #include "app/dataterm/dataterm_program.h"
 #include "app/dataterm/options.h"
 #include "support/packed_array.h"
+#include "support/turned_photo.h"
 
 namespace namespace_ratseg {
 namespace {
@@ -179,6 +181,17 @@ TEST_F(DatatermResults, ASingleForegroundLabelIsWarnedOfUnlessSharesAreOfTheImag
             "ratseg-dataterm: warning: with a single foreground label, shares of the foreground "
             "say nothing; -shares image makes the prior work\n");
   EXPECT_EQ(run({{"-shares", "image"}}).err, "");
+}
+
+TEST_F(DatatermResults, AnImageThatAsksToBeTurnedIsWarnedOfAndUsedAsStored) {
+  QImage image(w, h, QImage::Format_RGB32);
+  image.fill(Qt::gray);
+  saveTurnedPhoto(image, dir_.file("photo.jpg"));
+  const ProgramResult result = run({{"-image", "photo.jpg"}});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            "ratseg-dataterm: warning: photo.jpg asks to be shown turned or mirrored (EXIF "
+            "orientation); its pixels are used as stored\n");
 }
 
 TEST_F(DatatermResults, TheDeviceOptionGoesBeforeTheEnvironment) {
