@@ -54,5 +54,29 @@ TEST_F(RatsegTolerance, TakesNothingButNumbersFrom0On) {
   }
 }
 
+TEST_F(RatsegTolerance, RefusesWhatNothingCanBeCertifiedWith) {
+  const auto expectRefused = [&](Changes changes, const std::string& line) {
+    changes["-tolerance"] = "0.01";
+    const ProgramResult result = run(changes);
+    EXPECT_TRUE(result.out.ends_with("\n    GPU to use\nERROR: with -tolerance, " + line + "\n"))
+        << result.out;
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 1);
+  };
+  expectRefused({{"-lambda", "-5"}}, "-lambda must be a number from 0 on, but is -5");
+  expectRefused({{"-epsilon", "0"}}, "-epsilon must be positive, but is 0");
+  expectRefused({{"-epsilon", "-1"}}, "-epsilon must be positive, but is -1");
+}
+
+TEST_F(RatsegTolerance, TakesTheBordersAndWhatItDoesNotConcern) {
+  for (const Changes& changes : {Changes{{"-lambda", "0"}, {"-tolerance", "0.01"}},
+                                 Changes{{"-epsilon", "0.001"}, {"-tolerance", "0.01"}},
+                                 Changes{{"-mu", "-1"}, {"-tolerance", "0.01"}},
+                                 Changes{{"-lambda", "-5"}, {"-tolerance", "0"}},
+                                 Changes{{"-epsilon", "0"}, {"-tolerance", "0"}}}) {
+    EXPECT_EQ(run(changes).status, 0);
+  }
+}
+
 }  // namespace
 }  // namespace namespace_ratseg
