@@ -13,7 +13,6 @@
 #include <memory>
 #include <new>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -23,6 +22,7 @@
 #include "app/dataterm/label_picture.h"
 #include "app/dataterm/options.h"
 #include "app/dataterm/scribble_problem.h"
+#include "app/dataterm/scribble_warnings.h"
 #include "app/usage_wanted.h"
 #include "device/selection.h"
 #include "util/cudautil.h"
@@ -120,19 +120,9 @@ struct Problem {
 };
 
 void warnOfScribbles(const Problem& problem, const DatatermOptions& options) {
-  for (std::size_t k = 0; k < problem.labels; ++k) {
-    if (problem.colours[k].empty()) {
-      std::ostringstream message;
-      message << "label " << k << " has no scribbles in " << options.scribbles
-              << ": it costs thr = " << options.thr << " everywhere";
-      warn(message.str());
-    }
-  }
-  if (problem.labels == 2 && !options.sharesOfImage) {
-    warn(
-        "with a single foreground label, shares of the foreground say nothing; -shares image makes "
-        "the prior work");
-  }
+  std::vector<std::size_t> marks;
+  for (const auto& list : problem.colours) marks.push_back(list.size());
+  for (const std::string& line : scribbleWarnings(marks, problem.image.size(), options)) warn(line);
 }
 
 void chooseDevice(const DatatermOptions& options) {

@@ -161,6 +161,8 @@ TEST_F(DatatermResults, LabelsWithoutScribblesCostThrAndAreWarnedOf) {
   const ProgramResult result = runWithTruth({{"-thr", "6.5"}});
   ASSERT_EQ(result.status, 0);
   EXPECT_EQ(result.err,
+            "ratseg-dataterm: warning: truth.png holds label numbers up to 4, but scribbles.png "
+            "marks labels up to 2: the data term is made for 5 labels, with 4 as the background\n"
             "ratseg-dataterm: warning: label 3 has no scribbles in scribbles.png: it costs thr = "
             "6.5 everywhere\n"
             "ratseg-dataterm: warning: label 4 has no scribbles in scribbles.png: it costs thr = "
@@ -171,6 +173,16 @@ TEST_F(DatatermResults, LabelsWithoutScribblesCostThrAndAreWarnedOf) {
   EXPECT_THAT(plane(rho, 4), Each(6.5f));
   EXPECT_THAT(plane(rho, 0), ElementsAreArray({0., 0., 6.5, 6.5, 6.5, 6.5,  //
                                                0., 0., 6.5, 6.5, 6.5, 6.5}));
+}
+
+TEST_F(DatatermResults, ScribblesThatMarkMostOfTheImageAreWarnedOf) {
+  saveGrey("scribbles.png", {1, 4, 2, 2, 3, 4, 4, 4, 4, 4, 4, 4});
+  const ProgramResult result = run();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            "ratseg-dataterm: warning: 12 of 12 pixels are marked in scribbles.png; the usual "
+            "reason is a black background that became another grey value or colour index than "
+            "0\n");
 }
 
 TEST_F(DatatermResults, ASingleForegroundLabelIsWarnedOfUnlessSharesAreOfTheImage) {
