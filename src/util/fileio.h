@@ -4,6 +4,7 @@
 #include <zlib.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "device/types.h"
@@ -38,6 +39,19 @@ class FileIO {
   template <class T>
   static bool loadArray(const std::string& filename, T* array, std::size_t count,
                         bool* more = nullptr);
+
+  // What zlib finds in a file: a gzip stream, or bytes that it takes as they are.
+  struct GZContents {
+    bool opened = false;
+    bool packed = false;      // a gzip stream
+    std::size_t bytes = 0;    // unpacked ones that could be read
+    std::uint64_t count = 0;  // the first eight of them
+    bool cut = false;         // the stream ends before its end
+    std::string error;        // what else is wrong with it, in zlib's words
+  };
+
+  // Reads the file to its end, but not more than limit bytes.
+  static GZContents inspectGZ(const std::string& filename, std::size_t limit);
 
   // Writes count elements as a packed array. A failure may leave a partial file. T is float or int.
   template <class T>
