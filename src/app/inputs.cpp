@@ -47,13 +47,13 @@ void failOnNaN(const std::string& file, const float* dataterm, const Image& imag
   fail(message.str());
 }
 
-void warnOfImage(const std::string& file) {
+// error is what Qt says of it; empty where it could be decoded, but not be converted.
+void warnOfImage(const std::string& file, const std::string& error) {
   if (warnIfUnreadable(file)) return;
   if (!FileIO::imageFormatIsKnown(file)) {
     warn(inQuotes(file) + " is not an image of a format that can be read");
     return;
   }
-  const std::string error = FileIO::imageDecodingError(file);
   warn(inQuotes(file) +
        (error.empty() ? " does not fit into memory" : " cannot be decoded by Qt: " + error));
 }
@@ -115,8 +115,9 @@ void warnOfAutomaticGamma(float gamma) {
 Image loadImage(const std::string& file) {
   Image image;
   RGB* pixels = nullptr;
-  if (!FileIO::loadImage(file, pixels, image.w, image.h, true)) {
-    warnOfImage(file);
+  std::string error;
+  if (!FileIO::loadImage(file, pixels, image.w, image.h, true, &error)) {
+    warnOfImage(file, error);
     fail("ERROR loading image to segment: " + file);
   }
   image.pixels.reset(pixels);

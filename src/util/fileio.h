@@ -58,13 +58,16 @@ class FileIO {
   static bool saveArray(const std::string& filename, const T* array, std::size_t count);
 
   // Loads an image of any format that Qt reads and of any size that memory holds; the format is
-  // found out from the file. The caller deletes the image; a failure sets it to null.
-  static bool loadImage(const std::string& filename, QImage*& image);
+  // found out from the file. The caller deletes the image; a failure sets it to null, and *error,
+  // unless that is null, to Qt's words for the reason.
+  static bool loadImage(const std::string& filename, QImage*& image, std::string* error = nullptr);
 
   // The same as an array of w * h colour pixels. With allocate image becomes a new array, which the
   // caller deletes; otherwise it is the caller's own, of enough pixels. A failure leaves image, w
-  // and h as they were.
-  static bool loadImage(const std::string& filename, float4*& image, int& w, int& h, bool allocate);
+  // and h as they were; where memory is missing for the pixels of an image that Qt could decode, it
+  // leaves *error empty.
+  static bool loadImage(const std::string& filename, float4*& image, int& w, int& h, bool allocate,
+                        std::string* error = nullptr);
 
   // The same through int copies of the sizes, which are written back even after a failure: sizes of
   // 2^31 and more do not survive.
@@ -77,9 +80,6 @@ class FileIO {
 
   // Whether the file looks like an image of a format that Qt reads.
   static bool imageFormatIsKnown(const std::string& filename);
-
-  // Why Qt cannot decode the file, in Qt's words; empty where it can.
-  static std::string imageDecodingError(const std::string& filename);
 
   // Write a PNG file: an image; w * h colour pixels (ImageTransforms::imageToQImage); w * h byte
   // triples, blue first.

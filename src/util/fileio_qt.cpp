@@ -27,11 +27,6 @@ QByteArray readBytes(const std::string& filename) {
   return QByteArray::fromStdString(bytes.str());
 }
 
-QImage readImage(const std::string& filename) {
-  if (isQtName(filename)) return QImage(QString::fromUtf8(filename));
-  return QImage::fromData(readBytes(filename));
-}
-
 // Calls ask(QImageReader&) with a reader of the file of any name.
 template <class Ask>
 auto askReader(const std::string& filename, Ask&& ask) {
@@ -61,19 +56,25 @@ bool savePNG(const QImage& image, const std::string& filename) {
 
 }  // namespace
 
-bool FileIO::loadImage(const std::string& filename, QImage*& image) {
+bool FileIO::loadImage(const std::string& filename, QImage*& image, std::string* error) {
   image = nullptr;
   if (filename.empty()) return false;
   QImageReader::setAllocationLimit(0);  // Qt's own limit is 128 MB of pixels.
-  auto loaded = std::make_unique<QImage>(readImage(filename));
+  auto loaded = std::make_unique<QImage>(askReader(filename, [error](QImageReader& reader) {
+    QImage read = reader.read();
+    if (read.isNull() && error != nullptr) *error = reader.errorString().toStdString();
+    return read;
+  }));
   if (loaded->isNull()) return false;
   image = loaded.release();
   return true;
 }
 
-bool FileIO::loadImage(const std::string& filename, float4*& image, int& w, int& h, bool allocate) {
+bool FileIO::loadImage(const std::string& filename, float4*& image, int& w, int& h, bool allocate,
+                       std::string* error) {
   QImage* loaded = nullptr;
-  if (!loadImage(filename, loaded)) return false;
+  if (error != nullptr) error->clear();
+  if (!loadImage(filename, loaded, error)) return false;
   const std::unique_ptr<QImage> qimage(loaded);
   try {
     ImageTransforms::imageFromQImage_rgb(qimage.get(), image, w, h, allocate);
@@ -103,14 +104,6 @@ bool FileIO::imageAsksToBeTurned(const std::string& filename) {
 bool FileIO::imageFormatIsKnown(const std::string& filename) {
   if (filename.empty()) return false;
   return askReader(filename, [](QImageReader& reader) { return reader.canRead(); });
-}
-
-std::string FileIO::imageDecodingError(const std::string& filename) {
-  if (filename.empty()) return "no file name";
-  QImageReader::setAllocationLimit(0);
-  return askReader(filename, [](QImageReader& reader) {
-    return reader.read().isNull() ? reader.errorString().toStdString() : std::string();
-  });
 }
 
 bool FileIO::saveImagePNG(const QImage* image, const std::string& filename) {

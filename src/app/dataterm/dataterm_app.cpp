@@ -63,8 +63,8 @@ Image loadImage(const std::string& file) {
   }
   Image image;
   RGB* pixels = nullptr;
-  if (!FileIO::loadImage(file, pixels, image.w, image.h, true)) {
-    const std::string error = FileIO::imageDecodingError(file);
+  std::string error;
+  if (!FileIO::loadImage(file, pixels, image.w, image.h, true, &error)) {
     throw InputError(file, expected,
                      "a file that cannot be decoded: " +
                          (error.empty() ? "it does not fit into memory" : error));
