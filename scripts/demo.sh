@@ -13,7 +13,8 @@ prior, and with it. Prints how many pixels get their true label and the shares o
 FOLDER has image.* (any format), scribbles.png (8-bit grey or indexed; label + 1 where marked) and
 truth.png (label numbers, the background last). Without FOLDER a micrograph is drawn.
 
--shares foreground|image   what the shares are of         (foreground; image for two labels)
+-shares foreground|image   what the shares are of         (foreground)
+                           (give "image" for two labels: shares of the foreground say nothing then)
 -lambda L                  weight of the boundary length  (2)
 -mu M                      weight of the share prior      (500)
 -epsilon E                 tolerance of the share prior   (10)
@@ -22,7 +23,8 @@ truth.png (label numbers, the background last). Without FOLDER a micrograph is d
 -thr T                     greatest cost                  (10)
 -iterations N              iterations                     (1000)
 
-Results go to demo-out/ in the project's folder, for FOLDER to demo-out/<name of FOLDER>/.
+Results go to demo-out/ in the project's folder, for FOLDER to demo-out/<name of FOLDER>/, over
+those of any other folder of that name.
 RATSEG_DEVICE=auto|cuda|host chooses where to compute.
 USAGE
 }
@@ -76,12 +78,29 @@ find_pictures() {
   out=$out/$(basename "$folder")
 }
 
-# Runs ratseg: name of the results, mu, iterations.
+# Shows the warnings in a log that were not shown before.
+declare -A warned=()
+show_warnings() {
+  local line
+  while IFS= read -r line; do
+    [[ $line == "ratseg: warning: "* && -z ${warned[$line]:-} ]] || continue
+    warned[$line]=1
+    printf '%s\n' "$line" >&2
+  done <"$1"
+}
+
+# Runs ratseg, whose output goes to a log: name of the results, mu, iterations.
 solve() {
   rm -f "$out/$1"_*
-  quietly "$bin/ratseg" -image "$image" -dataterm "$out/dataterm.gz" \
-    -proportions "$out/proportions.txt" -lambda "${option[lambda]}" -mu "$2" \
-    -epsilon "${option[epsilon]}" -iterations "$3" -outprefix "$out/$1"
+  local log=$out/$1.log
+  local command=("$bin/ratseg" -image "$image" -dataterm "$out/dataterm.gz"
+    -proportions "$out/proportions.txt" -lambda "${option[lambda]}" -mu "$2"
+    -epsilon "${option[epsilon]}" -iterations "$3" -outprefix "$out/$1")
+  if ! "${command[@]}" >"$log" 2>&1 </dev/null; then
+    cat "$log" >&2
+    die "this failed: ${command[*]}"
+  fi
+  show_warnings "$log"
 }
 
 find_pictures
@@ -89,6 +108,7 @@ install_missing_packages
 build release ratseg ratseg-dataterm make_micrograph compare_labelings
 bin=$root/build/release/bin
 mkdir -p "$out"
+echo "Results go to $out" >&2
 [[ -n $folder ]] || "$bin/make_micrograph" "$out"
 
 "$bin/ratseg-dataterm" -image "$image" -scribbles "$scribbles" -out "$out/dataterm.gz" \

@@ -11,6 +11,7 @@
 #include "algorithms/rat_segments/alg/rat_seg.h"
 #include "app/certificate_report.h"
 #include "app/inputs.h"
+#include "app/labeling_shares.h"
 #include "app/messages.h"
 #include "app/options.h"
 #include "app/proportions.h"
@@ -117,6 +118,7 @@ void segment(Cmd& cmd) {
   times.begin("writing");
   writeResultFiles(options.outprefix,
                    {image.w, image.h, par.n, labeling, image.pixels.get(), weight.get()});
+  printShares(std::cerr, labeling, proportions);
   if (options.timing) times.print(std::cerr);
 }
 

@@ -1,13 +1,14 @@
 #include "app/inputs.h"
 
-#include <QImageReader>
-#include <QString>
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <filesystem>
 #include <iostream>
 #include <limits>
 #include <new>
 #include <sstream>
+#include <system_error>
 
 #include "app/messages.h"
 #include "util/fileio.h"
@@ -46,11 +47,58 @@ void failOnNaN(const std::string& file, const float* dataterm, const Image& imag
   fail(message.str());
 }
 
-void warnOfImage(const std::string& file) {
+// error is what Qt says of it; empty where it could be decoded, but not be converted.
+void warnOfImage(const std::string& file, const std::string& error) {
   if (warnIfUnreadable(file)) return;
-  const bool known = QImageReader(QString::fromUtf8(file)).canRead();
-  warn(inQuotes(file) + (known ? " is damaged or does not fit into memory"
-                               : " is not an image of a format that can be read"));
+  if (!FileIO::imageFormatIsKnown(file)) {
+    warn(inQuotes(file) + " is not an image of a format that can be read");
+    return;
+  }
+  warn(inQuotes(file) +
+       (error.empty() ? " does not fit into memory" : " cannot be decoded by Qt: " + error));
+}
+
+// Bytes of a packed array of that many numbers of that many bytes each.
+std::size_t packedBytes(std::size_t count, std::size_t size) {
+  return sizeof(std::uint64_t) + count * size;
+}
+
+// What is wrong with a data term that could not be loaded, as far as zlib tells; empty where it is
+// a packed array, but of another size.
+std::string faultOfDataterm(const std::string& file, std::size_t count) {
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(file, ignored)) return "";  // A pipe is read once.
+  const std::size_t expected = packedBytes(count, sizeof(float));
+  const FileIO::GZContents found = FileIO::inspectGZ(file, expected);
+  if (!found.opened) return " cannot be opened";
+  if (!found.error.empty()) return " is damaged: " + found.error;
+  const bool asExpected = found.count == count || found.bytes < sizeof found.count;
+  if (!found.packed && found.bytes > 0 && !asExpected) return " is not a gzip file";
+  if (found.bytes < expected && (found.cut || asExpected)) {
+    return " ends early: found " + std::to_string(found.bytes) + " of " + std::to_string(expected) +
+           " bytes";
+  }
+  return "";
+}
+
+void warnOfDataterm(const std::string& file, const Image& image, std::size_t n) {
+  if (warnIfUnreadable(file)) return;
+  const std::string fault = faultOfDataterm(file, image.count() * n);
+  warn((fault.empty() ? "" : inQuotes(file) + fault + "; ") +
+       "the data term must be a packed array of floats for " + sizeText(image, n) +
+       ", the background label included");
+}
+
+void warnOfMoreBytes(const std::string& file, std::size_t count) {
+  const std::size_t twice = packedBytes(count, sizeof(double));
+  std::error_code ignored;
+  const bool isTwice = std::filesystem::is_regular_file(file, ignored) &&
+                       FileIO::inspectGZ(file, twice + 1).bytes == twice;
+  warn(inQuotes(file) + " holds more bytes than its " + std::to_string(count) +
+       " floats of 4 bytes; the rest is ignored" +
+       (isTwice
+            ? "; there are just twice as many: numbers of 8 bytes (float64) are the usual reason"
+            : ""));
 }
 
 void warnOfAutomaticGamma(float gamma) {
@@ -67,11 +115,16 @@ void warnOfAutomaticGamma(float gamma) {
 Image loadImage(const std::string& file) {
   Image image;
   RGB* pixels = nullptr;
-  if (!FileIO::loadImage(file, pixels, image.w, image.h, true)) {
-    warnOfImage(file);
+  std::string error;
+  if (!FileIO::loadImage(file, pixels, image.w, image.h, true, &error)) {
+    warnOfImage(file, error);
     fail("ERROR loading image to segment: " + file);
   }
   image.pixels.reset(pixels);
+  if (FileIO::imageAsksToBeTurned(file)) {
+    warn(inQuotes(file) +
+         " asks to be shown turned or mirrored (EXIF orientation); its pixels are used as stored");
+  }
   std::cout << "Image to segment: " << file << " (" << image.w << " x " << image.h << ")"
             << std::endl;
   return image;
@@ -82,16 +135,10 @@ std::unique_ptr<float[]> loadDataterm(const std::string& file, const Image& imag
   const std::size_t count = image.count() * n;
   bool more = false;
   if (!FileIO::loadArray<float>(file, dataterm.get(), count, &more)) {
-    if (!warnIfUnreadable(file)) {
-      warn("the data term must be a packed array of floats for " + sizeText(image, n) +
-           ", the background label included");
-    }
+    warnOfDataterm(file, image, n);
     fail("ERROR loading dataterm " + file);
   }
-  if (more) {
-    warn(inQuotes(file) + " holds more bytes than its " + std::to_string(count) +
-         " floats of 4 bytes; the rest is ignored");
-  }
+  if (more) warnOfMoreBytes(file, count);
   std::cout << "Dataterm: " << file << std::endl;
   failOnNaN(file, dataterm.get(), image, n);
   return dataterm;

@@ -178,6 +178,19 @@ void refuseEndlessRun(const Params& par) {
   fail("ERROR: cannot run " + std::to_string(par.Nsteps) + " iterations");
 }
 
+// With these the energy has no lower bound that could be computed, and what is computed is none.
+void refuseWhatCannotBeCertified(const Params& par) {
+  if (!(par.tolerance > 0)) return;
+  const auto refuse = [](const char* option, const char* expected, float value) {
+    std::ostringstream message;
+    message << "ERROR: with -" << kTolerance.name << ", -" << option << " must be " << expected
+            << ", but is " << value;
+    fail(message.str());
+  };
+  if (!(par.lambda >= 0)) refuse(kLambda.name, "a number from 0 on", par.lambda);
+  if (!(par.eps > 0)) refuse(kEpsilon.name, "positive", par.eps);
+}
+
 void warnOfSenselessNumbers(const Params& par) {
   if (par.lambda < 0) warn("-lambda should not be negative");
   if (!(par.eps > 0)) warn("-epsilon should be positive");
@@ -243,6 +256,7 @@ Options readOptions(Cmd& cmd, Params& par) {
   par.tolerance = readTolerance(cmd, kTolerance);
   par.accelerate = readSwitch(cmd, kAccelerate);
   refuseEndlessRun(par);
+  refuseWhatCannotBeCertified(par);
   warnOfSenselessNumbers(par);
   warnOfOutputFolder(options.outprefix);
   return options;

@@ -24,7 +24,8 @@ void printUsage();
 
 // Reads the options, those of the solver (lambda, mu, eps, Nsteps, tolerance, accelerate) into
 // par, and echoes each but -timing, -tolerance and -accelerate with its description. Ends the
-// process with status 1 at the first required one that is missing. Warns on standard error of
+// process with status 1 at the first required one that is missing, and at a lambda or an eps that
+// nothing can be certified with when there is a tolerance. Warns on standard error of
 // unknown options, of values that are no numbers or have no sense, and of an output folder that
 // cannot be written to.
 Options readOptions(Cmd& cmd, Params& par);

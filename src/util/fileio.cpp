@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 #include <iostream>
+#include <vector>
 
 namespace namespace_ratseg {
 
@@ -67,6 +69,34 @@ bool FileIO::loadArray(const std::string& filename, T* array, std::size_t count,
   if (more != nullptr) *more = gzread(file, &byte, 1) > 0;
   gzclose(file);
   return true;
+}
+
+FileIO::GZContents FileIO::inspectGZ(const std::string& filename, std::size_t limit) {
+  GZContents found;
+  gzFile file = gzopen(filename.c_str(), "rb");
+  if (file == nullptr) return found;
+  found.opened = true;
+  std::vector<char> buffer(std::size_t{1} << 16);
+  int bytes = 0;
+  do {
+    const std::size_t wanted = std::min(buffer.size(), limit - found.bytes);
+    bytes = gzread(file, buffer.data(), static_cast<unsigned int>(wanted));
+    if (bytes <= 0) break;
+    if (found.bytes == 0) {
+      std::memcpy(&found.count, buffer.data(), std::min<std::size_t>(bytes, sizeof found.count));
+    }
+    found.bytes += static_cast<std::size_t>(bytes);
+  } while (found.bytes < limit);
+  found.packed = gzdirect(file) == 0;
+  int error = Z_OK;
+  const std::string message = gzerror(file, &error);
+  found.cut = bytes == 0 && error == Z_BUF_ERROR;
+  if (bytes < 0) {
+    const std::string name = filename + ": ";
+    found.error = message.starts_with(name) ? message.substr(name.size()) : message;
+  }
+  gzclose(file);
+  return found;
 }
 
 template <class T>

@@ -4,6 +4,7 @@
 #include <zlib.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "device/types.h"
@@ -39,23 +40,46 @@ class FileIO {
   static bool loadArray(const std::string& filename, T* array, std::size_t count,
                         bool* more = nullptr);
 
+  // What zlib finds in a file: a gzip stream, or bytes that it takes as they are.
+  struct GZContents {
+    bool opened = false;
+    bool packed = false;      // a gzip stream
+    std::size_t bytes = 0;    // unpacked ones that could be read
+    std::uint64_t count = 0;  // the first eight of them
+    bool cut = false;         // the stream ends before its end
+    std::string error;        // what else is wrong with it, in zlib's words
+  };
+
+  // Reads the file to its end, but not more than limit bytes.
+  static GZContents inspectGZ(const std::string& filename, std::size_t limit);
+
   // Writes count elements as a packed array. A failure may leave a partial file. T is float or int.
   template <class T>
   static bool saveArray(const std::string& filename, const T* array, std::size_t count);
 
   // Loads an image of any format that Qt reads and of any size that memory holds; the format is
-  // found out from the file. The caller deletes the image; a failure sets it to null.
-  static bool loadImage(const std::string& filename, QImage*& image);
+  // found out from the file. The caller deletes the image; a failure sets it to null, and *error,
+  // unless that is null, to Qt's words for the reason.
+  static bool loadImage(const std::string& filename, QImage*& image, std::string* error = nullptr);
 
   // The same as an array of w * h colour pixels. With allocate image becomes a new array, which the
   // caller deletes; otherwise it is the caller's own, of enough pixels. A failure leaves image, w
-  // and h as they were.
-  static bool loadImage(const std::string& filename, float4*& image, int& w, int& h, bool allocate);
+  // and h as they were; where memory is missing for the pixels of an image that Qt could decode, it
+  // leaves *error empty.
+  static bool loadImage(const std::string& filename, float4*& image, int& w, int& h, bool allocate,
+                        std::string* error = nullptr);
 
   // The same through int copies of the sizes, which are written back even after a failure: sizes of
   // 2^31 and more do not survive.
   static bool loadImage(const std::string& filename, float4*& image, std::size_t& w, std::size_t& h,
                         bool allocate);
+
+  // Whether the image file asks to be shown turned or mirrored, as photographs do. The functions
+  // above take its pixels as they are stored. False for what is no image file.
+  static bool imageAsksToBeTurned(const std::string& filename);
+
+  // Whether the file looks like an image of a format that Qt reads.
+  static bool imageFormatIsKnown(const std::string& filename);
 
   // Write a PNG file: an image; w * h colour pixels (ImageTransforms::imageToQImage); w * h byte
   // triples, blue first.

@@ -21,11 +21,26 @@ bool isQtName(const std::string& filename) {
   return !filename.starts_with(':') && QString::fromUtf8(filename).toStdString() == filename;
 }
 
-QImage readImage(const std::string& filename) {
-  if (isQtName(filename)) return QImage(QString::fromUtf8(filename));
+QByteArray readBytes(const std::string& filename) {
   std::ostringstream bytes;
   bytes << std::ifstream(filename, std::ios::binary).rdbuf();
-  return QImage::fromData(QByteArray::fromStdString(bytes.str()));
+  return QByteArray::fromStdString(bytes.str());
+}
+
+// Calls ask(QImageReader&) with a reader of the file of any name.
+template <class Ask>
+auto askReader(const std::string& filename, Ask&& ask) {
+  QByteArray bytes;
+  QBuffer buffer(&bytes);
+  QImageReader reader;
+  if (isQtName(filename)) {
+    reader.setFileName(QString::fromUtf8(filename));
+  } else {
+    bytes = readBytes(filename);
+    buffer.open(QIODevice::ReadOnly);
+    reader.setDevice(&buffer);
+  }
+  return ask(reader);
 }
 
 // Qt encodes the image, but would neither take every name nor notice a disk that is full.
@@ -41,19 +56,25 @@ bool savePNG(const QImage& image, const std::string& filename) {
 
 }  // namespace
 
-bool FileIO::loadImage(const std::string& filename, QImage*& image) {
+bool FileIO::loadImage(const std::string& filename, QImage*& image, std::string* error) {
   image = nullptr;
   if (filename.empty()) return false;
   QImageReader::setAllocationLimit(0);  // Qt's own limit is 128 MB of pixels.
-  auto loaded = std::make_unique<QImage>(readImage(filename));
+  auto loaded = std::make_unique<QImage>(askReader(filename, [error](QImageReader& reader) {
+    QImage read = reader.read();
+    if (read.isNull() && error != nullptr) *error = reader.errorString().toStdString();
+    return read;
+  }));
   if (loaded->isNull()) return false;
   image = loaded.release();
   return true;
 }
 
-bool FileIO::loadImage(const std::string& filename, float4*& image, int& w, int& h, bool allocate) {
+bool FileIO::loadImage(const std::string& filename, float4*& image, int& w, int& h, bool allocate,
+                       std::string* error) {
   QImage* loaded = nullptr;
-  if (!loadImage(filename, loaded)) return false;
+  if (error != nullptr) error->clear();
+  if (!loadImage(filename, loaded, error)) return false;
   const std::unique_ptr<QImage> qimage(loaded);
   try {
     ImageTransforms::imageFromQImage_rgb(qimage.get(), image, w, h, allocate);
@@ -71,6 +92,18 @@ bool FileIO::loadImage(const std::string& filename, float4*& image, std::size_t&
   w = static_cast<std::size_t>(intW);
   h = static_cast<std::size_t>(intH);
   return ok;
+}
+
+bool FileIO::imageAsksToBeTurned(const std::string& filename) {
+  if (filename.empty()) return false;
+  return askReader(filename, [](QImageReader& reader) {
+    return reader.transformation() != QImageIOHandler::TransformationNone;
+  });
+}
+
+bool FileIO::imageFormatIsKnown(const std::string& filename) {
+  if (filename.empty()) return false;
+  return askReader(filename, [](QImageReader& reader) { return reader.canRead(); });
 }
 
 bool FileIO::saveImagePNG(const QImage* image, const std::string& filename) {

@@ -122,6 +122,17 @@ inline std::string withoutTime(const std::string& out) {
   return std::regex_replace(out, time, "$1Computation time: T s\n");
 }
 
+// What standard error says beside the labeling's shares, with which a run that ends well ends;
+// where it does not, all of it.
+inline std::string withoutShares(const std::string& err) {
+  static const std::string head = "Shares of the labeling:\n";
+  const std::size_t at = ("\n" + err).find("\n" + head);
+  if (at == std::string::npos) return err;
+  std::size_t end = at + head.size();
+  while (err.compare(end, 4, "    ") == 0 && end < err.size()) end = err.find('\n', end) + 1;
+  return err.substr(0, at) + err.substr(end);
+}
+
 // The text from the line that begins with start on.
 inline std::string fromLine(const std::string& text, const std::string& start) {
   const std::size_t at = ("\n" + text).find("\n" + start);

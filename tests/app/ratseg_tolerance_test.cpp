@@ -11,7 +11,7 @@ TEST_F(RatsegTolerance, StopsEarlyAndReportsOnStandardErrorAlone) {
   const ProgramResult plain = run({{"-iterations", "5000"}});
   const ProgramResult stopped = run({{"-iterations", "5000"}, {"-tolerance", "0.01"}});
   EXPECT_EQ(withoutTime(stopped.out), withoutTime(plain.out));
-  EXPECT_EQ(plain.err, "");
+  EXPECT_EQ(withoutShares(plain.err), "");
   EXPECT_EQ(stopped.status, 0);
   const std::string number = "-?[0-9.e+-]+";
   const std::regex expected(
@@ -22,7 +22,8 @@ TEST_F(RatsegTolerance, StopsEarlyAndReportsOnStandardErrorAlone) {
       number + " hard\n    relaxed labeling: within " + number +
       " % of the optimum\n    hard labeling: within " + number + " % of the optimum\n");
   std::smatch match;
-  ASSERT_TRUE(std::regex_match(stopped.err, match, expected)) << stopped.err;
+  const std::string err = withoutShares(stopped.err);
+  ASSERT_TRUE(std::regex_match(err, match, expected)) << stopped.err;
   EXPECT_LE(std::stoul(match[1]), 1000u);
 }
 
@@ -34,13 +35,13 @@ TEST_F(RatsegTolerance, SaysWhenTheIterationsRanOut) {
 }
 
 TEST_F(RatsegTolerance, SaysThatNothingIsCertifiedWithoutIterations) {
-  EXPECT_EQ(run({{"-iterations", "0"}, {"-tolerance", "1e-3"}}).err,
+  EXPECT_EQ(withoutShares(run({{"-iterations", "0"}, {"-tolerance", "1e-3"}}).err),
             "Nothing is certified: there was no iteration\n");
 }
 
 TEST_F(RatsegTolerance, IsOffByDefaultAndWith0) {
-  EXPECT_EQ(run().err, "");
-  EXPECT_EQ(run({{"-tolerance", "0"}}).err, "");
+  EXPECT_EQ(withoutShares(run().err), "");
+  EXPECT_EQ(withoutShares(run({{"-tolerance", "0"}}).err), "");
 }
 
 TEST_F(RatsegTolerance, TakesNothingButNumbersFrom0On) {
@@ -50,6 +51,30 @@ TEST_F(RatsegTolerance, TakesNothingButNumbersFrom0On) {
         "ERROR: -tolerance must be a number from 0 on, but is \"" + std::string(value) + "\"\n";
     EXPECT_NE(result.out.find(line), std::string::npos) << result.out;
     EXPECT_EQ(result.status, 1);
+  }
+}
+
+TEST_F(RatsegTolerance, RefusesWhatNothingCanBeCertifiedWith) {
+  const auto expectRefused = [&](Changes changes, const std::string& line) {
+    changes["-tolerance"] = "0.01";
+    const ProgramResult result = run(changes);
+    EXPECT_TRUE(result.out.ends_with("\n    GPU to use\nERROR: with -tolerance, " + line + "\n"))
+        << result.out;
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 1);
+  };
+  expectRefused({{"-lambda", "-5"}}, "-lambda must be a number from 0 on, but is -5");
+  expectRefused({{"-epsilon", "0"}}, "-epsilon must be positive, but is 0");
+  expectRefused({{"-epsilon", "-1"}}, "-epsilon must be positive, but is -1");
+}
+
+TEST_F(RatsegTolerance, TakesTheBordersAndWhatItDoesNotConcern) {
+  for (const Changes& changes : {Changes{{"-lambda", "0"}, {"-tolerance", "0.01"}},
+                                 Changes{{"-epsilon", "0.001"}, {"-tolerance", "0.01"}},
+                                 Changes{{"-mu", "-1"}, {"-tolerance", "0.01"}},
+                                 Changes{{"-lambda", "-5"}, {"-tolerance", "0"}},
+                                 Changes{{"-epsilon", "0"}, {"-tolerance", "0"}}}) {
+    EXPECT_EQ(run(changes).status, 0);
   }
 }
 

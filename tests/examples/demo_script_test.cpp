@@ -1,4 +1,5 @@
-// What scripts/demo.sh says before it builds or runs anything.
+// What scripts/demo.sh says before it builds or runs anything, and of a run with programs that are
+// there already.
 
 #include <gtest/gtest.h>
 
@@ -7,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "app/dataterm/raw_png.h"
 #include "support/program.h"
 #include "support/temp_dir.h"
 
@@ -62,6 +64,93 @@ TEST_F(DemoScript, FoldersWithoutTheThreePictures) {
   expectError({"my pictures"}, "expected one file image.* in \"" + folder + "\", but found 2");
   std::filesystem::remove(folder + "/image.png");
   expectError({"my pictures"}, "expected a file \"" + folder + "/scribbles.png\", but found none");
+}
+
+// A copy of the scripts beside the programs of this build, with tools that find nothing to build or
+// to install, and a folder of pictures.
+class DemoRun : public testing::Test {
+ protected:
+  DemoRun() {
+    namespace fs = std::filesystem;
+    const fs::path project = dir_.path() / "project";
+    fs::create_directories(project / "build/release");
+    fs::copy(RATSEG_SCRIPTS_DIR, project / "scripts");
+    fs::create_directory_symlink(RATSEG_BIN_DIR, project / "build/release/bin");
+    for (const std::string tool : {"cmake", "ninja", "g++", "apt-get"}) makeTool(tool, "");
+    makeTool("dpkg-query", "echo -n installed\n");
+    fs::create_directory(dir_.file("pictures"));
+    saveGrey("image.png", {'\0', '\0', 'w', 'w', '\xff', '\xff'});
+    saveGrey("scribbles.png", {1, 0, 2, 0, 3, 0});
+    saveGrey("truth.png", {0, 0, 1, 1, 2, 2});
+    program_.path = "/usr/bin/env";
+    program_.folder = dir_.path().string();
+    program_.environment = {{"PATH", dir_.file("tools") + ":/usr/bin:/bin"},
+                            {"OMP_NUM_THREADS", "1"},
+                            {"RATSEG_DEVICE", "host"}};
+  }
+
+  void makeTool(const std::string& name, const std::string& text) const {
+    namespace fs = std::filesystem;
+    fs::create_directories(dir_.file("tools"));
+    const fs::path file = dir_.path() / "tools" / name;
+    std::ofstream(file) << "#!/bin/sh\n" << text;
+    fs::permissions(file, fs::perms::owner_all);
+  }
+  void saveGrey(const std::string& name, const std::string& row) const {
+    const int w = static_cast<int>(row.size());
+    RawPng{w, 1, 8, RawPng::kGrey, row, "", ""}.save(dir_.file("pictures/" + name));
+  }
+
+  ProgramResult run(const std::vector<std::string>& options) const {
+    std::vector<std::string> words = {"bash", "project/scripts/demo.sh", "pictures", "-iterations",
+                                      "10"};
+    words.insert(words.end(), options.begin(), options.end());
+    return program_.run(words);
+  }
+  // The line that names the folder of the results.
+  std::string folderLine() const {
+    const auto project = std::filesystem::canonical(dir_.path() / "project");
+    return "Results go to " + (project / "demo-out/pictures").string() + "\n";
+  }
+
+  const TempDir dir_;
+  Program program_;
+};
+
+TEST_F(DemoRun, NamesTheFolderOfItsResultsFirst) {
+  const ProgramResult result = run({});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, folderLine());
+  EXPECT_NE(result.out.find("with prior"), std::string::npos) << result.out;
+}
+
+// Three runs of ratseg get the options; pixelwise does no iterations.
+TEST_F(DemoRun, ShowsEachWarningOnce) {
+  const ProgramResult result = run({"-lambda", "abc", "-iterations", "1e1"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            folderLine() +
+                "ratseg: warning: -lambda must be a number, but is \"abc\"; 0 is used\n"
+                "ratseg: warning: -iterations must be a whole number from 0 on, but is \"1e1\"; 1 "
+                "is used\n");
+}
+
+TEST_F(DemoRun, ShowsTheWarningsOfTheDataTerm) {
+  saveGrey("scribbles.png", {1, 0, 3, 0, 3, 0});
+  const ProgramResult result = run({});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.err.find("ratseg-dataterm: warning: label 1 has no scribbles in "),
+            std::string::npos)
+      << result.err;
+}
+
+TEST_F(DemoRun, EndsWithTheOutputOfARunThatFails) {
+  const ProgramResult result = run({"-iterations", "-1"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.err.find("\nERROR: cannot run 18446744073709551615 iterations\n"),
+            std::string::npos)
+      << result.err;
+  EXPECT_NE(result.err.find("\nERROR: this failed: "), std::string::npos) << result.err;
 }
 
 }  // namespace

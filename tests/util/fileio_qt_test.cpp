@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/temp_dir.h"
+#include "support/turned_photo.h"
 #include "util/fileio.h"
 
 namespace namespace_ratseg {
@@ -191,6 +192,44 @@ TEST_F(ImageFile, FailureReturnsLargeSizesThroughInt) {
   EXPECT_FALSE(FileIO::loadImage(nowhere(), image, w, h, true));
   EXPECT_EQ(w, std::numeric_limits<std::size_t>::max());
   EXPECT_EQ(h, 5u);
+}
+
+TEST_F(ImageFile, TellsWhetherItAsksToBeTurned) {
+  const QImage image = smallImage();
+  for (const std::string& name : {dir_.file("photo.jpg"), dir_.file("caf\xE9.jpg")}) {
+    saveTurnedPhoto(image, name, 1);
+    EXPECT_FALSE(FileIO::imageAsksToBeTurned(name));
+    saveTurnedPhoto(image, name, 6);
+    EXPECT_TRUE(FileIO::imageAsksToBeTurned(name));
+    EXPECT_EQ(load(name)->size(), image.size());
+  }
+  for (const std::string& name : {std::string(), nowhere(), notAnImage()}) {
+    EXPECT_FALSE(FileIO::imageAsksToBeTurned(name)) << name;
+  }
+}
+
+TEST_F(ImageFile, TellsWhyItCannotBeLoaded) {
+  const QImage image = smallImage();
+  const auto errorOf = [](const std::string& name) {
+    float4 own[6];
+    float4* pixels = own;
+    int w = 0, h = 0;
+    std::string error = "before";
+    const bool loaded = FileIO::loadImage(name, pixels, w, h, false, &error);
+    EXPECT_EQ(loaded, error.empty());
+    return error;
+  };
+  for (const std::string& name : {dir_.file("image.png"), dir_.file("caf\xE9.png")}) {
+    ASSERT_TRUE(FileIO::saveImagePNG(&image, name));
+    EXPECT_TRUE(FileIO::imageFormatIsKnown(name));
+    EXPECT_EQ(errorOf(name), "");
+    std::filesystem::resize_file(name, 45);
+    EXPECT_TRUE(FileIO::imageFormatIsKnown(name));
+    EXPECT_EQ(errorOf(name), "Unable to read image data");
+  }
+  EXPECT_FALSE(FileIO::imageFormatIsKnown(notAnImage()));
+  EXPECT_EQ(errorOf(notAnImage()), "Unsupported image format");
+  EXPECT_FALSE(FileIO::imageFormatIsKnown(""));
 }
 
 TEST_F(ImageFile, FormatsOfPluginsNeedNoApplication) {

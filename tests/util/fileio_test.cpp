@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -330,6 +331,49 @@ TEST_F(PackedArray, CutGzipStreamIsASilentFailure) {
   const auto result = load<int>(file_, 1000);
   EXPECT_FALSE(result.ok);
   EXPECT_EQ(result.output, "");
+}
+
+TEST_F(PackedArray, IsInspectedUpToALimit) {
+  writePackedArray<float>(file_, std::vector<float>(100000, 0.5f));
+  for (const std::size_t limit : {1000000, 400009, 400008, 400007, 65536, 12, 0}) {
+    const FileIO::GZContents found = FileIO::inspectGZ(file_, limit);
+    EXPECT_TRUE(found.opened);
+    EXPECT_EQ(found.bytes, std::min<std::size_t>(limit, 400008));
+    EXPECT_EQ(found.count, limit > 0 ? 100000u : 0u);
+    EXPECT_FALSE(found.cut);
+    EXPECT_EQ(found.error, "");
+  }
+  EXPECT_TRUE(FileIO::inspectGZ(file_, 1000).packed);
+  EXPECT_FALSE(FileIO::inspectGZ(dir_.file("missing"), 1000).opened);
+}
+
+TEST_F(PackedArray, OfPlainBytesIsInspectedToo) {
+  writeBytes(file_, packedBytes<float>(7, {1}));
+  const FileIO::GZContents found = FileIO::inspectGZ(file_, 1000);
+  EXPECT_FALSE(found.packed);
+  EXPECT_EQ(found.bytes, 12u);
+  EXPECT_EQ(found.count, 7u);
+  writeBytes(file_, "\x03\x02\x01");
+  EXPECT_EQ(FileIO::inspectGZ(file_, 1000).count, 0x010203u);
+}
+
+TEST_F(PackedArray, ThatIsCutOrDamagedIsToldWhenItIsInspected) {
+  std::vector<int> ints(1000);
+  for (std::size_t i = 0; i < ints.size(); ++i) ints[i] = static_cast<int>(i * i * 7919);
+  writePackedArray(file_, ints);
+  const std::string bytes = bytesOf(file_);
+  writeBytes(file_, bytes.substr(0, bytes.size() / 2));
+  const FileIO::GZContents cut = FileIO::inspectGZ(file_, 10000);
+  EXPECT_TRUE(cut.cut);
+  EXPECT_EQ(cut.error, "");
+  EXPECT_GT(cut.bytes, 1000u);
+  EXPECT_LT(cut.bytes, 4008u);
+  std::string wrong = bytes;
+  wrong[bytes.size() - 8] ^= 1;  // the checksum
+  writeBytes(file_, wrong);
+  const FileIO::GZContents damaged = FileIO::inspectGZ(file_, 10000);
+  EXPECT_FALSE(damaged.cut);
+  EXPECT_EQ(damaged.error, "incorrect data check");
 }
 
 TEST_F(PackedArray, SavedArrayHasACountAndTheElements) {

@@ -22,6 +22,7 @@
 #include "app/dataterm/label_picture.h"
 #include "app/dataterm/options.h"
 #include "app/dataterm/scribble_problem.h"
+#include "app/dataterm/scribble_warnings.h"
 #include "app/usage_wanted.h"
 #include "device/selection.h"
 #include "util/cudautil.h"
@@ -50,6 +51,10 @@ std::string numberText(double value) {
   return text;
 }
 
+void warn(const std::string& message) {
+  std::cerr << "ratseg-dataterm: warning: " << message << std::endl;
+}
+
 Image loadImage(const std::string& file) {
   const std::string expected = "an image of a format that can be read";
   if (std::ifstream in(file, std::ios::binary); !in) {
@@ -58,10 +63,17 @@ Image loadImage(const std::string& file) {
   }
   Image image;
   RGB* pixels = nullptr;
-  if (!FileIO::loadImage(file, pixels, image.w, image.h, true)) {
-    throw InputError(file, expected, "a file that cannot be decoded");
+  std::string error;
+  if (!FileIO::loadImage(file, pixels, image.w, image.h, true, &error)) {
+    throw InputError(file, expected,
+                     "a file that cannot be decoded: " +
+                         (error.empty() ? "it does not fit into memory" : error));
   }
   image.pixels.reset(pixels);
+  if (FileIO::imageAsksToBeTurned(file)) {
+    warn(file +
+         " asks to be shown turned or mirrored (EXIF orientation); its pixels are used as stored");
+  }
   return image;
 }
 
@@ -107,20 +119,10 @@ struct Problem {
   }
 };
 
-void warn(const Problem& problem, const DatatermOptions& options) {
-  for (std::size_t k = 0; k < problem.labels; ++k) {
-    if (problem.colours[k].empty()) {
-      std::cerr << "ratseg-dataterm: warning: label " << k << " has no scribbles in "
-                << options.scribbles << ": it costs thr = " << options.thr << " everywhere"
-                << std::endl;
-    }
-  }
-  if (problem.labels == 2 && !options.sharesOfImage) {
-    std::cerr
-        << "ratseg-dataterm: warning: with a single foreground label, shares of the foreground "
-           "say nothing; -shares image makes the prior work"
-        << std::endl;
-  }
+void warnOfScribbles(const Problem& problem, const DatatermOptions& options) {
+  std::vector<std::size_t> marks;
+  for (const auto& list : problem.colours) marks.push_back(list.size());
+  for (const std::string& line : scribbleWarnings(marks, problem.image.size(), options)) warn(line);
 }
 
 void chooseDevice(const DatatermOptions& options) {
@@ -226,7 +228,7 @@ void run(const DatatermOptions& options) {
   refuseOverwriting(options);
   Problem problem(options);
   chooseDevice(options);
-  warn(problem, options);
+  warnOfScribbles(problem, options);
   writeDataterm(options.out, computeDataterm(problem, options));
   if (!problem.shares.empty()) {
     writeProportions(options.proportions, problem.shares, options.spread);

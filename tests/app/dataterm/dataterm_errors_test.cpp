@@ -42,12 +42,12 @@ TEST_F(DatatermErrors, AnImageThatCannotBeRead) {
   std::ofstream(dir_.file("text.png")) << "no image";
   expectError(run({{"-image", "text.png"}}),
               "text.png: expected an image of a format that can be read, but found a file that "
-              "cannot be decoded");
+              "cannot be decoded: Unsupported image format");
   const std::string whole = text("image.png");
   std::ofstream(dir_.file("broken.png"), std::ios::binary) << whole.substr(0, 45);
   expectError(run({{"-image", "broken.png"}}),
               "broken.png: expected an image of a format that can be read, but found a file that "
-              "cannot be decoded");
+              "cannot be decoded: Unable to read image data");
 }
 
 TEST_F(DatatermErrors, ScribblesOfTheWrongKind) {

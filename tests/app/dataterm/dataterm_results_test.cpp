@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <QImage>
 #include <cmath>
 #include <cstddef>
 #include <string>
@@ -11,6 +12,7 @@
 #include "app/dataterm/dataterm_program.h"
 #include "app/dataterm/options.h"
 #include "support/packed_array.h"
+#include "support/turned_photo.h"
 
 namespace namespace_ratseg {
 namespace {
@@ -159,6 +161,8 @@ TEST_F(DatatermResults, LabelsWithoutScribblesCostThrAndAreWarnedOf) {
   const ProgramResult result = runWithTruth({{"-thr", "6.5"}});
   ASSERT_EQ(result.status, 0);
   EXPECT_EQ(result.err,
+            "ratseg-dataterm: warning: truth.png holds label numbers up to 4, but scribbles.png "
+            "marks labels up to 2: the data term is made for 5 labels, with 4 as the background\n"
             "ratseg-dataterm: warning: label 3 has no scribbles in scribbles.png: it costs thr = "
             "6.5 everywhere\n"
             "ratseg-dataterm: warning: label 4 has no scribbles in scribbles.png: it costs thr = "
@@ -171,6 +175,16 @@ TEST_F(DatatermResults, LabelsWithoutScribblesCostThrAndAreWarnedOf) {
                                                0., 0., 6.5, 6.5, 6.5, 6.5}));
 }
 
+TEST_F(DatatermResults, ScribblesThatMarkMostOfTheImageAreWarnedOf) {
+  saveGrey("scribbles.png", {1, 4, 2, 2, 3, 4, 4, 4, 4, 4, 4, 4});
+  const ProgramResult result = run();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            "ratseg-dataterm: warning: 12 of 12 pixels are marked in scribbles.png; the usual "
+            "reason is a black background that became another grey value or colour index than "
+            "0\n");
+}
+
 TEST_F(DatatermResults, ASingleForegroundLabelIsWarnedOfUnlessSharesAreOfTheImage) {
   saveGrey("scribbles.png", {1, 0, 2, 2, 2, 0, 0, 0, 0, 0, 0, 0});
   const ProgramResult result = run();
@@ -179,6 +193,17 @@ TEST_F(DatatermResults, ASingleForegroundLabelIsWarnedOfUnlessSharesAreOfTheImag
             "ratseg-dataterm: warning: with a single foreground label, shares of the foreground "
             "say nothing; -shares image makes the prior work\n");
   EXPECT_EQ(run({{"-shares", "image"}}).err, "");
+}
+
+TEST_F(DatatermResults, AnImageThatAsksToBeTurnedIsWarnedOfAndUsedAsStored) {
+  QImage image(w, h, QImage::Format_RGB32);
+  image.fill(Qt::gray);
+  saveTurnedPhoto(image, dir_.file("photo.jpg"));
+  const ProgramResult result = run({{"-image", "photo.jpg"}});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            "ratseg-dataterm: warning: photo.jpg asks to be shown turned or mirrored (EXIF "
+            "orientation); its pixels are used as stored\n");
 }
 
 TEST_F(DatatermResults, TheDeviceOptionGoesBeforeTheEnvironment) {
