@@ -206,7 +206,7 @@ stage_bench() {
     512x512x5 2048x2048x8
   quote_lines 'M pli/s'
   local shape
-  for shape in ROWS=1 ROWS=2 ROWS=4 ROWS=8 ROWS=16 ROWS=32 PIXELS=1 THREADS=32 THREADS=64; do
+  for shape in ROWS=1 ROWS=2 ROWS=3 ROWS=8 ROWS=16 ROWS=32 PIXELS=1 PIXELS=2 THREADS=32 THREADS=128; do
     heading "RATSEG_STRIP_$shape"
     step 35 "RATSEG_STRIP_$shape" env "RATSEG_STRIP_$shape" "$bench" -device cuda -engine fused \
       64x64x3 512x512x5 2048x2048x8

@@ -50,8 +50,8 @@ StripShape registerShape(std::size_t w, std::size_t h, std::size_t n, const cuda
   // Pairs start at even columns of every row. Where single pixels leave schedulers idle they are
   // done sooner.
   const bool pairs = n <= 8 && w % 2 == 0;
-  const bool fewer = stripWarpsOfRow(static_cast<unsigned>(w)) * h > schedulers;
-  s.pixels = pairs && (wish.pixels == 2 || (wish.pixels == 0 && fewer)) ? 2 : 1;
+  const bool busy = stripWarpsOfRow(static_cast<unsigned>(w)) * h > schedulers;
+  s.pixels = pairs && (wish.pixels == 2 || (wish.pixels == 0 && busy)) ? 2 : 1;
 
   const auto threadsOfRow = static_cast<unsigned>(w / static_cast<std::size_t>(s.pixels));
   const std::size_t warpsOfRow = stripWarpsOfRow(threadsOfRow);
