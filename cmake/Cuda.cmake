@@ -49,7 +49,7 @@ function(ratseg_cuda_sources target)
     set_source_files_properties(${ARGN} PROPERTIES
       LANGUAGE CXX
       COMPILE_OPTIONS "${ratseg_emulated_options}"
-      COMPILE_DEFINITIONS "__CUDACC__;__CUDA_ARCH__=900;tile=gpu_tile;compiledArch=gpuCompiledArch")
+      COMPILE_DEFINITIONS "__CUDACC__;__CUDA_ARCH__=900;__CUDA_ARCH_LIST__=750,900;tile=gpu_tile;compiledArch=gpuCompiledArch")
   endif()
 endfunction()
 

@@ -1,5 +1,6 @@
 #include "device/selection.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 
@@ -24,6 +25,34 @@ Backend& emptyMachine() {
     return config;
   }());
   return none;
+}
+
+// The greatest compute capability of the GPUs, times 10; 0 without a GPU.
+int greatestComputeCapability(Backend& cuda) {
+  int count = 0, greatest = 0;
+  if (cuda.getDeviceCount(&count) != cudaSuccess) count = 0;
+  for (int i = 0; i < count; ++i) {
+    cudaDeviceProp device;
+    if (cuda.getDeviceProperties(&device, i) == cudaSuccess) {
+      greatest = std::max(greatest, 10 * device.major + device.minor);
+    }
+  }
+  cuda.getLastError();
+  return greatest;
+}
+
+// Where all GPUs are older than what this build holds code for: " of compute capability 7.5 or
+// higher". Otherwise nothing.
+std::string capabilityMissed() {
+  if constexpr (kBuiltWithCuda) {
+    const int lowest = lowestComputeCapability();
+    const int greatest = greatestComputeCapability(cudaBackend());
+    if (0 < greatest && greatest < lowest) {
+      return " of compute capability " + std::to_string(lowest / 10) + "." +
+             std::to_string(lowest % 10) + " or higher";
+    }
+  }
+  return "";
 }
 
 }  // namespace
@@ -54,26 +83,26 @@ bool deviceChoiceFromEnvironment(DeviceChoice& choice, std::string& error) {
 
 Backend* cudaBackendIfUsable() {
   if constexpr (kBuiltWithCuda) {
-    int count = 0;
-    Backend& cuda = cudaBackend();
-    const bool usable = cuda.getDeviceCount(&count) == cudaSuccess && count > 0;
-    cuda.getLastError();
-    if (usable) return &cuda;
+    if (greatestComputeCapability(cudaBackend()) >= lowestComputeCapability()) {
+      return &cudaBackend();
+    }
   }
   return nullptr;
 }
 
 Backend& chooseBackend(DeviceChoice choice, std::ostream& notice) {
   limitHostThreads();
-  Backend* chosen = choice == DeviceChoice::host ? nullptr : cudaBackendIfUsable();
+  Backend* chosen = choice == DeviceChoice::host ? &hostMachine() : cudaBackendIfUsable();
   if (chosen == nullptr) {
+    const std::string missed = capabilityMissed();
     chosen = choice == DeviceChoice::cuda ? &emptyMachine() : &hostMachine();
-  }
-  int count = 0;
-  if (choice == DeviceChoice::automatic && chosen->isHost() &&
-      chosen->getDeviceCount(&count) == cudaSuccess) {
-    notice << "ratseg: no CUDA GPU found, computing on the host with " << hostThreads()
-           << (hostThreads() == 1 ? " thread" : " threads") << std::endl;
+    int count = 0;
+    if (chosen->getDeviceCount(&count) == cudaSuccess) {
+      notice << "ratseg: no CUDA GPU" << missed << " found, computing on the host with "
+             << hostThreads() << (hostThreads() == 1 ? " thread" : " threads") << std::endl;
+    } else if (!missed.empty()) {
+      notice << "ratseg: no CUDA GPU" << missed << " found" << std::endl;
+    }
   }
   chosen->getLastError();
   current = chosen;

@@ -25,9 +25,11 @@ bool deviceChoiceFromEnvironment(DeviceChoice& choice, std::string& error);
 //   cuda       the CUDA GPUs; without a GPU, driver or CUDA build a machine without devices;
 //   automatic  the CUDA GPUs when a driver reports one, otherwise the host, which is then said in
 //              one line on notice, with the number of threads.
+// GPUs that are all too old for the code in this build count as none, which is said on notice.
 Backend& chooseBackend(DeviceChoice choice, std::ostream& notice);
 
-// The CUDA backend when this build has one and a driver reports a GPU, otherwise null.
+// The CUDA backend when this build has one and a driver reports a GPU that can run it, otherwise
+// null.
 Backend* cudaBackendIfUsable();
 
 // The current backend. When none was chosen yet, chooses by the environment first (notices and

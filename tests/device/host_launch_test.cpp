@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <array>
+#include <atomic>
+#include <new>
+#include <numeric>
 #include <vector>
 
 namespace namespace_ratseg {
@@ -61,6 +65,40 @@ TEST_F(ParallelForTest, TheSecondPartBeginsWhenTheFirstAndWhatIsBetweenAreDone) 
         [&](std::size_t i) { seen[i] += sum; });
     EXPECT_EQ(times, 1);
     EXPECT_EQ(seen, std::vector<int>(kCount, kCount));
+  }
+}
+
+TEST_F(ParallelForTest, WhatABodyThrowsReachesTheCallerWhenTheOthersAreDone) {
+  for (const std::size_t work : {std::size_t{0}, kParallelWork}) {
+    std::vector<int> done(1000);
+    const auto body = [&](std::size_t i) {
+      if (i % 100 == 50) throw std::bad_alloc();
+      ++done[i];
+    };
+    EXPECT_THROW(parallelFor(done.size(), work, body), std::bad_alloc);
+    EXPECT_EQ(std::accumulate(done.begin(), done.end(), 0), 990);
+  }
+}
+
+TEST_F(ParallelForTest, AnExceptionEndsTwoPartsWithThePartThatThrewIt) {
+  for (const std::size_t work : {std::size_t{0}, kParallelWork}) {
+    // Which of the three throws, and how many calls of each come to their end.
+    struct Case {
+      int thrower;
+      std::vector<int> ended;
+    };
+    for (const Case& c : {Case{0, {99, 0, 0}}, {1, {100, 0, 0}}, {2, {100, 1, 99}}}) {
+      std::array<std::atomic<int>, 3> ended = {0, 0, 0};
+      const auto part = [&](int k, std::size_t i) {
+        if (c.thrower == k && i == 50) throw std::bad_alloc();
+        ++ended[k];
+      };
+      EXPECT_THROW(parallelForInTwoParts(
+                       100, work, [&](std::size_t i) { part(0, i); }, [&] { part(1, 50); },
+                       [&](std::size_t i) { part(2, i); }),
+                   std::bad_alloc);
+      EXPECT_EQ(std::vector<int>(ended.begin(), ended.end()), c.ended);
+    }
   }
 }
 

@@ -152,6 +152,37 @@ TEST_F(SelectionTest, ABuildWithoutAGpuAnswersAsOneWithoutDevices) {
   }
 }
 
+// Whether the GPUs are emulated ones, which have the compute capability that they are told.
+bool capabilityCanBeSet() {
+  if constexpr (kBuiltWithCuda) {
+    const EnvironmentVariable variable("RATSEG_EMULATED_CAPABILITY", "61");
+    cudaDeviceProp device;
+    const bool any = cudaBackend().getDeviceProperties(&device, 0) == cudaSuccess;
+    cudaBackend().getLastError();
+    return any && device.major == 6 && device.minor == 1 && lowestComputeCapability() > 61;
+  }
+  return false;
+}
+
+TEST_F(SelectionTest, GpusThatRunNoCodeOfTheBuildCountAsNone) {
+  if (!capabilityCanBeSet()) GTEST_SKIP() << "no emulated GPU on this machine";
+  omp_set_num_threads(3);
+  {
+    const EnvironmentVariable variable("RATSEG_EMULATED_CAPABILITY", "74");
+    EXPECT_EQ(cudaBackendIfUsable(), nullptr);
+    const std::string missing = "ratseg: no CUDA GPU of compute capability 7.5 or higher found";
+    std::ostringstream cuda, automatic, host;
+    EXPECT_EQ(devicesOf(chooseBackend(DeviceChoice::cuda, cuda)), 0);
+    EXPECT_EQ(cuda.str(), missing + "\n");
+    EXPECT_TRUE(chooseBackend(DeviceChoice::automatic, automatic).isHost());
+    EXPECT_EQ(automatic.str(), missing + ", computing on the host with 3 threads\n");
+    EXPECT_TRUE(chooseBackend(DeviceChoice::host, host).isHost());
+    EXPECT_EQ(host.str(), "");
+  }
+  const EnvironmentVariable variable("RATSEG_EMULATED_CAPABILITY", "75");
+  EXPECT_NE(cudaBackendIfUsable(), nullptr);
+}
+
 TEST_F(SelectionTest, SetBackendMakesItCurrent) {
   HostConfig config;
   config.devices = 5;

@@ -218,7 +218,9 @@ cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device) {
   if (!m.isDevice(device)) return result(cudaErrorInvalidDevice);
   *prop = {};
   std::snprintf(prop->name, sizeof prop->name, "Emulated GPU");
-  prop->major = 9;
+  const int capability = setting("RATSEG_EMULATED_CAPABILITY", 90);
+  prop->major = capability / 10;
+  prop->minor = capability % 10;
   prop->multiProcessorCount = setting("RATSEG_EMULATED_PROCESSORS", 4);
   prop->l2CacheSize = 50 << 20;
   prop->maxThreadsPerBlock = static_cast<int>(kMostThreads);

@@ -176,4 +176,9 @@ Backend& cudaBackend() {
   return cuda;
 }
 
+int lowestComputeCapability() {
+  constexpr int kArchitectures[] = {__CUDA_ARCH_LIST__};  // 100 for each 1.0, the lowest first
+  return kArchitectures[0] / 10;
+}
+
 }  // namespace namespace_ratseg

@@ -13,6 +13,10 @@ inline constexpr bool kBuiltWithCuda = RATSEG_WITH_CUDA != 0;
 // their numbers changed between versions. Exists only where kBuiltWithCuda is true.
 Backend& cudaBackend();
 
+// The lowest compute capability that this build has code for, times 10. Exists as cudaBackend
+// does.
+int lowestComputeCapability();
+
 }  // namespace namespace_ratseg
 
 #endif

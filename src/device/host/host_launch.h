@@ -3,7 +3,9 @@
 
 // What host launchers are made of.
 
+#include <atomic>
 #include <cstddef>
+#include <exception>
 
 #include "device/host/host_backend.h"
 #include "device/selection.h"
@@ -18,32 +20,72 @@ inline bool admitHostLaunch(const char* kernel, const LaunchShape& shape) {
 // Below this many elements of work a launch stays on one thread.
 inline constexpr std::size_t kParallelWork = 16384;
 
+// The first exception of several threads. One that left the threads' region would end the process.
+class FirstException {
+ public:
+  // Calls f, and keeps what it throws if nothing was thrown before.
+  template <class F>
+  void guard(F&& f) noexcept {
+    try {
+      f();
+    } catch (...) {
+      if (!thrown_.exchange(true)) first_ = std::current_exception();
+    }
+  }
+  // Has anything been thrown? Certain behind a barrier of the threads only.
+  bool any() const { return thrown_; }
+  // Throws what was kept; when the threads are done.
+  void rethrow() const {
+    if (first_) std::rethrow_exception(first_);
+  }
+
+ private:
+  std::atomic<bool> thrown_ = false;
+  std::exception_ptr first_;
+};
+
 // Calls body(i) for i in [0, count), spread over the host's threads in fixed contiguous pieces.
 // work is the number of elements of all calls together. Bodies must not depend on each other, so
-// results are the same for any number of threads.
+// results are the same for any number of threads. One of the exceptions that bodies throw is thrown
+// when all other calls are done.
 template <class Body>
 void parallelFor(std::size_t count, std::size_t work, Body&& body) {
   const auto last = static_cast<std::ptrdiff_t>(count);
+  FirstException exception;
 #pragma omp parallel for schedule(static) if (work >= kParallelWork)
-  for (std::ptrdiff_t i = 0; i < last; ++i) body(static_cast<std::size_t>(i));
+  for (std::ptrdiff_t i = 0; i < last; ++i) {
+    exception.guard([&] { body(static_cast<std::size_t>(i)); });
+  }
+  exception.rethrow();
 }
 
 // Calls first(i) for i in [0, count), then between() once, then second(i) for i in [0, count), as
-// parallelFor does, with one start of the threads for all.
+// parallelFor does, with one start of the threads for all. An exception ends it with the part that
+// threw it.
 template <class First, class Between, class Second>
 void parallelForInTwoParts(std::size_t count, std::size_t work, First&& first, Between&& between,
                            Second&& second) {
   const auto last = static_cast<std::ptrdiff_t>(count);
+  FirstException exception;
+  bool complete = false;  // the first part and what is between
 #pragma omp parallel if (work >= kParallelWork)
   {
 #pragma omp for schedule(static)
-    for (std::ptrdiff_t i = 0; i < last; ++i) first(static_cast<std::size_t>(i));
+    for (std::ptrdiff_t i = 0; i < last; ++i) {
+      exception.guard([&] { first(static_cast<std::size_t>(i)); });
+    }
 #pragma omp master
-    between();
+    {
+      if (!exception.any()) exception.guard(between);
+      complete = !exception.any();
+    }
 #pragma omp barrier
 #pragma omp for schedule(static)
-    for (std::ptrdiff_t i = 0; i < last; ++i) second(static_cast<std::size_t>(i));
+    for (std::ptrdiff_t i = 0; i < last; ++i) {
+      if (complete) exception.guard([&] { second(static_cast<std::size_t>(i)); });
+    }
   }
+  exception.rethrow();
 }
 
 }  // namespace namespace_ratseg
