@@ -9,7 +9,9 @@
 #   limits    1 to 1024 labels; a problem larger than the GPU's memory, and one after it; the choice of
 #             a device with the GPU in sight and out of it
 #   bench     the benchmark, one whole solve of 2048 x 2048 x 8 in 5000 iterations, the accelerated
-#             iteration, and strips of several shapes (RATSEG_STRIP_ROWS, _PIXELS and _THREADS)
+#             iteration
+#   shapes    the benchmark with strips of several shapes (RATSEG_STRIP_ROWS, _PIXELS and _THREADS);
+#             not with --quick
 #
 # Each stage takes less than ten minutes and can be run by itself; what failed in one keeps no other
 # from running. Logs and one report per stage go to build/gpu/report; at the end the reports of all
@@ -26,13 +28,13 @@
 set -uo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-all_stages=(build tests compare sanitize limits bench)
+all_stages=(build tests compare sanitize limits bench shapes)
 quick=0
 stages=()
 for word; do
   case $word in
     --quick) quick=1 ;;
-    build | tests | compare | sanitize | limits | bench) stages+=("$word") ;;
+    build | tests | compare | sanitize | limits | bench | shapes) stages+=("$word") ;;
     *) die "expected --quick or one of ${all_stages[*]}, but found \"$word\"" ;;
   esac
 done
@@ -205,10 +207,14 @@ stage_bench() {
   step 60 "accelerated iteration" "$bench" -device cuda -engine fused --accelerate 64x64x3 \
     512x512x5 2048x2048x8
   quote_lines 'M pli/s'
-  local shape
+}
+
+stage_shapes() {
+  local bench=$build/bin/ratseg_bench shape
+  ((!quick)) || return
   for shape in ROWS=1 ROWS=2 ROWS=3 ROWS=8 ROWS=16 ROWS=32 PIXELS=1 PIXELS=2 THREADS=32 THREADS=128; do
     heading "RATSEG_STRIP_$shape"
-    step 35 "RATSEG_STRIP_$shape" env "RATSEG_STRIP_$shape" "$bench" -device cuda -engine fused \
+    step 55 "RATSEG_STRIP_$shape" env "RATSEG_STRIP_$shape" "$bench" -device cuda -engine fused \
       64x64x3 512x512x5 2048x2048x8
     quote_lines 'M pli/s'
   done

@@ -65,6 +65,8 @@ void RatSegImpl::run() {
   const float tau = accelerates() ? 1.25f * dt : dt;
   const float sigma = 1.0f / dt;
   Report report(par.n);
+  std::optional<Certifier> certifier;
+  if (par.tolerance > 0.0f) certifier.emplace(*this);
   std::unique_ptr<StripEngine> strips;
   if (par.Nsteps > 0 && wantsStrips(par) && StripEngine::canRun(*this)) {
     strips = StripEngine::make(*this, tau, sigma, kThetaBar, stripWishFromEnvironment());
@@ -73,8 +75,6 @@ void RatSegImpl::run() {
   if (!strips && par.engine != Params::engine_plain && HostEngine::canRun(*this)) {
     engine.emplace(*this);
   }
-  std::optional<Certifier> certifier;
-  if (par.tolerance > 0.0f) certifier.emplace(*this);
   par.cancel = false;
   statistics = {};
 

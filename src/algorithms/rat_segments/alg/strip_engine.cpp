@@ -17,6 +17,17 @@ bool ranOutOfMemory() {
   return true;
 }
 
+// What a device needs after the engine's arrays: kernels that are loaded when they are first
+// launched, their local memory, the summation's scratch, recordings.
+constexpr std::size_t kMemoryLeft = std::size_t{64} << 20;
+
+// Of the current device.
+std::size_t freeMemory() {
+  std::size_t left = 0, whole = 0;
+  cudaMemGetInfo(&left, &whole);
+  return left;
+}
+
 }  // namespace
 
 bool StripEngine::canRun(const RatSegImpl& solver) {
@@ -72,7 +83,7 @@ bool StripEngine::allocate(const StripWish& wish) {
     b.perLabel.alloc(10 * par.n);
     b.partials.alloc(b.blocks * par.n);
     b.counter.alloc(1);
-    if (ranOutOfMemory()) return false;
+    if (ranOutOfMemory() || freeMemory() < kMemoryLeft) return false;
     check(kStripLines + __LINE__);
     b.u = {g.u, g.u_bar, b.extraU};
     b.p = {g.p, b.extraP};

@@ -34,8 +34,8 @@ class StripEngine {
   // elements, and no more labels than a block has threads.
   static bool canRun(const RatSegImpl& solver);
 
-  // Takes the solver's arrays over until it is destroyed; null when the devices have no room for
-  // the second arrays.
+  // Takes the solver's arrays over until it is destroyed; null when a device has no room for the
+  // second arrays and 64 MiB for what comes after them.
   static std::unique_ptr<StripEngine> make(RatSegImpl& solver, float tau, float sigma,
                                            float theta_bar, const StripWish& wish = {});
   ~StripEngine();

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "device/runtime.h"
@@ -371,6 +372,26 @@ TEST(StripEngine, IsNotMadeWhereThereIsNoRoomForItsArrays) {
   cudaMemGetInfo(&after, &whole);
   EXPECT_EQ(before, after);
   solver.free();
+}
+
+// Arrays of 5 MiB and some for the plain engine, 2.3 MiB more for this one.
+TEST(StripEngine, IsNotMadeWhereItLeavesLessThan64MiB) {
+  for (const auto& [memory, made] : {std::pair{71, false}, {74, true}}) {
+    const HostMachine machine(hostConfig(1, true, memory));
+    SolverProblem p = randomProblem(256, 256, 3);
+    RatSegImpl solver(p.par);
+    setUp(solver, p);
+    std::size_t before = 0, after = 0, whole = 0;
+    cudaMemGetInfo(&before, &whole);
+    EXPECT_GE(before, std::size_t{64} << 20);
+    EXPECT_EQ(makeEngine(solver) != nullptr, made);
+    EXPECT_EQ(cudaPeekAtLastError(), cudaSuccess);
+    cudaMemGetInfo(&after, &whole);
+    if (!made) {
+      EXPECT_EQ(before, after);
+    }
+    solver.free();
+  }
 }
 
 TEST(StripEngine, QueuesStepsUpToTheNextReport) {
