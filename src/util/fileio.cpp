@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <iostream>
 #include <vector>
+
+#include "util/file_replacement.h"
 
 namespace namespace_ratseg {
 
@@ -100,18 +103,23 @@ FileIO::GZContents FileIO::inspectGZ(const std::string& filename, std::size_t li
 }
 
 template <class T>
-bool FileIO::saveArray(const std::string& filename, const T* array, std::size_t count) {
-  gzFile file = gzopen(filename.c_str(), "wb9");
-  if (file == nullptr) return false;
+bool FileIO::saveArray(const std::string& filename, const T* array, std::size_t count,
+                       std::string* error) {
+  errno = 0;
+  FileReplacement replacement(filename);
+  gzFile file = gzopen(replacement.path().c_str(), "wb9");
   const std::uint64_t inFile = count;
   // What zlib still holds is written when the file is closed.
-  return writeGZ(file, &inFile, sizeof inFile) && writeGZ(file, array, count * sizeof(T)) &&
-         gzclose(file) == Z_OK;
+  const bool saved = file != nullptr && writeGZ(file, &inFile, sizeof inFile) &&
+                     writeGZ(file, array, count * sizeof(T)) && gzclose(file) == Z_OK &&
+                     replacement.finish();
+  if (!saved && error != nullptr) *error = textOfErrno(errno);
+  return saved;
 }
 
 template bool FileIO::loadArray(const std::string&, float*, std::size_t, bool*);
 template bool FileIO::loadArray(const std::string&, int*, std::size_t, bool*);
-template bool FileIO::saveArray(const std::string&, const float*, std::size_t);
-template bool FileIO::saveArray(const std::string&, const int*, std::size_t);
+template bool FileIO::saveArray(const std::string&, const float*, std::size_t, std::string*);
+template bool FileIO::saveArray(const std::string&, const int*, std::size_t, std::string*);
 
 }  // namespace namespace_ratseg

@@ -53,9 +53,14 @@ class FileIO {
   // Reads the file to its end, but not more than limit bytes.
   static GZContents inspectGZ(const std::string& filename, std::size_t limit);
 
-  // Writes count elements as a packed array. A failure may leave a partial file. T is float or int.
+  // Writes count elements as a packed array. T is float or int.
+  //
+  // This and the functions that save images replace an old file only by a complete one, where that
+  // can be done (util/file_replacement.h); otherwise a failure may leave a partial file. A failure
+  // sets *error, unless that is null, to the reason, as far as it is known.
   template <class T>
-  static bool saveArray(const std::string& filename, const T* array, std::size_t count);
+  static bool saveArray(const std::string& filename, const T* array, std::size_t count,
+                        std::string* error = nullptr);
 
   // Loads an image of any format that Qt reads and of any size that memory holds; the format is
   // found out from the file. The caller deletes the image; a failure sets it to null, and *error,
@@ -78,14 +83,20 @@ class FileIO {
   // above take its pixels as they are stored. False for what is no image file.
   static bool imageAsksToBeTurned(const std::string& filename);
 
+  // Whether the image file has 16 bits per channel. False for what is no image file.
+  static bool imageHas16Bits(const std::string& filename);
+
   // Whether the file looks like an image of a format that Qt reads.
   static bool imageFormatIsKnown(const std::string& filename);
 
   // Write a PNG file: an image; w * h colour pixels (ImageTransforms::imageToQImage); w * h byte
   // triples, blue first.
-  static bool saveImagePNG(const QImage* image, const std::string& filename);
-  static bool saveImagePNG(const float4* image, int w, int h, const std::string& filename);
-  static bool saveImagePNG(const unsigned char* image, int w, int h, const std::string& filename);
+  static bool saveImagePNG(const QImage* image, const std::string& filename,
+                           std::string* error = nullptr);
+  static bool saveImagePNG(const float4* image, int w, int h, const std::string& filename,
+                           std::string* error = nullptr);
+  static bool saveImagePNG(const unsigned char* image, int w, int h, const std::string& filename,
+                           std::string* error = nullptr);
 };
 
 }  // namespace namespace_ratseg

@@ -3,11 +3,13 @@
 #include <QImage>
 #include <QImageReader>
 #include <QString>
+#include <cerrno>
 #include <fstream>
 #include <memory>
 #include <new>
 #include <sstream>
 
+#include "util/file_replacement.h"
 #include "util/fileio.h"
 #include "util/imagetransforms.h"
 
@@ -44,14 +46,21 @@ auto askReader(const std::string& filename, Ask&& ask) {
 }
 
 // Qt encodes the image, but would neither take every name nor notice a disk that is full.
-bool savePNG(const QImage& image, const std::string& filename) {
+bool savePNG(const QImage& image, const std::string& filename, std::string* error) {
   QByteArray png;
   QBuffer buffer(&png);
-  if (!buffer.open(QIODevice::WriteOnly) || !image.save(&buffer, "PNG", -1)) return false;
-  std::ofstream file(filename, std::ios::binary);
+  if (!buffer.open(QIODevice::WriteOnly) || !image.save(&buffer, "PNG", -1)) {
+    if (error != nullptr) *error = "it cannot be encoded as PNG";
+    return false;
+  }
+  errno = 0;
+  FileReplacement replacement(filename);
+  std::ofstream file(replacement.path(), std::ios::binary);
   file.write(png.constData(), png.size());
   file.close();
-  return file.good();
+  const bool saved = file.good() && replacement.finish();
+  if (!saved && error != nullptr) *error = textOfErrno(errno);
+  return saved;
 }
 
 }  // namespace
@@ -101,23 +110,38 @@ bool FileIO::imageAsksToBeTurned(const std::string& filename) {
   });
 }
 
+bool FileIO::imageHas16Bits(const std::string& filename) {
+  if (filename.empty()) return false;
+  switch (askReader(filename, [](QImageReader& reader) { return reader.imageFormat(); })) {
+    case QImage::Format_Grayscale16:
+    case QImage::Format_RGBX64:
+    case QImage::Format_RGBA64:
+    case QImage::Format_RGBA64_Premultiplied:
+      return true;
+    default:
+      return false;
+  }
+}
+
 bool FileIO::imageFormatIsKnown(const std::string& filename) {
   if (filename.empty()) return false;
   return askReader(filename, [](QImageReader& reader) { return reader.canRead(); });
 }
 
-bool FileIO::saveImagePNG(const QImage* image, const std::string& filename) {
-  return savePNG(*image, filename);
+bool FileIO::saveImagePNG(const QImage* image, const std::string& filename, std::string* error) {
+  return savePNG(*image, filename, error);
 }
 
-bool FileIO::saveImagePNG(const float4* image, int w, int h, const std::string& filename) {
+bool FileIO::saveImagePNG(const float4* image, int w, int h, const std::string& filename,
+                          std::string* error) {
   const std::unique_ptr<QImage> qimage(ImageTransforms::imageToQImage(image, w, h, nullptr));
-  return savePNG(*qimage, filename);
+  return savePNG(*qimage, filename, error);
 }
 
-bool FileIO::saveImagePNG(const unsigned char* image, int w, int h, const std::string& filename) {
+bool FileIO::saveImagePNG(const unsigned char* image, int w, int h, const std::string& filename,
+                          std::string* error) {
   const std::unique_ptr<QImage> qimage(ImageTransforms::imageToQImage(image, w, h, nullptr));
-  return savePNG(*qimage, filename);
+  return savePNG(*qimage, filename, error);
 }
 
 }  // namespace namespace_ratseg

@@ -89,7 +89,11 @@ TEST_F(ImageFile, ThatCannotBeWrittenIsAFailure) {
   EXPECT_FALSE(FileIO::saveImagePNG(&colour, 1, 1, nowhere()));
   EXPECT_FALSE(FileIO::saveImagePNG(bytes, 1, 1, nowhere()));
   const QImage none;
-  EXPECT_FALSE(FileIO::saveImagePNG(&none, dir_.file("none.png")));
+  std::string error;
+  EXPECT_FALSE(FileIO::saveImagePNG(&none, dir_.file("none.png"), &error));
+  EXPECT_EQ(error, "it cannot be encoded as PNG");
+  EXPECT_FALSE(FileIO::saveImagePNG(&colour, 1, 1, nowhere(), &error));
+  EXPECT_EQ(error, "No such file or directory");
   EXPECT_FALSE(FileIO::saveImagePNG(&image, ""));
 }
 
@@ -114,6 +118,27 @@ TEST_F(ImageFile, NamesMayBeAnyBytes) {
 TEST_F(ImageFile, ThatDoesNotFitOntoTheDiskIsAFailure) {
   const QImage image = smallImage();
   EXPECT_FALSE(FileIO::saveImagePNG(&image, "/dev/full"));
+  std::string error;
+  EXPECT_FALSE(FileIO::saveImagePNG(&image, "/dev/full", &error));
+  EXPECT_EQ(error, "No space left on device");
+}
+
+TEST_F(ImageFile, TellsWhetherItHas16BitsPerChannel) {
+  const std::string name = dir_.file("image.png");
+  for (const auto& [format, is] : {std::pair{QImage::Format_Grayscale16, true},
+                                   {QImage::Format_RGBX64, true},
+                                   {QImage::Format_RGBA64, true},
+                                   {QImage::Format_Grayscale8, false},
+                                   {QImage::Format_RGB32, false},
+                                   {QImage::Format_ARGB32, false}}) {
+    QImage image(3, 2, format);
+    image.fill(Qt::blue);
+    ASSERT_TRUE(FileIO::saveImagePNG(&image, name));
+    EXPECT_EQ(FileIO::imageHas16Bits(name), is) << format;
+  }
+  EXPECT_FALSE(FileIO::imageHas16Bits(nowhere()));
+  EXPECT_FALSE(FileIO::imageHas16Bits(notAnImage()));
+  EXPECT_FALSE(FileIO::imageHas16Bits(""));
 }
 
 TEST_F(ImageFile, ThatCannotBeLoadedIsNull) {

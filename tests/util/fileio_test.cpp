@@ -4,9 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -403,7 +405,30 @@ TEST_F(PackedArray, SaveThatCannotWriteFails) {
   EXPECT_FALSE(FileIO::saveArray(dir_.file("missing/array.gz"), ints.data(), ints.size()));
   // Nothing of this little array reaches the disk before the file is closed.
   EXPECT_FALSE(FileIO::saveArray("/dev/full", ints.data(), 3));
+  std::string error;
+  EXPECT_FALSE(FileIO::saveArray("/dev/full", ints.data(), 3, &error));
+  EXPECT_EQ(error, "No space left on device");
+  EXPECT_FALSE(FileIO::saveArray(dir_.file("missing/array.gz"), ints.data(), 3, &error));
+  EXPECT_EQ(error, "No such file or directory");
   EXPECT_EQ(nextDescriptor(), before);
+}
+
+TEST_F(PackedArray, SaveThatFailsLeavesTheOldFile) {
+  const std::vector<int> ints(1000000, 5);
+  ASSERT_TRUE(FileIO::saveArray(file_, ints.data(), 3));
+  const std::string before = bytesOf(file_);
+  rlimit limit;
+  getrlimit(RLIMIT_FSIZE, &limit);
+  const rlimit little = {100, limit.rlim_max};
+  signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &little);
+  std::string error;
+  const bool saved = FileIO::saveArray(file_, ints.data(), ints.size(), &error);
+  setrlimit(RLIMIT_FSIZE, &limit);
+  signal(SIGXFSZ, SIG_DFL);
+  EXPECT_FALSE(saved);
+  EXPECT_EQ(error, "File too large");
+  EXPECT_EQ(bytesOf(file_), before);
 }
 
 }  // namespace
