@@ -1,9 +1,11 @@
 #include "app/app_release_ratseg.h"
 
 #include <cstdio>
+#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <new>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,6 +21,7 @@
 #include "app/stage_times.h"
 #include "app/usage_wanted.h"
 #include "device/runtime.h"
+#include "device/selection.h"
 #include "util/TimerCUDA.h"
 #include "util/cmd.h"
 #include "util/cudautil.h"
@@ -60,9 +63,26 @@ void checkDevice(int gpu, const Params& par) {
   }
 }
 
+// Says how much a run takes where the host computes, by the measurements that README names.
+void warnOfHostMemory(const Params& par) {
+  const double pixels = static_cast<double>(par.w) * static_cast<double>(par.h);
+  const double mib = pixels * (22 * static_cast<double>(par.n) + 100) / (1 << 20);
+  std::ostringstream needed;
+  needed << std::fixed << std::setprecision(1);
+  if (mib < 1024) {
+    needed << mib << " MiB";
+  } else {
+    needed << mib / 1024 << " GiB";
+  }
+  warn("the host computes, and its memory does not suffice: about " + needed.str() + " are needed");
+}
+
 // Sets up the solver's memory, shares and data term; frees the data term, which the solver copies.
 void setUpSolver(RatSeg& solver, Proportions& proportions, std::unique_ptr<float[]> dataterm) {
-  if (!solver.alloc()) fail("ERROR: could not allocate solver");
+  if (!solver.alloc()) {
+    if (backend().isHost()) warnOfHostMemory(solver.getParams());
+    fail("ERROR: could not allocate solver");
+  }
   solver.setRatios(proportions.means.data(), proportions.sigmas.data(), solver.getParams().n - 1,
                    nullptr, nullptr);
   solver.setDataterm(dataterm.get());
@@ -118,7 +138,7 @@ void segment(Cmd& cmd) {
   times.begin("writing");
   writeResultFiles(options.outprefix,
                    {image.w, image.h, par.n, labeling, image.pixels.get(), weight.get()});
-  printShares(std::cerr, labeling, proportions);
+  printShares(std::cerr, labeling, proportions, par.mu != 0.0f);
   if (options.timing) times.print(std::cerr);
 }
 

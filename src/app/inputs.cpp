@@ -10,6 +10,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "app/image_warnings.h"
 #include "app/messages.h"
 #include "util/fileio.h"
 #include "util/imagetransforms.h"
@@ -47,6 +48,20 @@ void failOnNaN(const std::string& file, const float* dataterm, const Image& imag
   fail(message.str());
 }
 
+// Integers that are read as floats are such small numbers, zeros and large ones apart.
+void warnOfTinyCosts(const std::string& file, const float* dataterm, std::size_t count) {
+  constexpr float kTiny = 1e-30f;
+  bool any = false;
+  for (std::size_t k = 0; k < count; ++k) {
+    if (std::abs(dataterm[k]) >= kTiny) return;
+    any = any || dataterm[k] != 0.0f;
+  }
+  if (any) {
+    warn(inQuotes(file) +
+         " holds no cost of 1e-30 or more: integers instead of floats are the usual reason");
+  }
+}
+
 // error is what Qt says of it; empty where it could be decoded, but not be converted.
 void warnOfImage(const std::string& file, const std::string& error) {
   if (warnIfUnreadable(file)) return;
@@ -65,7 +80,8 @@ std::size_t packedBytes(std::size_t count, std::size_t size) {
 
 // What is wrong with a data term that could not be loaded, as far as zlib tells; empty where it is
 // a packed array, but of another size.
-std::string faultOfDataterm(const std::string& file, std::size_t count) {
+std::string faultOfDataterm(const std::string& file, std::size_t pixels, std::size_t n) {
+  const std::size_t count = pixels * n;
   std::error_code ignored;
   if (!std::filesystem::is_regular_file(file, ignored)) return "";  // A pipe is read once.
   const std::size_t expected = packedBytes(count, sizeof(float));
@@ -74,31 +90,41 @@ std::string faultOfDataterm(const std::string& file, std::size_t count) {
   if (!found.error.empty()) return " is damaged: " + found.error;
   const bool asExpected = found.count == count || found.bytes < sizeof found.count;
   if (!found.packed && found.bytes > 0 && !asExpected) return " is not a gzip file";
+  if (!found.cut && found.bytes == count * sizeof(float)) {
+    return " does not begin with the number of elements (8 bytes)";
+  }
   if (found.bytes < expected && (found.cut || asExpected)) {
     return " ends early: found " + std::to_string(found.bytes) + " of " + std::to_string(expected) +
            " bytes";
+  }
+  if (found.count > 0 && found.count % pixels == 0) {
+    return " holds " + std::to_string(found.count / pixels) + " labels for " +
+           std::to_string(pixels) + " pixels";
   }
   return "";
 }
 
 void warnOfDataterm(const std::string& file, const Image& image, std::size_t n) {
   if (warnIfUnreadable(file)) return;
-  const std::string fault = faultOfDataterm(file, image.count() * n);
+  const std::string fault = faultOfDataterm(file, image.count(), n);
   warn((fault.empty() ? "" : inQuotes(file) + fault + "; ") +
        "the data term must be a packed array of floats for " + sizeText(image, n) +
-       ", the background label included");
+       ", the background label included (one label more than the proportions file has)");
 }
 
-void warnOfMoreBytes(const std::string& file, std::size_t count) {
+// Ends the process where the file holds numbers of twice the size.
+void checkMoreBytes(const std::string& file, std::size_t count) {
   const std::size_t twice = packedBytes(count, sizeof(double));
   std::error_code ignored;
   const bool isTwice = std::filesystem::is_regular_file(file, ignored) &&
                        FileIO::inspectGZ(file, twice + 1).bytes == twice;
+  if (isTwice) {
+    warn(inQuotes(file) + " holds 8 bytes for each of its " + std::to_string(count) +
+         " numbers, as float64 has; the data term must be a packed array of floats of 4 bytes");
+    fail("ERROR loading dataterm " + file);
+  }
   warn(inQuotes(file) + " holds more bytes than its " + std::to_string(count) +
-       " floats of 4 bytes; the rest is ignored" +
-       (isTwice
-            ? "; there are just twice as many: numbers of 8 bytes (float64) are the usual reason"
-            : ""));
+       " floats of 4 bytes; the rest is ignored");
 }
 
 void warnOfAutomaticGamma(float gamma) {
@@ -121,9 +147,8 @@ Image loadImage(const std::string& file) {
     fail("ERROR loading image to segment: " + file);
   }
   image.pixels.reset(pixels);
-  if (FileIO::imageAsksToBeTurned(file)) {
-    warn(inQuotes(file) +
-         " asks to be shown turned or mirrored (EXIF orientation); its pixels are used as stored");
+  for (const std::string& line : imageWarnings(file, pixels, image.count())) {
+    warn(inQuotes(file) + " " + line);
   }
   std::cout << "Image to segment: " << file << " (" << image.w << " x " << image.h << ")"
             << std::endl;
@@ -138,9 +163,10 @@ std::unique_ptr<float[]> loadDataterm(const std::string& file, const Image& imag
     warnOfDataterm(file, image, n);
     fail("ERROR loading dataterm " + file);
   }
-  if (more) warnOfMoreBytes(file, count);
+  if (more) checkMoreBytes(file, count);
   std::cout << "Dataterm: " << file << std::endl;
   failOnNaN(file, dataterm.get(), image, n);
+  warnOfTinyCosts(file, dataterm.get(), count);
   return dataterm;
 }
 

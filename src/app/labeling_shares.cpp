@@ -1,5 +1,6 @@
 #include "app/labeling_shares.h"
 
+#include <cmath>
 #include <cstddef>
 #include <cstdio>
 #include <ostream>
@@ -32,7 +33,8 @@ std::string row(const std::string& label, const std::string& ofForeground, const
 
 }  // namespace
 
-void printShares(std::ostream& out, const std::vector<int>& labeling, const Proportions& wished) {
+void printShares(std::ostream& out, const std::vector<int>& labeling, const Proportions& wished,
+                 bool balanced) {
   const std::size_t n = wished.means.size();
   std::vector<std::size_t> pixels(n);
   for (const int label : labeling) ++pixels[static_cast<std::size_t>(label)];
@@ -48,6 +50,16 @@ void printShares(std::ostream& out, const std::vector<int>& labeling, const Prop
   out << row("label " + std::to_string(n - 1) + " (background)", "-", "-", "-",
              share(pixels[n - 1], labeling.size()));
   if (foreground == 0) out << "    no pixel has a foreground label\n";
+  for (std::size_t i = 0; balanced && foreground > 0 && i + 1 < n; ++i) {
+    constexpr double kFar = 3;
+    const double found = static_cast<double>(pixels[i]) / static_cast<double>(foreground);
+    const double apart = std::abs(found - static_cast<double>(wished.means[i]));
+    const double spread = std::abs(static_cast<double>(wished.sigmas[i]));
+    if (spread > 0 && apart > kFar * spread) {
+      out << "    label " << i << " is " << text("%.1f", apart / spread)
+          << " spreads from its mean\n";
+    }
+  }
   out.flush();
 }
 

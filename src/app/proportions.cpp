@@ -5,6 +5,7 @@
 #include <iostream>
 #include <locale>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "app/messages.h"
@@ -23,6 +24,8 @@ std::istringstream openText(const std::string& file) {
   std::string text;
   std::getline(stream, text, '\0');
   if (stream.good()) text += '\0';
+  constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
+  if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
   return std::istringstream(std::move(text));
 }
 
@@ -53,8 +56,15 @@ void warnOfSenselessValues(const std::string& file, const Proportions& foregroun
     const float mean = foreground.means[i];
     const float sigma = foreground.sigmas[i];
     const std::string label = " of label " + std::to_string(i);
-    if (mean < 0 || mean > 1) warn(begin + "mean " + number(mean) + label + " is not from 0 to 1");
-    if (sigma <= 0) warn(begin + "sigma " + number(sigma) + label + " is not positive");
+    if (mean < 0 || mean > 1) {
+      warn(begin + "mean " + number(mean) + label + " is not from 0 to 1" +
+           (mean >= 2 && mean <= 100 ? "; " + number(mean) + " % is " + number(mean / 100) : ""));
+    }
+    if (sigma == 0) warn(begin + "sigma 0" + label + " makes its share strict");
+    if (sigma < 0) {
+      warn(begin + "sigma " + number(sigma) + label + " is negative; it counts as " +
+           number(-sigma));
+    }
     sum += mean;
   }
   constexpr float kTolerance = 0.05f;

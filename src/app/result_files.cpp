@@ -6,7 +6,9 @@
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <utility>
 
+#include "app/messages.h"
 #include "util/fileio.h"
 #include "util/imagetransforms.h"
 
@@ -37,9 +39,28 @@ RGB hueColour(float hue) {
   }
 }
 
-bool report(bool saved, const std::string& file, const char* remark = "") {
-  std::cout << (saved ? "Saved " : "ERROR saving ") << file << remark << std::endl;
-  return saved;
+// How saving a file ended.
+struct Outcome {
+  bool saved = false;
+  std::string error;
+};
+
+bool report(const Outcome& outcome, const std::string& file, const char* remark = "") {
+  std::cout << (outcome.saved ? "Saved " : "ERROR saving ") << file << remark << std::endl;
+  if (!outcome.saved && !outcome.error.empty()) {
+    warn(inQuotes(file) + " cannot be saved: " + outcome.error);
+  }
+  return outcome.saved;
+}
+
+// Calls save(std::string* error) beside what follows.
+template <class Save>
+std::future<Outcome> begin(Save save) {
+  return std::async([save = std::move(save)] {
+    Outcome outcome;
+    outcome.saved = save(&outcome.error);
+    return outcome;
+  });
 }
 
 void printLegend(const std::vector<RGB>& colours) {
@@ -51,9 +72,9 @@ void printLegend(const std::vector<RGB>& colours) {
   std::cout << std::flush;
 }
 
-bool saveGreyPNG(const float* values, int w, int h, const std::string& file) {
+bool saveGreyPNG(const float* values, int w, int h, const std::string& file, std::string* error) {
   const std::unique_ptr<QImage> image(ImageTransforms::imageToQImage<float>(values, w, h));
-  return FileIO::saveImagePNG(image.get(), file);
+  return FileIO::saveImagePNG(image.get(), file, error);
 }
 
 }  // namespace
@@ -108,18 +129,20 @@ void writeResultFiles(const std::string& prefix, const Results& results) {
   const std::vector<RGB> picture = colourLabeling(labeling, colours);
 
   // Made side by side, because nearly all the time goes into deflating; reported in their order.
-  std::future<bool> labelingSaved = std::async([&, &labeling = labeling] {
-    return FileIO::saveArray(labelingFile, labeling.data(), labeling.size());
+  auto labelingSaved = begin([&, &labeling = labeling](std::string* error) {
+    return FileIO::saveArray(labelingFile, labeling.data(), labeling.size(), error);
   });
-  std::future<bool> colourSaved = std::async(
-      [&, w = w, h = h] { return FileIO::saveImagePNG(picture.data(), w, h, colourFile); });
-  std::future<bool> overlaySaved = std::async([&, w = w, h = h, image = image] {
+  auto colourSaved = begin([&, w = w, h = h](std::string* error) {
+    return FileIO::saveImagePNG(picture.data(), w, h, colourFile, error);
+  });
+  auto overlaySaved = begin([&, w = w, h = h, image = image](std::string* error) {
     std::vector<RGB> overlay = picture;
     blendOverImage(overlay, image);
-    return FileIO::saveImagePNG(overlay.data(), w, h, overlayFile);
+    return FileIO::saveImagePNG(overlay.data(), w, h, overlayFile, error);
   });
-  std::future<bool> weightSaved = std::async(
-      [&, w = w, h = h, weight = weight] { return saveGreyPNG(weight, w, h, weightFile); });
+  auto weightSaved = begin([&, w = w, h = h, weight = weight](std::string* error) {
+    return saveGreyPNG(weight, w, h, weightFile, error);
+  });
 
   report(labelingSaved.get(), labelingFile, "  (zlib-packed plain int array)");
   if (report(colourSaved.get(), colourFile)) printLegend(colours);

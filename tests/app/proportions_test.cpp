@@ -36,6 +36,17 @@ TEST(Proportions, ArePairsWhateverTheLineBreaks) {
   EXPECT_THAT(proportions.sigmas, ElementsAre(0.1f, 0.2f, 0));
 }
 
+TEST(Proportions, MayBeginWithAByteOrderMark) {
+  EXPECT_THAT(read("\xef\xbb\xbf"
+                   "0.25 0.1 0.75 0.2")
+                  .means,
+              ElementsAre(0.25f, 0.75f, 0));
+  EXPECT_THAT(read("\xef\xbb\xbf"
+                   "0.25 0.1 \xef\xbb\xbf")
+                  .means,
+              ElementsAre(0.25f, 0));
+}
+
 TEST(Proportions, AreReadByStreamExtraction) {
   const Proportions proportions = read("25e-2+.1 -1-0");
   EXPECT_THAT(proportions.means, ElementsAre(0.25f, -1, 0));

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <zlib.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -17,7 +19,7 @@ namespace {
 
 const std::string kMustHold =
     "the data term must be a packed array of floats for 12 x 8 pixels x 4 labels, the background "
-    "label included";
+    "label included (one label more than the proportions file has)";
 
 class RatsegWarnings : public RatsegProgram {
  protected:
@@ -105,11 +107,18 @@ TEST_F(RatsegWarnings, TellUnknownOptions) {
 
 TEST_F(RatsegWarnings, TellAFolderThatResultsCannotBeSavedInBeforeTheRun) {
   const std::string missing = (dir_.path() / "missing").string();
-  expectWarnings({{"-outprefix", "missing/out"}}, {"results cannot be saved in the folder \"" +
-                                                   missing + "\": No such file or directory"});
+  const auto expect = [&](const std::string& reason) {
+    std::vector<std::string> lines = {"results cannot be saved in the folder \"" + missing +
+                                      "\": " + reason};
+    for (const char* file : {"result_labeling.gz", "result_labeling.png",
+                             "result_labeling_overlaid.png", "regularizer_weight.png"}) {
+      lines.push_back("\"missing/out_" + std::string(file) + "\" cannot be saved: " + reason);
+    }
+    expectWarnings({{"-outprefix", "missing/out"}}, lines);
+  };
+  expect("No such file or directory");
   saveText("missing", "a file");
-  expectWarnings({{"-outprefix", "missing/out"}},
-                 {"results cannot be saved in the folder \"" + missing + "\": Not a directory"});
+  expect("Not a directory");
 }
 
 TEST_F(RatsegWarnings, TellFilesThatCannotBeRead) {
@@ -143,27 +152,79 @@ TEST_F(RatsegWarnings, TellAnImageThatAsksToBeTurned) {
   expectEcho(result, "Image to segment: photo.jpg (12 x 8)");
 }
 
+TEST_F(RatsegWarnings, TellAnImageOf16BitsWithSmallValues) {
+  QImage image(FourLabels::w, FourLabels::h, QImage::Format_Grayscale16);
+  const auto fill = [&](int greatest) {
+    for (int y = 0; y < image.height(); ++y) {
+      auto* row = reinterpret_cast<std::uint16_t*>(image.scanLine(y));
+      std::fill_n(row, image.width(), static_cast<std::uint16_t>(greatest));
+    }
+    saveImage("image.png", image);
+  };
+  const std::string warning = " of 256 are left in 8 bits; stretch its values to 65535 first";
+  const std::string begin = "\"image.png\" has 16 bits per channel, but only small values: ";
+  fill(4095);
+  expectWarnings({}, {begin + "17 levels" + warning});
+  fill(0);
+  expectWarnings({}, {begin + "1 level" + warning});
+  fill(63 * 257);
+  expectWarnings({}, {begin + "64 levels" + warning});
+  fill(64 * 257);
+  expectWarnings({}, {});
+  saveImage("image.png", blackImage(FourLabels::w, FourLabels::h));
+  expectWarnings({}, {});
+}
+
 TEST_F(RatsegWarnings, TellADatatermOfLongerNumbersThanFloats) {
   const std::vector<float> rho = FourLabels::dataterm();
-  const std::string line =
-      "\"dataterm.gz\" holds more bytes than its 384 floats of 4 bytes; the rest is ignored";
   writePackedArray(dir_.file("dataterm.gz"), std::vector<double>(rho.begin(), rho.end()));
-  const ProgramResult result = expectWarnings(
-      {}, {line + "; there are just twice as many: numbers of 8 bytes (float64) are the usual "
-                  "reason"});
-  expectEcho(result, "Dataterm: dataterm.gz");
+  const ProgramResult doubles = expectWarnings(
+      {},
+      {"\"dataterm.gz\" holds 8 bytes for each of its 384 numbers, as float64 has; the data term "
+       "must be a packed array of floats of 4 bytes"},
+      1);
+  EXPECT_TRUE(doubles.out.ends_with("\nERROR loading dataterm dataterm.gz\n"));
   const std::string twice = unpacked("dataterm.gz");
   for (const std::size_t bytes : {twice.size() - 1, twice.size() + 1}) {
     std::string other = twice;
     other.resize(bytes);
     saveText("dataterm.gz", other);
-    expectWarnings({}, {line});
+    const ProgramResult result = expectWarnings(
+        {},
+        {"\"dataterm.gz\" holds more bytes than its 384 floats of 4 bytes; the rest is ignored"});
+    expectEcho(result, "Dataterm: dataterm.gz");
   }
+}
+
+TEST_F(RatsegWarnings, TellADatatermOfIntegers) {
+  std::vector<int> costs(384);
+  for (std::size_t k = 0; k < costs.size(); ++k) costs[k] = static_cast<int>(k % 10);
+  writePackedArray(dir_.file("dataterm.gz"), costs);
+  expectWarnings({}, {"\"dataterm.gz\" holds no cost of 1e-30 or more: integers instead of floats "
+                      "are the usual reason"});
+  saveDataterm("dataterm.gz", std::vector<float>(384));
+  expectWarnings({}, {});
+  std::vector<float> one(384);
+  one.back() = -1e-30f;
+  saveDataterm("dataterm.gz", one);
+  expectWarnings({}, {});
 }
 
 TEST_F(RatsegWarnings, TellWhatADatatermMustHold) {
   saveDataterm("dataterm.gz", FourLabels::dataterm(5));
+  expectWarnings({}, {"\"dataterm.gz\" holds 5 labels for 96 pixels; " + kMustHold}, 1);
+  saveDataterm("dataterm.gz", std::vector<float>(385));
   expectWarnings({}, {kMustHold}, 1);
+}
+
+TEST_F(RatsegWarnings, TellADatatermWithoutTheNumberOfItsElements) {
+  gzFile file = gzopen(dir_.file("dataterm.gz").c_str(), "wb");
+  const std::vector<float> rho = FourLabels::dataterm();
+  gzwrite(file, rho.data(), static_cast<unsigned>(rho.size() * sizeof(float)));
+  gzclose(file);
+  expectWarnings(
+      {}, {"\"dataterm.gz\" does not begin with the number of elements (8 bytes); " + kMustHold},
+      1);
 }
 
 TEST_F(RatsegWarnings, TellADatatermThatIsNoGzipFile) {
@@ -230,8 +291,14 @@ TEST_F(RatsegWarnings, TellProportionsWithoutSense) {
   saveText("proportions.txt", "-0.5 0.1 1.5 0 0 -2");
   expectWarnings({}, {"\"proportions.txt\": mean -0.5 of label 0 is not from 0 to 1",
                       "\"proportions.txt\": mean 1.5 of label 1 is not from 0 to 1",
-                      "\"proportions.txt\": sigma 0 of label 1 is not positive",
-                      "\"proportions.txt\": sigma -2 of label 2 is not positive"});
+                      "\"proportions.txt\": sigma 0 of label 1 makes its share strict",
+                      "\"proportions.txt\": sigma -2 of label 2 is negative; it counts as 2"});
+  saveText("proportions.txt", "40 2 60.5 2 0.1 2");
+  expectWarnings({},
+                 {"\"proportions.txt\": mean 40 of label 0 is not from 0 to 1; 40 % is 0.4",
+                  "\"proportions.txt\": mean 60.5 of label 1 is not from 0 to 1; 60.5 % is 0.605",
+                  "\"proportions.txt\": the means sum to 100.6; they are shares of the "
+                  "foreground and should sum to 1"});
   saveText("proportions.txt", "0.1 0.1 0.1 0.1 0.2 0.1");
   expectWarnings({}, {"\"proportions.txt\": the means sum to 0.4; they are shares of the "
                       "foreground and should sum to 1"});

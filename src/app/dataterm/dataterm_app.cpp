@@ -23,9 +23,11 @@
 #include "app/dataterm/options.h"
 #include "app/dataterm/scribble_problem.h"
 #include "app/dataterm/scribble_warnings.h"
+#include "app/image_warnings.h"
 #include "app/usage_wanted.h"
 #include "device/selection.h"
 #include "util/cudautil.h"
+#include "util/file_replacement.h"
 #include "util/fileio.h"
 #include "util/rgb.h"
 
@@ -70,10 +72,7 @@ Image loadImage(const std::string& file) {
                          (error.empty() ? "it does not fit into memory" : error));
   }
   image.pixels.reset(pixels);
-  if (FileIO::imageAsksToBeTurned(file)) {
-    warn(file +
-         " asks to be shown turned or mirrored (EXIF orientation); its pixels are used as stored");
-  }
+  for (const std::string& line : imageWarnings(file, pixels, image.size())) warn(file + " " + line);
   return image;
 }
 
@@ -179,28 +178,31 @@ void refuseOverwriting(const DatatermOptions& options) {
 }
 
 [[noreturn]] void failWriting(const std::string& option, const std::string& file) {
-  const std::string reason = errno != 0 ? std::strerror(errno) : "the file could not be written";
+  const std::string known = textOfErrno(errno);
+  const std::string reason = known.empty() ? "the file could not be written" : known;
   throw InputError(option + " " + file, "a file that can be written", reason);
 }
 
 void writeDataterm(const std::string& file, const std::vector<float>& rho) {
   errno = 0;
+  FileReplacement replacement(file);
   // Level 1: higher ones take several times as long and save little on floats.
-  gzFile out = gzopen(file.c_str(), "wb1");
-  if (out == nullptr) failWriting("-out", file);
+  gzFile out = gzopen(replacement.path().c_str(), "wb1");
   const std::uint64_t count = rho.size();
-  if (!FileIO::writeGZ(out, &count, sizeof count) ||
-      !FileIO::writeGZ(out, rho.data(), rho.size() * sizeof(float)) || gzclose(out) != Z_OK) {
+  if (out == nullptr || !FileIO::writeGZ(out, &count, sizeof count) ||
+      !FileIO::writeGZ(out, rho.data(), rho.size() * sizeof(float)) || gzclose(out) != Z_OK ||
+      !replacement.finish()) {
     failWriting("-out", file);
   }
 }
 
 void writeProportions(const std::string& file, const std::vector<double>& shares, double spread) {
   errno = 0;
-  std::ofstream out(file);
+  FileReplacement replacement(file);
+  std::ofstream out(replacement.path());
   for (double share : shares) out << numberText(share) << " " << numberText(spread) << "\n";
   out.close();
-  if (!out) failWriting("-proportions", file);
+  if (!out || !replacement.finish()) failWriting("-proportions", file);
 }
 
 void report(const Problem& problem, const DatatermOptions& options) {

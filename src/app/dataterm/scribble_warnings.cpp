@@ -1,5 +1,6 @@
 #include "app/dataterm/scribble_warnings.h"
 
+#include <algorithm>
 #include <numeric>
 #include <sstream>
 
@@ -37,6 +38,22 @@ void warnOfUnmarkedLabels(const std::vector<std::size_t>& marks, const DatatermO
   }
 }
 
+// Pixels of a colour that was not meant make labels of their own.
+void warnOfStrayMarks(const std::vector<std::size_t>& marks, const DatatermOptions& options,
+                      std::vector<std::string>& lines) {
+  constexpr std::size_t kFew = 3;
+  constexpr std::size_t kMany = 100 * kFew;
+  if (marks.empty() || *std::max_element(marks.begin(), marks.end()) < kMany) return;
+  for (std::size_t k = 0; k < marks.size(); ++k) {
+    if (marks[k] == 0 || marks[k] > kFew) continue;
+    const bool isBackground = k + 1 == marks.size() && !options.sharesOfImage;
+    lines.push_back("label " + std::to_string(k) + (isBackground ? ", the background," : "") +
+                    " has only " + std::to_string(marks[k]) +
+                    (marks[k] == 1 ? " scribble pixel in " : " scribble pixels in ") +
+                    options.scribbles + ": a stray mark?");
+  }
+}
+
 }  // namespace
 
 std::vector<std::string> scribbleWarnings(const std::vector<std::size_t>& marks, std::size_t pixels,
@@ -52,6 +69,7 @@ std::vector<std::string> scribbleWarnings(const std::vector<std::size_t>& marks,
                     (options.sharesOfImage ? "" : ", with " + last + " as the background"));
   }
   warnOfUnmarkedLabels(marks, options, lines);
+  warnOfStrayMarks(marks, options, lines);
   const std::size_t marked = std::accumulate(marks.begin(), marks.end(), std::size_t{0});
   if (marked > pixels / 2) {
     lines.push_back(std::to_string(marked) + " of " + std::to_string(pixels) +

@@ -206,6 +206,17 @@ TEST_F(DatatermResults, AnImageThatAsksToBeTurnedIsWarnedOfAndUsedAsStored) {
             "orientation); its pixels are used as stored\n");
 }
 
+TEST_F(DatatermResults, AnImageOf16BitsWithSmallValuesIsWarnedOf) {
+  QImage image(w, h, QImage::Format_Grayscale16);
+  image.fill(Qt::black);
+  ASSERT_TRUE(image.save(QString::fromStdString(dir_.file("dark.png"))));
+  const ProgramResult result = run({{"-image", "dark.png"}});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            "ratseg-dataterm: warning: dark.png has 16 bits per channel, but only small values: 1 "
+            "level of 256 are left in 8 bits; stretch its values to 65535 first\n");
+}
+
 TEST_F(DatatermResults, TheDeviceOptionGoesBeforeTheEnvironment) {
   program_.environment["RATSEG_DEVICE"] = "nonsense";
   EXPECT_EQ(run({{"-device", "host"}}).status, 0);

@@ -64,6 +64,18 @@ TEST(ScribbleWarnings, TellScribblesOnMoreThanHalfOfThePixels) {
   EXPECT_EQ(scribbleWarnings({1, 1, 1}, 5, options()).size(), 1u);
 }
 
+TEST(ScribbleWarnings, TellFewPixelsOfALabelBesideManyOfAnother) {
+  EXPECT_THAT(scribbleWarnings({300, 3, 4, 1}, 10000, options()),
+              ElementsAre("label 1 has only 3 scribble pixels in s.png: a stray mark?",
+                          "label 3, the background, has only 1 scribble pixel in s.png: a stray "
+                          "mark?"));
+  EXPECT_THAT(scribbleWarnings({1, 300, 300}, 10000, options(true)),
+              ElementsAre("label 0 has only 1 scribble pixel in s.png: a stray mark?"));
+  EXPECT_THAT(scribbleWarnings({300, 300, 1}, 10000, options(true)),
+              ElementsAre("label 2 has only 1 scribble pixel in s.png: a stray mark?"));
+  EXPECT_THAT(scribbleWarnings({299, 3, 1}, 10000, options()), IsEmpty());
+}
+
 TEST(ScribbleWarnings, TellASingleForegroundLabelUnlessSharesAreOfTheImage) {
   EXPECT_THAT(scribbleWarnings({1, 1}, 100, options()),
               ElementsAre("with a single foreground label, shares of the foreground say nothing; "

@@ -77,8 +77,8 @@ inline float inverseRoot(float x) { return 1.0f / std::sqrt(x); }
 inline float quotient(float a, float b) { return a / b; }
 #endif
 
-// Radius of the disc that holds p, and its square. No bound is a square of infinity. On a GPU lambda
-// and weights that are no normal numbers (below 1.2e-38) count as 0.
+// Radius of the disc that holds p, and its square. No bound is a square of infinity. On a GPU
+// lambda and weights that are no normal numbers (below 1.2e-38) count as 0.
 struct StripRadius {
   float radius, square;
 };

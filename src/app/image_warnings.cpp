@@ -1,0 +1,40 @@
+#include "app/image_warnings.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "util/fileio.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+// The levels of 256 up to the greatest value of all channels.
+int usedLevels(const RGB* pixels, std::size_t count) {
+  float greatest = 0;
+  for (std::size_t k = 0; k < count; ++k) {
+    greatest = std::max({greatest, pixels[k].x, pixels[k].y, pixels[k].z});
+  }
+  return static_cast<int>(std::lround(greatest * 255)) + 1;
+}
+
+}  // namespace
+
+std::vector<std::string> imageWarnings(const std::string& file, const RGB* pixels,
+                                       std::size_t count) {
+  std::vector<std::string> lines;
+  if (FileIO::imageAsksToBeTurned(file)) {
+    lines.emplace_back(
+        "asks to be shown turned or mirrored (EXIF orientation); its pixels are used as stored");
+  }
+  constexpr int kFew = 64;
+  const int levels = usedLevels(pixels, count);
+  if (levels <= kFew && FileIO::imageHas16Bits(file)) {
+    lines.push_back("has 16 bits per channel, but only small values: " + std::to_string(levels) +
+                    (levels == 1 ? " level" : " levels") +
+                    " of 256 are left in 8 bits; stretch its values to 65535 first");
+  }
+  return lines;
+}
+
+}  // namespace namespace_ratseg

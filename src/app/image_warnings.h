@@ -1,0 +1,21 @@
+#ifndef RATSEG_APP_IMAGE_WARNINGS_H
+#define RATSEG_APP_IMAGE_WARNINGS_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "util/rgb.h"
+
+namespace namespace_ratseg {
+
+// What its user may not know of an image that was loaded: a line each, without the file's name in
+// front. pixels are its colours, from 0 to 1.
+//   - It asks to be shown turned or mirrored.
+//   - It has 16 bits per channel, of which so small values are used that few levels are left.
+std::vector<std::string> imageWarnings(const std::string& file, const RGB* pixels,
+                                       std::size_t count);
+
+}  // namespace namespace_ratseg
+
+#endif
