@@ -138,7 +138,8 @@ void segment(Cmd& cmd) {
   times.begin("writing");
   writeResultFiles(options.outprefix,
                    {image.w, image.h, par.n, labeling, image.pixels.get(), weight.get()});
-  printShares(std::cerr, labeling, proportions, par.mu != 0.0f);
+  const bool balanced = par.mu != 0.0f && par.Nsteps > 0;
+  printShares(std::cerr, labeling, proportions, balanced);
   if (options.timing) times.print(std::cerr);
 }
 

@@ -71,6 +71,18 @@ Saved out_regularizer_weight.png
   EXPECT_EQ(result.status, 0);
 }
 
+TEST_F(RatsegRun, NamesMissedSharesOnlyWhereThePriorPulls) {
+  saveText("proportions.txt", "0.9 0.01 0.05 0.2 0.05 0.3");
+  const auto note = [&](const char* mu, const char* iterations = "1") {
+    const std::string err = run({{"-mu", mu}, {"-iterations", iterations}}).err;
+    return err.find("    label 0 is 56.7 spreads from its mean\n") != std::string::npos;
+  };
+  EXPECT_TRUE(note("0.001"));
+  EXPECT_TRUE(note("-1"));
+  EXPECT_FALSE(note("0"));
+  EXPECT_FALSE(note("0.001", "0"));
+}
+
 TEST_F(RatsegRun, LeavesNothingButTheResultFiles) {
   ASSERT_EQ(run().status, 0);
   std::set<std::string> files;
