@@ -90,12 +90,18 @@ LabelPicture loadBeside(const std::string& file, const Image& image, const std::
 // What is to be computed, read from the files that the options name.
 struct Problem {
   Image image;
-  std::size_t labels = 0;  // without the void background label
+  std::size_t scribbledPixels = 0;  // of the image that the scribbles were drawn on
+  std::size_t labels = 0;           // without the void background label
   std::vector<std::vector<RGB>> colours;
   std::vector<double> shares;  // empty without -truth
 
   explicit Problem(const DatatermOptions& options) : image(loadImage(options.image)) {
-    const LabelPicture scribbles = loadBeside(options.scribbles, image, options.image);
+    const bool other = !options.scribbledImage.empty();
+    const std::string& scribbledFile = other ? options.scribbledImage : options.image;
+    const Image otherImage = other ? loadImage(scribbledFile) : Image();
+    const Image& scribbled = other ? otherImage : image;
+    scribbledPixels = scribbled.size();
+    const LabelPicture scribbles = loadBeside(options.scribbles, scribbled, scribbledFile);
     std::optional<LabelPicture> truth;
     if (!options.truth.empty()) truth = loadBeside(options.truth, image, options.image);
     if (scribbles.highest() == 0) {
@@ -106,7 +112,7 @@ struct Problem {
       throw InputError(options.scribbles, "marks of at least two labels (a 2 or higher)",
                        "no mark above 1");
     }
-    colours = scribbleColours(scribbles, image.pixels.get(), labels);
+    colours = scribbleColours(scribbles, scribbled.pixels.get(), labels);
     if (truth) {
       shares = namespace_ratseg::shares(*truth, labels, options.sharesOfImage);
       if (shares.empty()) {
@@ -121,7 +127,9 @@ struct Problem {
 void warnOfScribbles(const Problem& problem, const DatatermOptions& options) {
   std::vector<std::size_t> marks;
   for (const auto& list : problem.colours) marks.push_back(list.size());
-  for (const std::string& line : scribbleWarnings(marks, problem.image.size(), options)) warn(line);
+  for (const std::string& line : scribbleWarnings(marks, problem.scribbledPixels, options)) {
+    warn(line);
+  }
 }
 
 void chooseDevice(const DatatermOptions& options) {
@@ -169,7 +177,8 @@ void refuseOverwriting(const DatatermOptions& options) {
       throw InputError(option + " " + out, "a file of its own", "that it is " + in + " as well");
     }
   };
-  for (const std::string& in : {options.image, options.scribbles, options.truth}) {
+  for (const std::string& in :
+       {options.image, options.scribbles, options.scribbledImage, options.truth}) {
     if (in.empty()) continue;
     refuse("-out", options.out, in);
     if (!options.proportions.empty()) refuse("-proportions", options.proportions, in);

@@ -13,7 +13,8 @@ namespace namespace_ratseg {
 const char* const kDatatermUsage =
     R"(ratseg-dataterm: data term and proportions for ratseg from scribbles
 
-  ratseg-dataterm -image F -scribbles F -out F [-sigma 5] [-thr 10]
+  ratseg-dataterm -image F -scribbles F -out F [-scribbled-image F]
+                  [-sigma 5] [-thr 10]
                   [-truth F -proportions F [-spread 0.02]]
                   [-shares foreground|image] [-device auto|cuda|host]
 
@@ -24,6 +25,10 @@ const char* const kDatatermUsage =
     marked. The background is the last label
 -out <filename>
     Data term file to write
+-scribbled-image <filename>
+    Image that the scribbles were drawn on, and whose size and colours they have, where that is
+    another one: one slice of a stack, one frame of a video
+    Default: the image to segment
 -sigma <float>
     How far colours count as alike, in CIELAB units
     Default: 5
@@ -56,8 +61,9 @@ class Reader {
   Reader(int argc, const char* const* argv) : cmd_(argc, argv, "", nullptr, 0) {}
 
   void refuseUnknown() const {
-    static const std::string known[] = {"image", "scribbles",   "out",    "sigma",  "thr",
-                                        "truth", "proportions", "spread", "shares", "device"};
+    static const std::string known[] = {"image",  "scribbles", "scribbled-image", "out",
+                                        "sigma",  "thr",       "truth",           "proportions",
+                                        "spread", "shares",    "device"};
     for (const auto& [name, values] : cmd_.values) {
       bool isKnown = false;
       for (const std::string& k : known) isKnown = isKnown || k == name;
@@ -163,6 +169,7 @@ DatatermOptions DatatermOptions::parse(int argc, const char* const* argv) {
   reader.required("image", options.image);
   reader.required("scribbles", options.scribbles);
   reader.required("out", options.out);
+  reader.text("scribbled-image", "a file name", options.scribbledImage);
   const auto isPositive = [](float v) { return v > 0 && std::isfinite(v); };
   reader.number("sigma", "a number greater than 0", options.sigma, isPositive);
   reader.number("thr", "a number greater than 0 and below 1e36", options.thr,

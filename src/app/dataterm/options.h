@@ -9,6 +9,7 @@ namespace namespace_ratseg {
 struct DatatermOptions {
   std::string image;           // -image, required
   std::string scribbles;       // -scribbles, required
+  std::string scribbledImage;  // -scribbled-image; empty: the image
   std::string out;             // -out, required
   std::string truth;           // -truth; empty: no proportions file is written
   std::string proportions;     // -proportions, given together with -truth

@@ -73,6 +73,9 @@ TEST_F(DatatermErrors, PicturesOfAnotherSize) {
   saveGrey("truth.png", {0, 1, 2, 0, 1, 2}, 6);
   expectError(runWithTruth(),
               "truth.png: expected 6 x 2 pixels as in image.png, but found 6 x 1 pixels");
+  saveGrey("first.png", {0, 119, 255}, 3);
+  expectError(run({{"-scribbled-image", "first.png"}}),
+              "scribbles.png: expected 3 x 1 pixels as in first.png, but found 6 x 2 pixels");
 }
 
 TEST_F(DatatermErrors, ScribblesWithoutMarks) {
@@ -126,6 +129,9 @@ TEST_F(DatatermErrors, InputsAreNotOverwritten) {
               "-proportions dataterm.gz: expected a file of its own, but found that it is "
               "dataterm.gz as well");
   EXPECT_EQ(text("scribbles.png"), before);
+  saveGrey("first.png", {0, 119, 255}, 3);
+  expectError(run({{"-scribbled-image", "first.png"}, {"-out", "first.png"}}),
+              "-out first.png: expected a file of its own, but found that it is first.png as well");
 }
 
 TEST_F(DatatermErrors, NoDevice) {

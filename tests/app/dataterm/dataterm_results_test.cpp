@@ -45,7 +45,8 @@ TEST_F(DatatermResults, WithoutArgumentsTheUsageScreenIsPrinted) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, kDatatermUsage);
   EXPECT_EQ(result.err, "");
-  EXPECT_THAT(result.out, HasSubstr("ratseg-dataterm -image F -scribbles F -out F [-sigma 5]"));
+  EXPECT_THAT(result.out,
+              HasSubstr("ratseg-dataterm -image F -scribbles F -out F [-scribbled-image F]\n"));
 }
 
 TEST_F(DatatermResults, HelpIsTheUsageScreen) {
@@ -84,6 +85,21 @@ TEST_F(DatatermResults, ThrCapsTheCosts) {
   ASSERT_EQ(run({{"-thr", "3.5"}}).status, 0);
   EXPECT_THAT(plane(dataterm(), 0),
               ElementsAre(0, 0, 3.5, 3.5, 3.5, 3.5, 0, 0, 3.5, 3.5, 3.5, 3.5));
+}
+
+TEST_F(DatatermResults, ScribblesOnAnotherImageHaveItsSizeAndColours) {
+  ASSERT_EQ(run().status, 0);
+  const std::vector<float> own = dataterm();
+  // The same colours in a picture of 3 x 1 pixels.
+  saveGrey("first.png", {119, 0, 255}, 3);
+  saveGrey("scribbles.png", {2, 1, 3}, 3);
+  const ProgramResult result = run({{"-scribbled-image", "first.png"}});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.out.find("(data term of 3 labels, 6 x 2 pixels)"), std::string::npos)
+      << result.out;
+  EXPECT_NE(result.err.find("3 of 3 pixels are marked in scribbles.png"), std::string::npos)
+      << result.err;
+  EXPECT_EQ(dataterm(), own);
 }
 
 TEST_F(DatatermResults, IndexedScribblesAreReadByIndex) {

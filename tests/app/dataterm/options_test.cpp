@@ -37,6 +37,7 @@ TEST(DatatermOptions, HaveDefaults) {
   EXPECT_EQ(options.image, "i.png");
   EXPECT_EQ(options.scribbles, "s.png");
   EXPECT_EQ(options.out, "d.gz");
+  EXPECT_EQ(options.scribbledImage, "");
   EXPECT_EQ(options.truth, "");
   EXPECT_EQ(options.proportions, "");
   EXPECT_EQ(options.sigma, 5.0f);
@@ -47,9 +48,10 @@ TEST(DatatermOptions, HaveDefaults) {
 }
 
 TEST(DatatermOptions, AreRead) {
-  const auto options =
-      parse(complete({"-truth", "t.png", "-proportions", "p.txt", "-spread", "0", "-sigma", "2.5",
-                      "-thr", "1e2", "-shares", "image", "-device", "host"}));
+  const auto options = parse(
+      complete({"-truth", "t.png", "-proportions", "p.txt", "-spread", "0", "-sigma", "2.5", "-thr",
+                "1e2", "-shares", "image", "-device", "host", "-scribbled-image", "f.png"}));
+  EXPECT_EQ(options.scribbledImage, "f.png");
   EXPECT_EQ(options.truth, "t.png");
   EXPECT_EQ(options.proportions, "p.txt");
   EXPECT_EQ(options.spread, 0.0);
