@@ -80,7 +80,8 @@ void parallelForInTwoParts(std::size_t count, std::size_t work, First&& first, B
       complete = !exception.any();
     }
 #pragma omp barrier
-#pragma omp for schedule(static)
+// The end of the region waits for all.
+#pragma omp for schedule(static) nowait
     for (std::ptrdiff_t i = 0; i < last; ++i) {
       if (complete) exception.guard([&] { second(static_cast<std::size_t>(i)); });
     }
