@@ -16,6 +16,7 @@
 #include "app/labeling_shares.h"
 #include "app/messages.h"
 #include "app/options.h"
+#include "app/process.h"
 #include "app/proportions.h"
 #include "app/result_files.h"
 #include "app/stage_times.h"
@@ -111,6 +112,9 @@ void segment(Cmd& cmd) {
   RatSeg solver;
   Params& par = solver.getParams();
   const Options options = readOptions(cmd, par);
+  for (const std::string& file : resultFileNames(options.outprefix)) {
+    removeLeftovers(file, "ratseg");
+  }
 
   StageTimes times;
   times.begin("reading the image");
@@ -159,7 +163,7 @@ App_ReleaseRatSeg::App_ReleaseRatSeg(int argc, char** argv) {
       segment(cmd);
     }
   } catch (const std::bad_alloc&) {
-    fail("ERROR: out of memory");
+    endForLackOfMemory();
   }
 }
 

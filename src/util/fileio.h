@@ -13,6 +13,8 @@ class QImage;
 
 namespace namespace_ratseg {
 
+class FileReplacement;
+
 // Packed arrays and image files. Failures are reported by false; only loadArray prints (on standard
 // output), and nothing throws but std::bad_alloc. File names are bytes, as the system takes them.
 //
@@ -53,11 +55,13 @@ class FileIO {
   // Reads the file to its end, but not more than limit bytes.
   static GZContents inspectGZ(const std::string& filename, std::size_t limit);
 
-  // Writes count elements as a packed array. T is float or int.
-  //
-  // This and the functions that save images replace an old file only by a complete one, where that
-  // can be done (util/file_replacement.h); otherwise a failure may leave a partial file. A failure
-  // sets *error, unless that is null, to the reason, as far as it is known.
+  // Makes count elements the new content of a file, as a packed array; level is zlib's, from 1
+  // (fast) to 9 (small). False with errno. T is float or int.
+  template <class T>
+  static bool makeArray(FileReplacement& file, const T* array, std::size_t count, int level = 9);
+
+  // The same for the file of that name, which it replaces. A failure leaves the old file as it was,
+  // as far as file_replacement.h says, and sets *error, unless that is null, to the reason.
   template <class T>
   static bool saveArray(const std::string& filename, const T* array, std::size_t count,
                         std::string* error = nullptr);
@@ -89,8 +93,12 @@ class FileIO {
   // Whether the file looks like an image of a format that Qt reads.
   static bool imageFormatIsKnown(const std::string& filename);
 
-  // Write a PNG file: an image; w * h colour pixels (ImageTransforms::imageToQImage); w * h byte
-  // triples, blue first.
+  // Makes the image the new content of a file, as PNG. False with *error, unless that is null.
+  static bool makeImagePNG(FileReplacement& file, const QImage& image,
+                           std::string* error = nullptr);
+
+  // Write a PNG file, as saveArray does: an image; w * h colour pixels
+  // (ImageTransforms::imageToQImage); w * h byte triples, blue first.
   static bool saveImagePNG(const QImage* image, const std::string& filename,
                            std::string* error = nullptr);
   static bool saveImagePNG(const float4* image, int w, int h, const std::string& filename,
