@@ -99,15 +99,21 @@ void printLegend(const std::vector<RGB>& colours) {
   std::cout << std::flush;
 }
 
+// An image without memory for its pixels is null.
+bool makePNG(FileReplacement& file, const QImage& image, std::string* error) {
+  if (image.isNull()) throw std::bad_alloc();
+  return FileIO::makeImagePNG(file, image, error);
+}
+
 // w * h colours as a PNG file.
 bool makeColourPNG(FileReplacement& file, const RGB* colours, int w, int h, std::string* error) {
   const std::unique_ptr<QImage> image(ImageTransforms::imageToQImage(colours, w, h, nullptr));
-  return FileIO::makeImagePNG(file, *image, error);
+  return makePNG(file, *image, error);
 }
 
 bool makeGreyPNG(FileReplacement& file, const float* values, int w, int h, std::string* error) {
   const std::unique_ptr<QImage> image(ImageTransforms::imageToQImage<float>(values, w, h));
-  return FileIO::makeImagePNG(file, *image, error);
+  return makePNG(file, *image, error);
 }
 
 }  // namespace

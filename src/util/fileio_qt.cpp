@@ -12,6 +12,7 @@
 #include "util/file_replacement.h"
 #include "util/fileio.h"
 #include "util/imagetransforms.h"
+#include "util/png_encoder.h"
 
 namespace namespace_ratseg {
 
@@ -118,12 +119,11 @@ bool FileIO::imageFormatIsKnown(const std::string& filename) {
   return askReader(filename, [](QImageReader& reader) { return reader.canRead(); });
 }
 
-// Qt encodes the image, but would neither take every name nor notice a disk that is full.
 bool FileIO::makeImagePNG(FileReplacement& file, const QImage& image, std::string* error) {
   QByteArray png;
-  QBuffer buffer(&png);
-  if (!buffer.open(QIODevice::WriteOnly) || !image.save(&buffer, "PNG", -1)) {
-    if (error != nullptr) *error = "it cannot be encoded as PNG";
+  std::string reason;
+  if (!encodePNG(image, png, reason)) {
+    if (error != nullptr) *error = reason;
     return false;
   }
   const bool made = file.make([&png](int descriptor) {
