@@ -16,6 +16,9 @@ bin=$root/build/digests/bin
 export RATSEG_DEVICE=host
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+# Programs name their files: all paths are relative to the folder that they run in.
+mkdir "$work/made"
+ln -s "$(realpath "$shared")" "$work/shared"
 
 solver() {
   local isa devices
@@ -41,24 +44,24 @@ digest_run() {
 }
 
 programs() {
-  local folder name image dataterm=$work/made/d.gz proportions=$work/made/p.txt
-  for folder in "$shared"/cases/*/; do
+  local folder name image options
+  cd "$work/made"
+  for folder in ../shared/cases/*/; do
     name=$(basename "$folder")
     digest_run "case $name" "$bin/ratseg" -image "$folder/image.png" -dataterm "$folder/dataterm.gz" \
       -proportions "$folder/proportions.txt" -lambda 1 -mu 10 -iterations 50
   done
-  for folder in "$shared"/pictures/*/; do
+  for folder in ../shared/pictures/*/; do
     name=$(basename "$folder")
     image=$(find "$folder" -name 'image.*')
     digest_run "dataterm $name" "$bin/ratseg-dataterm" -image "$image" \
       -scribbles "$folder/scribbles.png" -truth "$folder/truth.png" -proportions p.txt -out d.gz \
       -shares image
-    rm -rf "$work/made"
-    cp -r "$work/run" "$work/made"
+    cp "$work/run/d.gz" "$work/run/p.txt" "$work/made/"
     for options in "" "-accelerate 1 -tolerance 1e-3"; do
       # shellcheck disable=SC2086
-      digest_run "picture $name $options" "$bin/ratseg" -image "$image" -dataterm "$dataterm" \
-        -proportions "$proportions" -lambda 2 -mu 500 -iterations 30 $options
+      digest_run "picture $name $options" "$bin/ratseg" -image "$image" -dataterm ../made/d.gz \
+        -proportions ../made/p.txt -lambda 2 -mu 500 -iterations 30 $options
     done
   done
 }
