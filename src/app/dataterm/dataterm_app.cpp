@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -24,12 +23,14 @@
 #include "app/dataterm/scribble_problem.h"
 #include "app/dataterm/scribble_warnings.h"
 #include "app/image_warnings.h"
+#include "app/messages.h"
 #include "app/usage_wanted.h"
 #include "device/selection.h"
 #include "util/cudautil.h"
 #include "util/file_replacement.h"
 #include "util/fileio.h"
 #include "util/rgb.h"
+#include "util/same_file.h"
 
 namespace namespace_ratseg {
 
@@ -51,10 +52,6 @@ std::string numberText(double value) {
   char text[32];
   std::snprintf(text, sizeof text, "%.9g", value);
   return text;
-}
-
-void warn(const std::string& message) {
-  std::cerr << "ratseg-dataterm: warning: " << message << std::endl;
 }
 
 Image loadImage(const std::string& file) {
@@ -172,8 +169,7 @@ std::vector<float> computeDataterm(Problem& problem, const DatatermOptions& opti
 // Hand-drawn scribbles are not to be lost by a slip of the fingers.
 void refuseOverwriting(const DatatermOptions& options) {
   const auto refuse = [](const std::string& option, const std::string& out, const std::string& in) {
-    std::error_code ignored;
-    if (out == in || std::filesystem::equivalent(out, in, ignored)) {
+    if (sameFile(out, in)) {
       throw InputError(option + " " + out, "a file of its own", "that it is " + in + " as well");
     }
   };
@@ -240,6 +236,7 @@ void run(const DatatermOptions& options) {
   Problem problem(options);
   chooseDevice(options);
   warnOfScribbles(problem, options);
+  if (options.strict && warningCount() > 0) throw std::runtime_error(warningsAreErrors());
   writeDataterm(options.out, computeDataterm(problem, options));
   if (!problem.shares.empty()) {
     writeProportions(options.proportions, problem.shares, options.spread);
@@ -250,6 +247,7 @@ void run(const DatatermOptions& options) {
 }  // namespace
 
 int runDatatermApp(int argc, const char* const* argv) {
+  setProgramName("ratseg-dataterm");
   if (usageWanted(argc, argv)) {
     std::cout << kDatatermUsage;
     return 0;
