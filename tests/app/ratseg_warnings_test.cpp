@@ -260,6 +260,14 @@ TEST_F(RatsegWarnings, TellADamagedDataterm) {
   expectWarnings({}, {"\"dataterm.gz\" is damaged: incorrect data check; " + kMustHold}, 1);
 }
 
+TEST_F(RatsegWarnings, TellADatatermWithoutItsChecksum) {
+  const auto size = std::filesystem::file_size(dir_.file("dataterm.gz"));
+  for (const std::size_t missing : {1, 4, 8}) {
+    std::filesystem::resize_file(dir_.file("dataterm.gz"), size - missing);
+    expectWarnings({}, {"\"dataterm.gz\" ends early: its checksum is missing; " + kMustHold}, 1);
+  }
+}
+
 // It is there no longer when it could be looked at again.
 TEST_F(RatsegWarnings, TellADatatermFromAPipeWhatItMustHold) {
   ASSERT_EQ(mkfifo(dir_.file("pipe").c_str(), 0600), 0);
