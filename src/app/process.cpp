@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "app/messages.h"
 #include "util/part_file.h"
 
 namespace namespace_ratseg {
@@ -84,10 +85,9 @@ void endForLackOfMemory() {
   std::_Exit(1);
 }
 
-void removeLeftovers(const std::string& file, const char* program) {
+void removeLeftovers(const std::string& file) {
   for (const std::string& left : removeDeadPartFiles(file)) {
-    std::cerr << program << ": removed " << left << ", which a run that was killed left behind"
-              << std::endl;
+    note("removed " + left + ", which a run that was killed left behind");
   }
 }
 

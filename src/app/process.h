@@ -19,7 +19,7 @@ void prepareProcess(int lastWords);
 [[noreturn]] void endForLackOfMemory();
 
 // Removes what killed runs left of the file (util/part_file.h), and says so on standard error.
-void removeLeftovers(const std::string& file, const char* program);
+void removeLeftovers(const std::string& file);
 
 }  // namespace namespace_ratseg
 

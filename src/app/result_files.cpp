@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "app/messages.h"
+#include "app/result_names.h"
 #include "util/file_replacement.h"
 #include "util/fileio.h"
 #include "util/imagetransforms.h"
@@ -158,14 +159,9 @@ void blendOverImage(std::vector<RGB>& colours, const RGB* image) {
   }
 }
 
-std::array<std::string, 4> resultFileNames(const std::string& prefix) {
-  return {prefix + "_result_labeling.gz", prefix + "_result_labeling.png",
-          prefix + "_result_labeling_overlaid.png", prefix + "_regularizer_weight.png"};
-}
-
 void writeResultFiles(const std::string& prefix, const Results& results) {
   const auto& [w, h, n, labeling, image, weight] = results;
-  const std::array<std::string, 4> names = resultFileNames(prefix);
+  const std::array<std::string, 4> names = resultFiles(prefix);
   ResultFile labels(names[0]);
   ResultFile colour(names[1]);
   ResultFile overlaid(names[2]);

@@ -4,7 +4,6 @@
 // From the solution to the result files. Per-pixel arrays are row-major, w * h elements; colours
 // have channels in [0, 1].
 
-#include <array>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -35,11 +34,6 @@ struct Results {
   const RGB* image;                  // w * h pixels, what was segmented
   const float* weight;               // w * h, the regulariser's weight
 };
-
-// The names of the result files, in the order in which they are reported: prefix +
-// "_result_labeling.gz" (packed array of ints), "_result_labeling.png",
-// "_result_labeling_overlaid.png" and "_regularizer_weight.png".
-std::array<std::string, 4> resultFileNames(const std::string& prefix);
 
 // Writes the result files, which take their places together when all are made. Says of each on
 // standard output whether it was saved; one that cannot be written does not keep the others from

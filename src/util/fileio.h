@@ -35,9 +35,10 @@ class FileIO {
                       std::size_t pieceBytes = kPieceBytes);
 
   // Fills the caller's array of count elements from a packed array of exactly that many. An
-  // uncompressed file of the same bytes is read too. The array's contents are undefined after a
-  // failure. Bytes behind the elements are ignored; after a success *more says whether there are
-  // any, unless more is null. T is float or int.
+  // uncompressed file of the same bytes is read too. False as well where the gzip stream's checksum
+  // is wrong or missing. The array's contents are undefined after a failure. Bytes behind the
+  // elements are ignored; after a success *more says whether there are any, unless more is null. T
+  // is float or int.
   template <class T>
   static bool loadArray(const std::string& filename, T* array, std::size_t count,
                         bool* more = nullptr);

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -21,6 +20,7 @@
 #include "app/dataterm/scribble_problem.h"
 #include "app/dataterm/scribble_warnings.h"
 #include "app/image_warnings.h"
+#include "app/messages.h"
 #include "app/process.h"
 #include "app/usage_wanted.h"
 #include "device/selection.h"
@@ -28,6 +28,7 @@
 #include "util/file_replacement.h"
 #include "util/fileio.h"
 #include "util/rgb.h"
+#include "util/same_file.h"
 
 namespace namespace_ratseg {
 
@@ -49,10 +50,6 @@ std::string numberText(double value) {
   char text[32];
   std::snprintf(text, sizeof text, "%.9g", value);
   return text;
-}
-
-void warn(const std::string& message) {
-  std::cerr << "ratseg-dataterm: warning: " << message << std::endl;
 }
 
 Image loadImage(const std::string& file) {
@@ -170,8 +167,7 @@ std::vector<float> computeDataterm(Problem& problem, const DatatermOptions& opti
 // Hand-drawn scribbles are not to be lost by a slip of the fingers.
 void refuseOverwriting(const DatatermOptions& options) {
   const auto refuse = [](const std::string& option, const std::string& out, const std::string& in) {
-    std::error_code ignored;
-    if (out == in || std::filesystem::equivalent(out, in, ignored)) {
+    if (sameFile(out, in)) {
       throw InputError(option + " " + out, "a file of its own", "that it is " + in + " as well");
     }
   };
@@ -238,11 +234,12 @@ void report(const Problem& problem, const DatatermOptions& options) {
 void run(const DatatermOptions& options) {
   refuseOverwriting(options);
   for (const std::string& file : {options.out, options.proportions}) {
-    if (!file.empty()) removeLeftovers(file, "ratseg-dataterm");
+    if (!file.empty()) removeLeftovers(file);
   }
   Problem problem(options);
   chooseDevice(options);
   warnOfScribbles(problem, options);
+  if (options.strict && warningCount() > 0) throw std::runtime_error(warningsAreErrors());
   writeFiles(options, computeDataterm(problem, options), problem.shares);
   report(problem, options);
 }
@@ -250,6 +247,7 @@ void run(const DatatermOptions& options) {
 }  // namespace
 
 int runDatatermApp(int argc, const char* const* argv) {
+  setProgramName("ratseg-dataterm");
   if (usageWanted(argc, argv)) {
     std::cout << kDatatermUsage;
     return 0;

@@ -120,6 +120,11 @@ struct Statistics {
   double gap = kNone;                  // (energy - bound) / size of the energy
   double labelingGap = kNone;          // (labelingEnergy - bound) / the same size
   bool toleranceMet = false;           // gap <= tolerance: the reason for the stop
+
+  // False when the iteration left NaN or infinite values in the labeling, in its duals or in the
+  // shares, or began with NaN in the data term or the weight. What getSolution() gives then means
+  // nothing, whether it shows or not.
+  bool finite = true;
 };
 
 class RatSeg {

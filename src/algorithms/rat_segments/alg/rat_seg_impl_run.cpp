@@ -113,6 +113,7 @@ void RatSegImpl::run() {
   engine.reset();
   strips.reset();
   deviceSynchronizeAll();
+  statistics.finite = statistics.iterations == 0 || stateIsFinite();
 }
 
 // One launch per kernel. Bytes moved per pixel and label: 20 in the dual step (u_bar and p read, p
