@@ -84,10 +84,18 @@ constexpr OptionText kAccelerate = {
     "    -tolerance as well, to stop when it is reached",
     "0"};
 
+constexpr OptionText kMaxMegapixels = {
+    "max-megapixels", "<float>",
+    "    Refuse images of more pixels, in millions, before they are decoded", "150"};
+constexpr OptionText kMaxMemory = {
+    "max-memory", "<float>",
+    "    Refuse images and runs on the host that are estimated to need more memory, in GiB",
+    "what is available, of which runs are only warned"};
+
 void warnOfUnknownOptions(const Cmd& cmd) {
   for (const auto& [name, values] : cmd.values) {
     bool known = name == kDevice || name == kTiming.name || name == kTolerance.name ||
-                 name == kAccelerate.name;
+                 name == kAccelerate.name || name == kMaxMegapixels.name || name == kMaxMemory.name;
     for (const OptionText* option : kOptions) known = known || name == option->name;
     if (!known) warn("unknown option " + inQuotes(std::string("-") + name) + " is ignored");
   }
@@ -171,6 +179,17 @@ float readTolerance(Cmd& cmd, const OptionText& option) {
   return value;
 }
 
+// Changes the limit, where the option is given, to its value; it is not echoed.
+void readLimit(Cmd& cmd, const OptionText& option, double& limit) {
+  if (!cmd.hasArg(option.name)) return;
+  const std::string text = cmd.getString(option.name);
+  cmd.get(option.name, limit);
+  const bool ok = cmd.numOptions(option.name) == 1 && isNumber<double>(text) && limit > 0;
+  if (ok) return;
+  fail(std::string("ERROR: -") + option.name + " must be a number above 0, but is " +
+       inQuotes(text));
+}
+
 // A negative number of iterations is read as one that no machine finishes.
 void refuseEndlessRun(const Params& par) {
   constexpr std::size_t kEndless = std::size_t{1} << 62;
@@ -230,7 +249,13 @@ void printUsage() {
             << "    Default: " << kTolerance.fallback << "\n"
             << "-" << kAccelerate.name << " " << kAccelerate.kind << "\n"
             << kAccelerate.description << "\n"
-            << "    Default: " << kAccelerate.fallback << std::endl;
+            << "    Default: " << kAccelerate.fallback << "\n"
+            << "-" << kMaxMegapixels.name << " " << kMaxMegapixels.kind << "\n"
+            << kMaxMegapixels.description << "\n"
+            << "    Default: " << kMaxMegapixels.fallback << "\n"
+            << "-" << kMaxMemory.name << " " << kMaxMemory.kind << "\n"
+            << kMaxMemory.description << "\n"
+            << "    Default: " << kMaxMemory.fallback << std::endl;
 }
 
 Options readOptions(Cmd& cmd, Params& par) {
@@ -255,6 +280,8 @@ Options readOptions(Cmd& cmd, Params& par) {
   options.timing = readSwitch(cmd, kTiming);
   par.tolerance = readTolerance(cmd, kTolerance);
   par.accelerate = readSwitch(cmd, kAccelerate);
+  readLimit(cmd, kMaxMegapixels, options.limits.megapixels);
+  readLimit(cmd, kMaxMemory, options.limits.gib);
   refuseEndlessRun(par);
   refuseWhatCannotBeCertified(par);
   warnOfSenselessNumbers(par);

@@ -94,7 +94,13 @@ TEST_F(RatsegMessages, WithoutArgumentsAreTheUsageScreen) {
       "-accelerate 0|1\n"
       "    Take an exact step of the proportions: the same optimum in fewer iterations. Give\n"
       "    -tolerance as well, to stop when it is reached\n"
-      "    Default: 0\n");
+      "    Default: 0\n"
+      "-max-megapixels <float>\n"
+      "    Refuse images of more pixels, in millions, before they are decoded\n"
+      "    Default: 150\n"
+      "-max-memory <float>\n"
+      "    Refuse images and runs on the host that are estimated to need more memory, in GiB\n"
+      "    Default: what is available, of which runs are only warned\n");
   EXPECT_EQ(result.status, 0);
 }
 
