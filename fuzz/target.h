@@ -15,6 +15,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -89,13 +90,16 @@ inline std::vector<std::string> splitAtZeros(std::string_view text) {
 // argc and argv of a program "p" with these words.
 class CommandLine {
  public:
-  explicit CommandLine(const std::vector<std::string>& words) : argv_{"p"} {
-    for (const std::string& word : words) argv_.push_back(word.c_str());
+  explicit CommandLine(std::vector<std::string> words) : words_(std::move(words)), argv_{"p"} {
+    for (const std::string& word : words_) argv_.push_back(word.c_str());
   }
+  CommandLine(const CommandLine&) = delete;
+  CommandLine& operator=(const CommandLine&) = delete;
   int argc() const { return static_cast<int>(argv_.size()); }
   const char* const* argv() const { return argv_.data(); }
 
  private:
+  std::vector<std::string> words_;
   std::vector<const char*> argv_;
 };
 
