@@ -14,6 +14,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 source "$(dirname "${BASH_SOURCE[0]}")/tools.sh"
 
 most_files=60
+cores=$(nproc)
 most_bytes=100000
 minutes=5
 if [[ ${1-} =~ ^[0-9]+$ ]]; then
@@ -37,6 +38,7 @@ done
 # Pictures of any size are asked for: what is too large counts as memory that is missing.
 export ASAN_OPTIONS=max_allocation_size_mb=512:allocator_may_return_null=1
 export LSAN_OPTIONS=suppressions=$root/tests/support/lsan.supp:print_suppressions=0
+# (From here on nproc would say 1.)
 export OMP_NUM_THREADS=1 QT_LOGGING_RULES='*=false'
 
 # Lets a target look for new inputs; in a process of its own, so that it goes on after a finding.
@@ -100,7 +102,7 @@ keep_small() {
 
 running=0
 for target in "${targets[@]}"; do
-  if ((running == $(nproc))); then
+  if ((running == cores)); then
     wait -n
     running=$((running - 1))
   fi

@@ -7,6 +7,7 @@ from pathlib import Path
 from judge import judge
 
 ERRNOS = {
+    "new": (errno.ENOMEM,),
     "memory": (errno.ENOMEM,),
     "open": (errno.EACCES, errno.ENOSPC, errno.EMFILE, errno.EIO),
     "write": (errno.ENOSPC, errno.EIO, errno.EDQUOT),

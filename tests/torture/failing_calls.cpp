@@ -1,23 +1,23 @@
 // A library to be preloaded into a program: one kind of system call fails at its k-th use, or ends
 // the program there. It counts from main on, over all threads, and never allocates.
 //
-//   TORTURE_CALL   memory, open, write, rename, sync, close, unlink, truncate or lock
+//   TORTURE_CALL   new, memory, open, write, rename, sync, close, unlink, truncate or lock
 //   TORTURE_AT     k, from 1 on; 0: none fails
 //   TORTURE_MODE   once: the k-th alone; on: that and all later ones; signal: TORTURE_SIGNAL is
 //                  raised before the k-th
 //   TORTURE_ERRNO  number that errno gets (a failing allocation leaves ENOMEM)
 //   TORTURE_COUNT  file that the number of uses is written to when the program ends
 //
+// "memory" is every allocation of C, those of all libraries too; "new" the allocations of C++ that
+// the program's own code asks for, itself or through the C++ library.
+//
 // Calls that the C library makes itself (its streams' writes) are not seen, so fopen and fclose are
 // kinds of open and close. What fails is not done, but for close, which leaves no file open.
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/file.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -25,65 +25,10 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdint>
+
+#include "counted_uses.h"
 
 namespace {
-
-enum Call { kNone, kMemory, kOpen, kWrite, kRename, kSync, kClose, kUnlink, kTruncate, kLock };
-constexpr const char* kNames[] = {"none", "memory", "open",   "write",    "rename",
-                                  "sync", "close",  "unlink", "truncate", "lock"};
-enum Mode { kOnce, kOn, kSignal };
-
-Call chosen = kNone;
-Mode mode = kOnce;
-long at = 0;
-int number = 0;
-int signalNumber = 0;
-const char* countFile = nullptr;
-std::atomic<bool> started = false;
-std::atomic<long> uses = 0;
-
-// Counts a use; whether it is to fail.
-bool fails(Call call) {
-  if (call != chosen || !started.load(std::memory_order_relaxed)) return false;
-  const long k = ++uses;
-  if (at == 0 || k < at || (k > at && mode != kOn)) return false;
-  if (mode == kSignal) {
-    syscall(SYS_kill, syscall(SYS_getpid), signalNumber);
-    return false;
-  }
-  errno = call == kMemory ? ENOMEM : number;
-  return true;
-}
-
-long numberOf(const char* variable) {
-  const char* text = getenv(variable);
-  return text == nullptr ? 0 : strtol(text, nullptr, 10);
-}
-
-void readEnvironment() {
-  const char* call = getenv("TORTURE_CALL");
-  for (int k = kMemory; call != nullptr && k <= kLock; ++k) {
-    if (strcmp(call, kNames[k]) == 0) chosen = static_cast<Call>(k);
-  }
-  const char* name = getenv("TORTURE_MODE");
-  if (name != nullptr) mode = *name == 's' ? kSignal : strcmp(name, "on") == 0 ? kOn : kOnce;
-  at = numberOf("TORTURE_AT");
-  number = static_cast<int>(numberOf("TORTURE_ERRNO"));
-  signalNumber = static_cast<int>(numberOf("TORTURE_SIGNAL"));
-  countFile = getenv("TORTURE_COUNT");
-}
-
-__attribute__((destructor)) void writeCount() {
-  if (countFile == nullptr || !started) return;
-  started = false;
-  char text[32];
-  const int length = snprintf(text, sizeof text, "%ld\n", uses.load());
-  const int file = static_cast<int>(
-      syscall(SYS_openat, AT_FDCWD, countFile, O_WRONLY | O_CREAT | O_TRUNC, 0666));
-  syscall(SYS_write, file, text, length);
-  syscall(SYS_close, file);
-}
 
 // The next library's function of that name.
 template <class Function>
@@ -96,6 +41,8 @@ Main* programsMain = nullptr;
 
 int countedMain(int argc, char** argv, char** environment) {
   readEnvironment();
+  int position = 0;
+  dl_iterate_phdr(findOwn, &position);
   started = true;
   return programsMain(argc, argv, environment);
 }
@@ -127,25 +74,40 @@ int __libc_start_main(Main* main, int argc, char** argv, void (*init)(), void (*
                                                        rtldFini, stackEnd);
 }
 
-void* malloc(size_t bytes) { return fails(kMemory) ? nullptr : __libc_malloc(bytes); }
+void* malloc(size_t bytes) { return memoryFails() ? nullptr : __libc_malloc(bytes); }
 void* calloc(size_t count, size_t bytes) {
-  return fails(kMemory) ? nullptr : __libc_calloc(count, bytes);
+  return memoryFails() ? nullptr : __libc_calloc(count, bytes);
 }
 void* realloc(void* old, size_t bytes) {
-  return fails(kMemory) ? nullptr : __libc_realloc(old, bytes);
+  return memoryFails() ? nullptr : __libc_realloc(old, bytes);
 }
 void* memalign(size_t alignment, size_t bytes) {
-  return fails(kMemory) ? nullptr : __libc_memalign(alignment, bytes);
+  return memoryFails() ? nullptr : __libc_memalign(alignment, bytes);
 }
 void* aligned_alloc(size_t alignment, size_t bytes) {
-  return fails(kMemory) ? nullptr : __libc_memalign(alignment, bytes);
+  return memoryFails() ? nullptr : __libc_memalign(alignment, bytes);
 }
 int posix_memalign(void** target, size_t alignment, size_t bytes) {
-  void* memory = fails(kMemory) ? nullptr : __libc_memalign(alignment, bytes);
+  void* memory = memoryFails() ? nullptr : __libc_memalign(alignment, bytes);
   if (memory == nullptr) return ENOMEM;
   *target = memory;
   return 0;
 }
+
+// The C++ library's operators, under their names there; they throw where the allocation fails.
+#define TORTURE_NEW(name, parameters, values)                                \
+  void* name parameters {                                                    \
+    static std::atomic<void*> operatorNew = nullptr;                         \
+    if (operatorNew == nullptr) operatorNew = dlsym(RTLD_NEXT, #name);       \
+    if (isOwn(__builtin_return_address(0)) && fails(kNew)) nextFails = true; \
+    return reinterpret_cast<void*(*)parameters>(operatorNew.load()) values;  \
+  }
+TORTURE_NEW(_Znwm, (size_t bytes), (bytes))
+TORTURE_NEW(_Znam, (size_t bytes), (bytes))
+TORTURE_NEW(_ZnwmRKSt9nothrow_t, (size_t bytes, const void* no), (bytes, no))
+TORTURE_NEW(_ZnamRKSt9nothrow_t, (size_t bytes, const void* no), (bytes, no))
+TORTURE_NEW(_ZnwmSt11align_val_t, (size_t bytes, size_t alignment), (bytes, alignment))
+TORTURE_NEW(_ZnamSt11align_val_t, (size_t bytes, size_t alignment), (bytes, alignment))
 
 #define TORTURE_OPEN(name)                                  \
   int name(const char* path, int flags, ...) {              \

@@ -4,8 +4,8 @@ import os
 import subprocess
 from pathlib import Path
 
-import disks
 from judge import judge
+from small_disk import mount
 
 NOBODY, OTHER = 65534, 1
 
@@ -70,7 +70,7 @@ def sticky_folder(folder, program):
 def mount_points(folder, program):
     for name in program.results:
         (folder / f"{name}.far").write_bytes((folder / name).read_bytes())
-        if not disks.mount(["--bind", str(folder / f"{name}.far"), str(folder / name)]):
+        if not mount(["--bind", str(folder / f"{name}.far"), str(folder / name)]):
             return None
     return [f"{name}.far" for name in program.results]
 

@@ -67,13 +67,15 @@ class Run:
 class Bench:
     """Two problems, and what each program makes of them: the old results and the new ones."""
 
-    def __init__(self, folder, bin_folder, tools, width=24, height=16):
+    def __init__(self, folder, bin_folder, tools, sizes=((24, 16), (24, 16))):
+        """The sizes are those of the old problem's pictures and of the new one's."""
         self.folder = Path(folder)
+        self.folder.mkdir(exist_ok=True)
         self.bin = Path(bin_folder).resolve()
         self.tools = Path(tools).resolve()
         self.inputs = {}
-        for name, seed in (("old", 1), ("new", 2)):
-            self.inputs[name] = problem.make(self.folder / f"input-{name}", seed, width, height)
+        for name, seed, size in zip(("old", "new"), (1, 2), sizes):
+            self.inputs[name] = problem.make(self.folder / f"input-{name}", seed, *size)
         self.results = {}
 
     def path_of(self, program):

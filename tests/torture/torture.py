@@ -57,14 +57,14 @@ class Report:
 
     def print_table(self):
         print(f"{'program':<18} {'call':<17} {'mode':<8} {'runs':>6}  faults")
-        for where, runs in self.runs.items():
+        for where, runs in sorted(self.runs.items()):
             kinds = {kind: len(found) for (place, kind), found in self.faults.items()
                      if place == where}
             text = ", ".join(f"{count} {kind}" for kind, count in sorted(kinds.items())) or "none"
             print(f"{where[0]:<18} {where[1]:<17} {where[2]:<8} {runs:>6}  {text}")
 
     def print_faults(self, all_of_them):
-        for (where, kind), found in self.faults.items():
+        for (where, kind), found in sorted(self.faults.items()):
             print(f"\n{' '.join(where)}: {kind} ({len(found)})")
             for seen, repeat in found if all_of_them else found[:SHOWN]:
                 print(f"    {seen}\n        scripts/torture.sh {repeat}")
