@@ -24,8 +24,8 @@ MODES = ("once", "on")
 
 def count(bench, program, call):
     """How often a run that nothing disturbs makes the call."""
-    folder = bench.fresh(program, f"count-{program.name}-{call}")
-    with tempfile.NamedTemporaryFile(dir=bench.folder) as file:
+    with (tempfile.NamedTemporaryFile(dir=bench.folder) as file,
+          bench.fresh(program, f"count-{program.name}-{call}") as folder):
         bench.run(program, folder, {"call": call, "at": 0, "count": file.name})
         text = Path(file.name).read_text()
     if not text:
@@ -42,10 +42,10 @@ def points(total, stride):
 def one(bench, program, call, mode, at, number=None, limit=None):
     """The faults of a run in which the at-th call fails, and the run."""
     number = number or ERRNOS[call][at % len(ERRNOS[call])]
-    folder = bench.fresh(program, f"{program.name}-{call}-{mode}-{at}")
     torture = {"call": call, "at": at, "mode": mode, "errno": number}
-    run = bench.run(program, folder, torture, **({"limit": limit} if limit else {}))
-    return judge(program, folder, bench.versions(program), run), run
+    with bench.fresh(program, f"{program.name}-{call}-{mode}-{at}") as folder:
+        run = bench.run(program, folder, torture, **({"limit": limit} if limit else {}))
+        return judge(program, folder, bench.versions(program), run), run
 
 
 def tasks(bench, options):

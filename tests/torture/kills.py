@@ -32,39 +32,39 @@ def judge(bench, program, folder, run, number):
 
 
 def at_a_call(bench, program, call, at, number):
-    folder = bench.fresh(program, f"{program.name}-{call}-{number}-{at}")
     torture = {"call": call, "at": at, "mode": "signal", "signal": int(number)}
-    run = bench.run(program, folder, torture)
-    return judge(bench, program, folder, run, number)
+    with bench.fresh(program, f"{program.name}-{call}-{number}-{at}") as folder:
+        run = bench.run(program, folder, torture)
+        return judge(bench, program, folder, run, number)
 
 
 def at_a_time(bench, program, seed, seconds):
     """Seconds is how long a run takes; the seed chooses the signal and when it comes."""
     chance = random.Random(seed)
     number = SIGNALS[seed % len(SIGNALS)]
-    folder = bench.fresh(program, f"{program.name}-time-{seed}")
-    process = bench.start(program, folder)
-    try:
-        process.wait(chance.uniform(0, 1.1 * seconds))
-    except subprocess.TimeoutExpired:
-        process.send_signal(number)
-    return judge(bench, program, folder, finish(process), number), number
+    with bench.fresh(program, f"{program.name}-time-{seed}") as folder:
+        process = bench.start(program, folder)
+        try:
+            process.wait(chance.uniform(0, 1.1 * seconds))
+        except subprocess.TimeoutExpired:
+            process.send_signal(number)
+        return judge(bench, program, folder, finish(process), number), number
 
 
 def duration(bench, program):
-    folder = bench.fresh(program, f"{program.name}-duration")
-    start = time.monotonic()
-    bench.run(program, folder)
-    return time.monotonic() - start
+    with bench.fresh(program, f"{program.name}-duration") as folder:
+        start = time.monotonic()
+        bench.run(program, folder)
+        return time.monotonic() - start
 
 
 def stage(bench, report, options):
     def attempt(task):
-        program, call, at, number = task
+        program, call, at, how = task
         if call == "time":
-            faults, number = at_a_time(bench, program, at, number)
+            faults, number = at_a_time(bench, program, at, seconds=how)
         else:
-            faults = at_a_call(bench, program, call, at, number)
+            faults, number = at_a_call(bench, program, call, at, how), how
         report.add((program.name, call, number.name), faults,
                    f"kills --program {program.name} --call {call} --at {at}")
 

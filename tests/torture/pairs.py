@@ -31,9 +31,9 @@ def faults_of(bench, program, folder, runs):
 def stage(bench, report, options):
     def attempt(task):
         program, k = task
-        folder = bench.fresh(program, f"{program.name}-pair-{k}")
-        both = [bench.start(program, folder, which=which) for which in ("old", "new")]
-        faults = faults_of(bench, program, folder, [finish(process) for process in both])
+        with bench.fresh(program, f"{program.name}-pair-{k}") as folder:
+            both = [bench.start(program, folder, which=which) for which in ("old", "new")]
+            faults = faults_of(bench, program, folder, [finish(process) for process in both])
         report.add((program.name, "pair", "-"), faults,
                    f"pairs --program {program.name} (of {options.pairs} pairs, number {k})")
 

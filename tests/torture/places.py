@@ -136,17 +136,17 @@ def one(bench, program, place):
     set_up, prefix = PLACES[place]
     if os.geteuid() != 0 and (prefix or place == "mount points"):
         return "needs root"
-    folder = bench.fresh(program, f"{program.name}-{place.replace(' ', '-')}")
-    try:
-        others = set_up(folder, program)
-        if others is None:
-            return "mounting is not allowed here"
-        run = run_with_output(bench, program, folder, place, prefix)
-        return judge_place(bench, program, folder, place, run, others)
-    finally:
-        if place == "mount points":
-            for name in program.results:
-                subprocess.run(["umount", str(folder / name)], capture_output=True)
+    with bench.fresh(program, f"{program.name}-{place.replace(' ', '-')}") as folder:
+        try:
+            others = set_up(folder, program)
+            if others is None:
+                return "mounting is not allowed here"
+            run = run_with_output(bench, program, folder, place, prefix)
+            return judge_place(bench, program, folder, place, run, others)
+        finally:
+            if place == "mount points":
+                for name in program.results:
+                    subprocess.run(["umount", str(folder / name)], capture_output=True)
 
 
 def stage(bench, report, options):

@@ -4,6 +4,7 @@ A new program is one entry of PROGRAMS (in a folder of problem.py, {in}, with re
 folder that it runs in).
 """
 
+import contextlib
 import dataclasses
 import os
 import re
@@ -107,13 +108,16 @@ class Bench:
         for name, (old, _) in self.versions(program).items():
             (Path(folder) / name).write_bytes(old)
 
+    @contextlib.contextmanager
     def fresh(self, program, label):
-        """A new folder with the old results in it."""
+        """A new folder with the old results in it, for a while."""
         folder = self.folder / "runs" / label
-        shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir(parents=True)
-        self.fill(program, folder)
-        return folder
+        try:
+            self.fill(program, folder)
+            yield folder
+        finally:
+            shutil.rmtree(folder, ignore_errors=True)
 
     def environment(self, program, torture):
         values = {name: value for name, value in os.environ.items()

@@ -35,7 +35,8 @@ def kinds_seen(bench, fault):
     kinds = set()
     for mode in calls.MODES:
         for at in range(1, writes + 1):
-            faults, _ = calls.one(bench, program, "write", mode, at, limit=3)
+            faults, _ = calls.one(bench, program, "write", mode, at,
+                                  limit=2 if fault == "hang" else None)
             kinds |= {kind for kind, _ in faults}
     return kinds
 
