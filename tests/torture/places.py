@@ -1,10 +1,11 @@
 """Odd places for results: links, devices, mount points, folders of others."""
 
 import os
+import stat
 import subprocess
 from pathlib import Path
 
-from judge import judge
+from judge import ending, judge
 from small_disk import mount
 
 NOBODY, OTHER = 65534, 1
@@ -41,10 +42,15 @@ def loose_links(folder, program):
 
 
 def full_device(folder, program):
+    """Links to a device that is always full; to one of its own where a fault could replace it."""
+    device = "/dev/full"
+    if os.geteuid() == 0:
+        device = str(folder / "full")
+        os.mknod(device, 0o666 | stat.S_IFCHR, os.stat("/dev/full").st_rdev)
     for name in program.results:
         os.remove(folder / name)
-        os.symlink("/dev/full", folder / name)
-    return []
+        os.symlink(device, folder / name)
+    return ["full"]
 
 
 def read_only_files(folder, program):
@@ -93,12 +99,15 @@ PLACES = {
 }
 
 
-def device_faults(program, run):
-    """Of results that are links to /dev/full: none is said to be saved."""
-    faults = [("Saved, but is not", name) for name in program.results
-              if f"Saved {name}" in run.out]
+def device_faults(program, folder, run):
+    """Of results that are links to a full device: none is said to be saved, the device stays."""
+    faults = ending(program, run)
+    faults += [("Saved, but is not", name) for name in program.results
+               if f"Saved {name}" in run.out]
     if "ERROR" not in run.out + run.err:
-        faults.append(("no ERROR line", "nothing fits into /dev/full"))
+        faults.append(("no ERROR line", "nothing fits into a full device"))
+    faults += [("device replaced", name) for name in program.results
+               if not stat.S_ISCHR(os.stat(folder / name).st_mode)]
     return faults
 
 
@@ -119,9 +128,9 @@ def run_with_output(bench, program, folder, place, prefix):
 def judge_place(bench, program, folder, place, run, others):
     versions = bench.versions(program)
     if place == "full device":
-        return device_faults(program, run)
-    if place == "loose links" and run.status == 0:
-        versions = {name: (b"", new) for name, (_, new) in versions.items()}
+        return device_faults(program, folder, run)
+    if place == "loose links":
+        versions = {name: (new, new) for name, (_, new) in versions.items()}
     faults = judge(program, folder, versions, run, others)
     if place.endswith("output"):  # What it says is lost, and SIGPIPE may end it.
         lost = ("no ERROR line", "status 0, result not saved, no line", "died of SIGPIPE")

@@ -73,8 +73,8 @@ class Report:
 def parse(words):
     parser = argparse.ArgumentParser(prog="scripts/torture.sh", description=__doc__.split("\n")[0])
     parser.add_argument("stages", nargs="*", metavar="STAGE", help=f"of {', '.join(STAGES)}; all")
-    parser.add_argument("--bin", required=True, help="folder of the programs")
-    parser.add_argument("--tools", required=True, help="folder of the preloaded library")
+    parser.add_argument("--bin", required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--tools", required=True, help=argparse.SUPPRESS)
     parser.add_argument("--program", action="append", help="these programs only")
     parser.add_argument("--call", action="append", help="these calls, disks or places only")
     parser.add_argument("--mode", choices=calls.MODES, help="once, or from there on")
