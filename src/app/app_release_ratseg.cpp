@@ -12,12 +12,16 @@
 
 #include "algorithms/rat_segments/alg/rat_seg.h"
 #include "app/certificate_report.h"
+#include "app/hard_costs.h"
 #include "app/inputs.h"
 #include "app/labeling_shares.h"
 #include "app/messages.h"
+#include "app/option_file.h"
 #include "app/options.h"
+#include "app/process.h"
 #include "app/proportions.h"
 #include "app/result_files.h"
+#include "app/result_names.h"
 #include "app/stage_times.h"
 #include "app/usage_wanted.h"
 #include "device/runtime.h"
@@ -44,6 +48,11 @@ void printLabels(const std::string& file, const Proportions& proportions) {
     std::cout << line;
   }
   std::cout << std::flush;
+}
+
+void warnOfLeadingWord(int argc, const char* const* argv) {
+  if (argc <= 1 || Cmd::isOption(argv[1])) return;
+  warnOfOption(inQuotes(argv[1]) + " stands before the first option and is ignored");
 }
 
 // Ends the process when there is no device of that number, or when it cannot take the problem: the
@@ -106,11 +115,28 @@ std::vector<int> solvedLabeling(RatSeg& solver, std::size_t pixels, std::size_t 
   return hardLabeling(solution.get(), pixels, n);
 }
 
+// Ends the process where warnings count as errors and there were any.
+void failOnWarnings(const Options& options) {
+  if (options.strict && warningCount() > 0) fail("ERROR: " + warningsAreErrors());
+}
+
+// What only the end of a run shows.
+void warnOfResult(const RatSeg& solver, const HardCosts& hardCosts,
+                  const std::vector<int>& labeling) {
+  if (!solver.getStatistics().finite) {
+    warn("the computation met NaN or infinite values; the labeling means nothing");
+  }
+  hardCosts.warnOfLabeling(labeling);
+}
+
 // Everything from the options on.
 void segment(Cmd& cmd) {
   RatSeg solver;
   Params& par = solver.getParams();
   const Options options = readOptions(cmd, par);
+  for (const std::string& file : resultFiles(options.outprefix)) {
+    removeLeftovers(file);
+  }
 
   StageTimes times;
   times.begin("reading the image");
@@ -123,6 +149,8 @@ void segment(Cmd& cmd) {
   times.begin("reading the data term");
   std::unique_ptr<float[]> dataterm = loadDataterm(options.dataterm, image, par.n);
 
+  const HardCosts hardCosts(dataterm.get(), image.count(), par.n);
+
   par.gpu.push_back(options.gpu);
   checkDevice(options.gpu, par);
   times.begin("memory and data-term upload");
@@ -130,6 +158,7 @@ void segment(Cmd& cmd) {
   times.begin("edge weight");
   const std::unique_ptr<float[]> weight = edgeWeight(image, options.weightcoeff);
   solver.setWeight(weight.get());
+  failOnWarnings(options);
   times.begin("iteration");
   solve(solver);
 
@@ -141,25 +170,31 @@ void segment(Cmd& cmd) {
   const bool balanced = par.mu != 0.0f && par.Nsteps > 0;
   printShares(std::cerr, labeling, proportions, balanced);
   if (options.timing) times.print(std::cerr);
+  warnOfResult(solver, hardCosts, labeling);
+  repeatOptionWarnings();
+  failOnWarnings(options);
 }
 
 }  // namespace
 
 App_ReleaseRatSeg::App_ReleaseRatSeg(int argc, char** argv) {
   try {
-    const std::string optionFile = argc > 0 ? std::string(argv[0]) + ".cfg" : "";
+    setProgramName("ratseg");
+    const bool usage = usageWanted(argc, argv);
+    const std::string optionFile = findOptionFile(argc > 0 ? argv[0] : "", !usage);
     Cmd cmd(argc, argv, optionFile, nullptr, 0);
     chooseDevice(cmd);
     if (!CudaUtil::hasCuda()) {
       fail("ERROR: No CUDA devices found (or CUDA not installed)");
     }
-    if (usageWanted(argc, argv)) {
+    if (usage) {
       printUsage();
     } else {
+      warnOfLeadingWord(argc, argv);
       segment(cmd);
     }
   } catch (const std::bad_alloc&) {
-    fail("ERROR: out of memory");
+    endForLackOfMemory();
   }
 }
 

@@ -85,7 +85,7 @@ std::string faultOfDataterm(const std::string& file, std::size_t pixels, std::si
   std::error_code ignored;
   if (!std::filesystem::is_regular_file(file, ignored)) return "";  // A pipe is read once.
   const std::size_t expected = packedBytes(count, sizeof(float));
-  const FileIO::GZContents found = FileIO::inspectGZ(file, expected);
+  const FileIO::GZContents found = FileIO::inspectGZ(file, expected + 1);
   if (!found.opened) return " cannot be opened";
   if (!found.error.empty()) return " is damaged: " + found.error;
   const bool asExpected = found.count == count || found.bytes < sizeof found.count;
@@ -93,6 +93,7 @@ std::string faultOfDataterm(const std::string& file, std::size_t pixels, std::si
   if (!found.cut && found.bytes == count * sizeof(float)) {
     return " does not begin with the number of elements (8 bytes)";
   }
+  if (found.cut && found.bytes == expected) return " ends early: its checksum is missing";
   if (found.bytes < expected && (found.cut || asExpected)) {
     return " ends early: found " + std::to_string(found.bytes) + " of " + std::to_string(expected) +
            " bytes";

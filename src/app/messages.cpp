@@ -8,15 +8,59 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <vector>
 
 namespace namespace_ratseg {
+
+namespace {
+
+struct Said {
+  std::string program = "ratseg";
+  std::size_t warnings = 0;
+  std::vector<std::string> ofOptions;
+};
+
+Said& said() {
+  static Said all;
+  return all;
+}
+
+}  // namespace
 
 void fail(const std::string& message) {
   std::cout << message << std::endl;
   std::exit(1);
 }
 
-void warn(const std::string& message) { std::cerr << "ratseg: warning: " << message << std::endl; }
+void setProgramName(const std::string& name) { said().program = name; }
+
+void warn(const std::string& message) {
+  std::cerr << said().program << ": warning: " << message << std::endl;
+  ++said().warnings;
+}
+
+void note(const std::string& message) {
+  std::cerr << said().program << ": " << message << std::endl;
+}
+
+void warnOfOption(const std::string& message) {
+  warn(message);
+  said().ofOptions.push_back(message);
+}
+
+void repeatOptionWarnings() {
+  for (const std::string& message : said().ofOptions) {
+    std::cerr << said().program << ": warning (repeated): " << message << std::endl;
+  }
+}
+
+std::size_t warningCount() { return said().warnings; }
+
+std::string warningsAreErrors() {
+  const std::size_t count = warningCount();
+  return std::to_string(count) + (count == 1 ? " warning" : " warnings") +
+         ", and -strict 1 makes " + (count == 1 ? "it an error" : "them errors");
+}
 
 bool warnIfUnreadable(const std::string& file) {
   std::error_code ignored;
@@ -30,12 +74,11 @@ bool warnIfUnreadable(const std::string& file) {
   return true;
 }
 
-std::string inQuotes(const std::string& text) {
-  constexpr std::size_t kLongest = 60;
-  std::string shown = text.substr(0, kLongest);
+std::string inQuotes(const std::string& text, std::size_t longest) {
+  std::string shown = text.substr(0, longest);
   const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; };
   std::replace_if(shown.begin(), shown.end(), isControl, '?');
-  return "\"" + shown + (text.size() > kLongest ? "...\"" : "\"");
+  return "\"" + shown + (text.size() > longest ? "...\"" : "\"");
 }
 
 }  // namespace namespace_ratseg

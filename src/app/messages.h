@@ -1,10 +1,11 @@
 #ifndef RATSEG_APP_MESSAGES_H
 #define RATSEG_APP_MESSAGES_H
 
-// What the program tells its user beside the results. Standard output has a fixed form, which other
-// programs may read: a run that fails ends it with a line that begins with "ERROR". Hints that are
-// not part of it go to standard error.
+// What the programs tell their user beside the results. Standard output of ratseg has a fixed form,
+// which other programs may read: a run that fails ends it with a line that begins with "ERROR".
+// Warnings and hints are not part of it and go to standard error. One thread at a time may warn.
 
+#include <cstddef>
 #include <string>
 
 namespace namespace_ratseg {
@@ -12,15 +13,32 @@ namespace namespace_ratseg {
 // Prints the message as a line on standard output and ends the process with status 1.
 [[noreturn]] void fail(const std::string& message);
 
+// The name in front of all warnings; "ratseg" unless this is called.
+void setProgramName(const std::string& name);
+
 // Prints "ratseg: warning: " and the message as a line on standard error.
 void warn(const std::string& message);
+
+// Prints "ratseg: " and the message in the same way: something that needs no attention.
+void note(const std::string& message);
+
+// The same of an option, its value or the option file; repeatOptionWarnings() prints those again,
+// marked as repeated: what was said before a long run is far above its end.
+void warnOfOption(const std::string& message);
+void repeatOptionWarnings();
+
+// Warnings so far, repeated ones left out.
+std::size_t warningCount();
+
+// What is said of them where they count as errors (-strict 1): "2 warnings, and ...".
+std::string warningsAreErrors();
 
 // Warns of a file that does not exist, may not be read or is a folder. False, with nothing said,
 // when it is none of these.
 bool warnIfUnreadable(const std::string& file);
 
-// Text in double quotes, fit for a line: cut after 60 bytes and without control characters.
-std::string inQuotes(const std::string& text);
+// Text in double quotes, fit for a line: cut after so many bytes and without control characters.
+std::string inQuotes(const std::string& text, std::size_t longest = 60);
 
 }  // namespace namespace_ratseg
 

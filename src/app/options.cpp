@@ -2,32 +2,26 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
-#include <locale>
 #include <sstream>
-#include <type_traits>
+#include <utility>
 
 #include "algorithms/rat_segments/alg/rat_seg.h"
 #include "app/messages.h"
+#include "app/option_values.h"
+#include "app/result_names.h"
 #include "device/selection.h"
 #include "util/cmd.h"
+#include "util/same_file.h"
 
 namespace namespace_ratseg {
 
 namespace {
-
-struct OptionText {
-  const char* name;
-  const char* kind;
-  const char* description;
-  const char* fallback;     // the default as the usage screen shows it; null = required
-  const char* format = "";  // more lines, of the usage screen and of the error
-};
 
 constexpr OptionText kImage = {"image", "<filename>", "    Image to segment", nullptr};
 constexpr OptionText kDataterm = {"dataterm", "<filename>", "    Dataterm file (packed with zlib)",
@@ -68,107 +62,54 @@ constexpr std::array<const OptionText*, 10> kOptions = {
     &kImage,   &kDataterm,   &kProportions, &kLambda,    &kMu,
     &kEpsilon, &kIterations, &kWeightcoeff, &kOutprefix, &kGpu};
 
-constexpr const char* kDevice = "device";
+constexpr OptionText kDevice = {
+    "device", "auto|cuda|host",
+    "    Compute on CUDA GPUs, on the host, or on the host when there is no GPU (auto)", "auto"};
 constexpr OptionText kTiming = {"timing", "0|1",
                                 "    Report the seconds of each stage on standard error", "0"};
-
 constexpr OptionText kTolerance = {
     "tolerance", "<float>",
     "    Stop when the labeling is certified to be this close to the optimum, after at most\n"
     "    -iterations; report energies and gap on standard error",
     "0"};
-
 constexpr OptionText kAccelerate = {
     "accelerate", "0|1",
     "    Take an exact step of the proportions: the same optimum in fewer iterations. Give\n"
     "    -tolerance as well, to stop when it is reached",
     "0"};
+constexpr OptionText kStrict = {
+    "strict", "0|1",
+    "    Take warnings as errors: end before the computation where there are any, and with status\n"
+    "    1 where there are any after it",
+    "0"};
+
+// These are not echoed, and described on standard error.
+constexpr std::array<const OptionText*, 5> kMoreOptions = {&kDevice, &kTiming, &kTolerance,
+                                                           &kAccelerate, &kStrict};
+
+bool isKnown(const std::string& name) {
+  const auto has = [&](const OptionText* option) { return name == option->name; };
+  return std::any_of(kOptions.begin(), kOptions.end(), has) ||
+         std::any_of(kMoreOptions.begin(), kMoreOptions.end(), has);
+}
+
+// How an unknown option was probably meant: -name=value or --name.
+std::string hintOfUnknown(const std::string& name) {
+  const std::size_t equals = std::min(name.find('='), name.size());
+  const std::size_t minus = name.starts_with('-') ? 1 : 0;
+  const std::string word = name.substr(minus, equals - minus);
+  if (!isKnown(word)) return "";
+  std::string meant = "-";
+  meant += word;
+  if (equals < name.size()) meant.append(" ").append(name, equals + 1);
+  return "; write " + inQuotes(meant);
+}
 
 void warnOfUnknownOptions(const Cmd& cmd) {
   for (const auto& [name, values] : cmd.values) {
-    bool known = name == kDevice || name == kTiming.name || name == kTolerance.name ||
-                 name == kAccelerate.name;
-    for (const OptionText* option : kOptions) known = known || name == option->name;
-    if (!known) warn("unknown option " + inQuotes(std::string("-") + name) + " is ignored");
+    if (isKnown(name)) continue;
+    warnOfOption("unknown option " + inQuotes("-" + name) + " is ignored" + hintOfUnknown(name));
   }
-}
-
-// Whether text as a whole is a number of type T; size_t takes no minus sign.
-template <class T>
-bool isNumber(const std::string& text) {
-  if (std::is_unsigned_v<T> && text.find('-') != std::string::npos) return false;
-  std::istringstream stream(text);
-  stream.imbue(std::locale::classic());
-  T number = 0;
-  return stream >> number && (stream >> std::ws).eof();
-}
-
-// What is taken instead of a value that is missing or wrong.
-std::string used(const std::string& text) {
-  return text.empty() ? "" : "; " + inQuotes(text) + " is used";
-}
-template <class T>
-std::string used(T number) {
-  return (std::ostringstream() << "; " << number << " is used").str();
-}
-
-// Warns when the option's values are not one value of type T; taken is what they were read as.
-template <class T>
-void warnOfValues(Cmd& cmd, const OptionText& option, const T& taken) {
-  const std::string name = std::string("-") + option.name;
-  const std::size_t count = cmd.numOptions(option.name);
-  if (cmd.hasArg(option.name) && count == 0) warn(name + " has no value" + used(taken));
-  if (count > 1) warn(name + " has " + std::to_string(count) + " values; only the first is used");
-  if constexpr (std::is_arithmetic_v<T>) {
-    const std::string text = cmd.getString(option.name);
-    if (count == 0 || isNumber<T>(text)) return;
-    const char* expected = std::is_floating_point_v<T> ? "a number"
-                           : std::is_unsigned_v<T>     ? "a whole number from 0 on"
-                                                       : "a whole number";
-    warn(name + " must be " + expected + ", but is " + inQuotes(text) + used(taken));
-  }
-}
-
-// Reads the option into target, which holds the default, and echoes it.
-template <class T>
-void readOption(Cmd& cmd, const OptionText& option, T& target) {
-  cmd.get(option.name, target);
-  const bool missing = option.fallback == nullptr && !cmd.hasArg(option.name);
-  if (missing) {
-    std::cout << "ERROR: Expected -" << option.name << " " << option.kind << "\n";
-  } else {
-    warnOfValues(cmd, option, target);
-    std::cout << "-" << option.name << " " << target << "\n";
-  }
-  std::cout << option.description << std::endl;
-  if (!missing) return;
-  std::cout << option.format << std::flush;
-  std::cerr << "ratseg: -help lists all options" << std::endl;
-  std::exit(1);
-}
-
-// An option that is 0 (off, the default) or 1, which is not echoed.
-bool readSwitch(Cmd& cmd, const OptionText& option) {
-  if (!cmd.hasArg(option.name)) return false;
-  const std::string text = cmd.getString(option.name);
-  if (cmd.numOptions(option.name) != 1 || (text != "0" && text != "1")) {
-    fail(std::string("ERROR: -") + option.name + " must be 0 or 1, but is " + inQuotes(text));
-  }
-  return text == "1";
-}
-
-// The option's value, 0 (off) where it is not given; it is not echoed.
-float readTolerance(Cmd& cmd, const OptionText& option) {
-  if (!cmd.hasArg(option.name)) return 0.0f;
-  const std::string text = cmd.getString(option.name);
-  float value = 0.0f;
-  cmd.get(option.name, value);
-  const bool ok = cmd.numOptions(option.name) == 1 && isNumber<float>(text) && value >= 0.0f;
-  if (!ok) {
-    fail(std::string("ERROR: -") + option.name + " must be a number from 0 on, but is " +
-         inQuotes(text));
-  }
-  return value;
 }
 
 // A negative number of iterations is read as one that no machine finishes.
@@ -192,8 +133,22 @@ void refuseWhatCannotBeCertified(const Params& par) {
 }
 
 void warnOfSenselessNumbers(const Params& par) {
-  if (par.lambda < 0) warn("-lambda should not be negative");
-  if (!(par.eps > 0)) warn("-epsilon should be positive");
+  if (par.lambda < 0) warnOfOption("-lambda should not be negative");
+  if (!(par.eps > 0)) warnOfOption("-epsilon should be positive");
+}
+
+// A result of the run before is easily named as an input of this one.
+void refuseOverwriting(const Options& options) {
+  const std::pair<const OptionText&, const std::string&> inputs[] = {
+      {kImage, options.image}, {kDataterm, options.dataterm}, {kProportions, options.proportions}};
+  for (const auto& [option, input] : inputs) {
+    for (const std::string& result : resultFiles(options.outprefix)) {
+      if (!sameFile(input, result)) continue;
+      fail(std::string("ERROR: -") + option.name + " " + input +
+           " is the same file as the result " + result +
+           ", which would be written over it; give another -" + kOutprefix.name);
+    }
+  }
 }
 
 void warnOfOutputFolder(const std::string& prefix) {
@@ -219,18 +174,13 @@ void printUsage() {
     }
   }
   std::cout << std::flush;
-  std::cerr << "Also: -" << kDevice << " auto|cuda|host\n"
-            << "    Compute on CUDA GPUs, on the host, or on the host when there is no GPU (auto)\n"
-            << "    Default: auto\n"
-            << "-" << kTiming.name << " " << kTiming.kind << "\n"
-            << kTiming.description << "\n"
-            << "    Default: " << kTiming.fallback << "\n"
-            << "-" << kTolerance.name << " " << kTolerance.kind << "\n"
-            << kTolerance.description << "\n"
-            << "    Default: " << kTolerance.fallback << "\n"
-            << "-" << kAccelerate.name << " " << kAccelerate.kind << "\n"
-            << kAccelerate.description << "\n"
-            << "    Default: " << kAccelerate.fallback << std::endl;
+  const char* begin = "Also: ";
+  for (const OptionText* option : kMoreOptions) {
+    std::cerr << begin << "-" << option->name << " " << option->kind << "\n"
+              << option->description << "\n"
+              << "    Default: " << option->fallback << std::endl;
+    begin = "";
+  }
 }
 
 Options readOptions(Cmd& cmd, Params& par) {
@@ -252,11 +202,14 @@ Options readOptions(Cmd& cmd, Params& par) {
   readOption(cmd, kWeightcoeff, options.weightcoeff);
   readOption(cmd, kOutprefix, options.outprefix);
   readOption(cmd, kGpu, options.gpu);
+  warnOfMoreValues(cmd, kDevice);
   options.timing = readSwitch(cmd, kTiming);
-  par.tolerance = readTolerance(cmd, kTolerance);
+  par.tolerance = readNumberFrom0(cmd, kTolerance);
   par.accelerate = readSwitch(cmd, kAccelerate);
+  options.strict = readSwitch(cmd, kStrict);
   refuseEndlessRun(par);
   refuseWhatCannotBeCertified(par);
+  refuseOverwriting(options);
   warnOfSenselessNumbers(par);
   warnOfOutputFolder(options.outprefix);
   return options;
@@ -265,8 +218,8 @@ Options readOptions(Cmd& cmd, Params& par) {
 void chooseDevice(Cmd& cmd) {
   DeviceChoice choice = DeviceChoice::automatic;
   std::string error;
-  if (cmd.hasArg(kDevice)) {
-    const std::string text = cmd.getString(kDevice);
+  if (cmd.hasArg(kDevice.name)) {
+    const std::string text = cmd.getString(kDevice.name);
     if (!parseDeviceChoice(text, choice)) {
       error = "ERROR: -device must be auto, cuda or host, but is " + inQuotes(text);
     }

@@ -17,17 +17,18 @@ struct Options {
   std::string outprefix = "out";
   int gpu = 0;          // device number
   bool timing = false;  // report the seconds of each stage
+  bool strict = false;  // take warnings as errors
 };
 
 // Prints all options with their descriptions and defaults.
 void printUsage();
 
 // Reads the options, those of the solver (lambda, mu, eps, Nsteps, tolerance, accelerate) into
-// par, and echoes each but -timing, -tolerance and -accelerate with its description. Ends the
-// process with status 1 at the first required one that is missing, and at a lambda or an eps that
-// nothing can be certified with when there is a tolerance. Warns on standard error of
-// unknown options, of values that are no numbers or have no sense, and of an output folder that
-// cannot be written to.
+// par, and echoes each but -timing, -tolerance, -accelerate and -strict with its description. Ends
+// the process with status 1 at the first required one that is missing, at a lambda or an eps that
+// nothing can be certified with when there is a tolerance, and at an input that a result would be
+// written over. Warns on standard error of unknown options, of values that are no numbers or have
+// no sense, and of an output folder that cannot be written to.
 Options readOptions(Cmd& cmd, Params& par);
 
 // Chooses the backend by -device (auto, cuda or host), or by the environment variable RATSEG_DEVICE

@@ -14,16 +14,37 @@ namespace namespace_ratseg {
 
 namespace {
 
+constexpr std::size_t kMostTextBytes = std::size_t{16} << 20;
+
+// The text up to its end, which may never come: up to the first zero byte, as no text holds one,
+// and not much beyond kMostTextBytes.
+std::string readText(std::istream& stream) {
+  constexpr std::size_t kPiece = 65536;
+  std::string text;
+  while (text.size() <= kMostTextBytes && stream.good()) {
+    const std::size_t before = text.size();
+    text.resize(before + kPiece);
+    stream.read(text.data() + before, kPiece);
+    text.resize(before + static_cast<std::size_t>(stream.gcount()));
+    const std::size_t zero = text.find('\0', before);
+    if (zero == std::string::npos) continue;
+    text.resize(zero + 1);
+    break;
+  }
+  return text;
+}
+
 std::istringstream openText(const std::string& file) {
   std::ifstream stream(file);
   if (!stream.is_open()) {
     warnIfUnreadable(file);
     fail("ERROR opening proportions file " + file);
   }
-  // No text holds a zero byte; what is behind one is not read, as it may have no end.
-  std::string text;
-  std::getline(stream, text, '\0');
-  if (stream.good()) text += '\0';
+  std::string text = readText(stream);
+  if (text.size() > kMostTextBytes) {
+    fail("ERROR reading proportions file " + file + ": more than " +
+         std::to_string(kMostTextBytes) + " bytes of text");
+  }
   constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
   if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
   return std::istringstream(std::move(text));

@@ -7,6 +7,8 @@
 #include <locale>
 #include <sstream>
 
+#include "util/small_file.h"
+
 namespace namespace_ratseg {
 
 namespace {
@@ -40,10 +42,6 @@ bool convert(const std::string& text, std::string& target) {
   return true;
 }
 
-bool isOptionName(const std::string& word) {
-  return word.starts_with('-') && !(word.size() > 1 && word[1] >= '0' && word[1] <= '9');
-}
-
 bool startsComment(const std::string& word) {
   return word.starts_with('#') || word.starts_with('%') || word.starts_with("//");
 }
@@ -55,12 +53,13 @@ std::vector<std::string> splitLine(const std::string& line) {
   return words;
 }
 
-std::ifstream openInFolders(const std::string& filename, const std::string* dirs, int numDirs) {
+bool readInFolders(const std::string& filename, const std::string* dirs, int numDirs,
+                   std::string& text) {
   for (int i = 0; dirs != nullptr && i < numDirs; ++i) {
-    std::ifstream file(dirs[i] + (dirs[i].ends_with('/') ? "" : "/") + filename);
-    if (file.is_open()) return file;
+    const std::string path = dirs[i] + (dirs[i].ends_with('/') ? "" : "/") + filename;
+    if (readSmallFile(path, Cmd::kMostFileBytes, text)) return true;
   }
-  return std::ifstream(filename);
+  return readSmallFile(filename, Cmd::kMostFileBytes, text);
 }
 
 }  // namespace
@@ -79,8 +78,9 @@ bool Cmd::parse(int argc, const char* const* argv, const std::string& filename,
 }
 
 bool Cmd::parseFile(const std::string& filename, const std::string* dirs, int numDirs) {
-  std::ifstream file = openInFolders(filename, dirs, numDirs);
-  if (!file.is_open()) return false;
+  std::string text;
+  if (!readInFolders(filename, dirs, numDirs, text)) return false;
+  std::istringstream file(text);
   for (std::string line; std::getline(file, line);) {
     const std::vector<std::string> words = splitLine(line);
     if (words.empty()) continue;
@@ -94,13 +94,17 @@ void Cmd::parseCmdLine(int argc, const char* const* argv) {
   std::vector<std::string>* current = nullptr;
   for (int i = 1; i < argc; ++i) {
     const std::string word = argv[i];
-    if (isOptionName(word)) {
+    if (isOption(word)) {
       current = &values[word.substr(1)];
       current->clear();
     } else if (current != nullptr) {
       current->push_back(word);
     }
   }
+}
+
+bool Cmd::isOption(const std::string& word) {
+  return word.starts_with('-') && !(word.size() > 1 && word[1] >= '0' && word[1] <= '9');
 }
 
 void Cmd::clear() {

@@ -27,6 +27,9 @@ class Cmd {
     std::string desc;  // free text, may be empty
   };
 
+  // Of an option file.
+  static constexpr std::size_t kMostFileBytes = std::size_t{1} << 20;
+
   Cmd() = default;
   // The same as parse().
   Cmd(int argc, const char* const* argv, const std::string& filename, const std::string* dirs,
@@ -40,8 +43,12 @@ class Cmd {
              const std::string* dirs, int numDirs);
 
   // Adds the options of a file: of the first of the numDirs folders that has it, otherwise of
-  // filename as it stands. dirs may be null. False when no file could be opened.
+  // filename as it stands. dirs may be null. False when there is no regular file of at most
+  // kMostFileBytes that can be read; others, as pipes, are not waited for.
   bool parseFile(const std::string& filename, const std::string* dirs, int numDirs);
+
+  // Whether a word of a command line names an option.
+  static bool isOption(const std::string& word);
 
   // Adds the options of words 1 to argc - 1. Values before the first option are ignored.
   void parseCmdLine(int argc, const char* const* argv);

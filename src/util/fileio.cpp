@@ -1,5 +1,7 @@
 #include "util/fileio.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <bit>
 #include <cerrno>
@@ -9,6 +11,7 @@
 #include <vector>
 
 #include "util/file_replacement.h"
+#include "util/gzip_reader.h"
 
 namespace namespace_ratseg {
 
@@ -52,73 +55,73 @@ bool FileIO::loadArray(const std::string& filename, T* array, std::size_t count,
     std::cout << "ERROR (FileIO::loadArray()): array must be allocated" << std::endl;
     return false;
   }
-  gzFile file = gzopen(filename.c_str(), "rb");
-  if (file == nullptr) return false;
+  GzipReader file(filename);
   std::uint64_t inFile = 0;
-  if (!loadGZ(file, &inFile, sizeof inFile)) return false;
+  if (file.read(&inFile, sizeof inFile) != sizeof inFile) return false;
   if (inFile == 0) {
     std::cout << "ERROR (File::loadArray()): No elements in file" << std::endl;
-    gzclose(file);
     return false;
   }
   if (inFile != count) {
     std::cout << "ERROR (FileIO::loadArray()): Number of elements in file = " << inFile
               << ", but should be " << count << std::endl;
-    gzclose(file);
     return false;
   }
-  if (!loadGZ(file, array, count * sizeof(T))) return false;
+  if (file.read(array, count * sizeof(T)) != count * sizeof(T)) return false;
   char byte;
-  if (more != nullptr) *more = gzread(file, &byte, 1) > 0;
-  gzclose(file);
-  return true;
+  const bool any = file.read(&byte, 1) > 0;
+  if (more != nullptr) *more = any;
+  return file.ok();
 }
 
 FileIO::GZContents FileIO::inspectGZ(const std::string& filename, std::size_t limit) {
   GZContents found;
-  gzFile file = gzopen(filename.c_str(), "rb");
-  if (file == nullptr) return found;
-  found.opened = true;
+  GzipReader file(filename);
+  found.opened = file.isOpen();
   std::vector<char> buffer(std::size_t{1} << 16);
-  int bytes = 0;
+  std::size_t bytes = 0;
   do {
-    const std::size_t wanted = std::min(buffer.size(), limit - found.bytes);
-    bytes = gzread(file, buffer.data(), static_cast<unsigned int>(wanted));
-    if (bytes <= 0) break;
-    if (found.bytes == 0) {
-      std::memcpy(&found.count, buffer.data(), std::min<std::size_t>(bytes, sizeof found.count));
-    }
-    found.bytes += static_cast<std::size_t>(bytes);
-  } while (found.bytes < limit);
-  found.packed = gzdirect(file) == 0;
-  int error = Z_OK;
-  const std::string message = gzerror(file, &error);
-  found.cut = bytes == 0 && error == Z_BUF_ERROR;
-  if (bytes < 0) {
-    const std::string name = filename + ": ";
-    found.error = message.starts_with(name) ? message.substr(name.size()) : message;
-  }
-  gzclose(file);
+    bytes = file.read(buffer.data(), std::min(buffer.size(), limit - found.bytes));
+    if (found.bytes == 0)
+      std::memcpy(&found.count, buffer.data(), std::min(bytes, sizeof found.count));
+    found.bytes += bytes;
+  } while (bytes > 0);
+  found.packed = file.packed();
+  found.cut = file.cut();
+  found.error = file.error();
   return found;
+}
+
+template <class T>
+bool FileIO::makeArray(FileReplacement& file, const T* array, std::size_t count, int level) {
+  const std::string mode = "wb" + std::to_string(level);
+  return file.make([&](int descriptor) {
+    const int own = dup(descriptor);  // zlib closes it
+    gzFile packed = own < 0 ? nullptr : gzdopen(own, mode.c_str());
+    if (packed == nullptr) {
+      if (own >= 0) close(own);
+      return false;
+    }
+    const std::uint64_t inFile = count;
+    // What zlib still holds is written when the file is closed.
+    return writeGZ(packed, &inFile, sizeof inFile) && writeGZ(packed, array, count * sizeof(T)) &&
+           gzclose(packed) == Z_OK;
+  });
 }
 
 template <class T>
 bool FileIO::saveArray(const std::string& filename, const T* array, std::size_t count,
                        std::string* error) {
-  errno = 0;
-  FileReplacement replacement(filename);
-  gzFile file = gzopen(replacement.path().c_str(), "wb9");
-  const std::uint64_t inFile = count;
-  // What zlib still holds is written when the file is closed.
-  const bool saved = file != nullptr && writeGZ(file, &inFile, sizeof inFile) &&
-                     writeGZ(file, array, count * sizeof(T)) && gzclose(file) == Z_OK &&
-                     replacement.finish();
+  FileReplacement file(filename);
+  const bool saved = makeArray(file, array, count) && file.finish();
   if (!saved && error != nullptr) *error = textOfErrno(errno);
   return saved;
 }
 
 template bool FileIO::loadArray(const std::string&, float*, std::size_t, bool*);
 template bool FileIO::loadArray(const std::string&, int*, std::size_t, bool*);
+template bool FileIO::makeArray(FileReplacement&, const float*, std::size_t, int);
+template bool FileIO::makeArray(FileReplacement&, const int*, std::size_t, int);
 template bool FileIO::saveArray(const std::string&, const float*, std::size_t, std::string*);
 template bool FileIO::saveArray(const std::string&, const int*, std::size_t, std::string*);
 

@@ -13,6 +13,8 @@ class QImage;
 
 namespace namespace_ratseg {
 
+class FileReplacement;
+
 // Packed arrays and image files. Failures are reported by false; only loadArray prints (on standard
 // output), and nothing throws but std::bad_alloc. File names are bytes, as the system takes them.
 //
@@ -33,9 +35,10 @@ class FileIO {
                       std::size_t pieceBytes = kPieceBytes);
 
   // Fills the caller's array of count elements from a packed array of exactly that many. An
-  // uncompressed file of the same bytes is read too. The array's contents are undefined after a
-  // failure. Bytes behind the elements are ignored; after a success *more says whether there are
-  // any, unless more is null. T is float or int.
+  // uncompressed file of the same bytes is read too. False as well where the gzip stream's checksum
+  // is wrong or missing. The array's contents are undefined after a failure. Bytes behind the
+  // elements are ignored; after a success *more says whether there are any, unless more is null. T
+  // is float or int.
   template <class T>
   static bool loadArray(const std::string& filename, T* array, std::size_t count,
                         bool* more = nullptr);
@@ -53,11 +56,13 @@ class FileIO {
   // Reads the file to its end, but not more than limit bytes.
   static GZContents inspectGZ(const std::string& filename, std::size_t limit);
 
-  // Writes count elements as a packed array. T is float or int.
-  //
-  // This and the functions that save images replace an old file only by a complete one, where that
-  // can be done (util/file_replacement.h); otherwise a failure may leave a partial file. A failure
-  // sets *error, unless that is null, to the reason, as far as it is known.
+  // Makes count elements the new content of a file, as a packed array; level is zlib's, from 1
+  // (fast) to 9 (small). False with errno. T is float or int.
+  template <class T>
+  static bool makeArray(FileReplacement& file, const T* array, std::size_t count, int level = 9);
+
+  // The same for the file of that name, which it replaces. A failure leaves the old file as it was,
+  // as far as file_replacement.h says, and sets *error, unless that is null, to the reason.
   template <class T>
   static bool saveArray(const std::string& filename, const T* array, std::size_t count,
                         std::string* error = nullptr);
@@ -89,8 +94,12 @@ class FileIO {
   // Whether the file looks like an image of a format that Qt reads.
   static bool imageFormatIsKnown(const std::string& filename);
 
-  // Write a PNG file: an image; w * h colour pixels (ImageTransforms::imageToQImage); w * h byte
-  // triples, blue first.
+  // Makes the image the new content of a file, as PNG. False with *error, unless that is null.
+  static bool makeImagePNG(FileReplacement& file, const QImage& image,
+                           std::string* error = nullptr);
+
+  // Write a PNG file, as saveArray does: an image; w * h colour pixels
+  // (ImageTransforms::imageToQImage); w * h byte triples, blue first.
   static bool saveImagePNG(const QImage* image, const std::string& filename,
                            std::string* error = nullptr);
   static bool saveImagePNG(const float4* image, int w, int h, const std::string& filename,

@@ -12,6 +12,7 @@
 #include "util/file_replacement.h"
 #include "util/fileio.h"
 #include "util/imagetransforms.h"
+#include "util/png_encoder.h"
 
 namespace namespace_ratseg {
 
@@ -45,20 +46,10 @@ auto askReader(const std::string& filename, Ask&& ask) {
   return ask(reader);
 }
 
-// Qt encodes the image, but would neither take every name nor notice a disk that is full.
 bool savePNG(const QImage& image, const std::string& filename, std::string* error) {
-  QByteArray png;
-  QBuffer buffer(&png);
-  if (!buffer.open(QIODevice::WriteOnly) || !image.save(&buffer, "PNG", -1)) {
-    if (error != nullptr) *error = "it cannot be encoded as PNG";
-    return false;
-  }
-  errno = 0;
-  FileReplacement replacement(filename);
-  std::ofstream file(replacement.path(), std::ios::binary);
-  file.write(png.constData(), png.size());
-  file.close();
-  const bool saved = file.good() && replacement.finish();
+  FileReplacement file(filename);
+  if (!FileIO::makeImagePNG(file, image, error)) return false;
+  const bool saved = file.finish();
   if (!saved && error != nullptr) *error = textOfErrno(errno);
   return saved;
 }
@@ -126,6 +117,20 @@ bool FileIO::imageHas16Bits(const std::string& filename) {
 bool FileIO::imageFormatIsKnown(const std::string& filename) {
   if (filename.empty()) return false;
   return askReader(filename, [](QImageReader& reader) { return reader.canRead(); });
+}
+
+bool FileIO::makeImagePNG(FileReplacement& file, const QImage& image, std::string* error) {
+  QByteArray png;
+  std::string reason;
+  if (!encodePNG(image, png, reason)) {
+    if (error != nullptr) *error = reason;
+    return false;
+  }
+  const bool made = file.make([&png](int descriptor) {
+    return writeAll(descriptor, png.constData(), static_cast<std::size_t>(png.size()));
+  });
+  if (!made && error != nullptr) *error = textOfErrno(errno);
+  return made;
 }
 
 bool FileIO::saveImagePNG(const QImage* image, const std::string& filename, std::string* error) {

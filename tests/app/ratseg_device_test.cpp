@@ -11,9 +11,10 @@ constexpr const char* kNotice = "ratseg: no CUDA GPU found, computing on the hos
 
 class RatsegDevice : public RatsegProgram {
  protected:
-  void expectRefused(const ProgramResult& result, const std::string& error) const {
+  void expectRefused(const ProgramResult& result, const std::string& error,
+                     const std::string& err = "") const {
     EXPECT_EQ(result.out, error);
-    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.err, err);
     EXPECT_EQ(result.status, 1);
   }
 
@@ -53,7 +54,7 @@ TEST_F(RatsegDevice, OnTheCommandLineBeatsTheEnvironment) {
 TEST_F(RatsegDevice, IsReadFromTheOptionFileToo) {
   saveText("ratseg.cfg", "device nowhere\n");
   const std::string error = "ERROR: -device must be auto, cuda or host, but is \"nowhere\"\n";
-  expectRefused(run(), error);
+  expectRefused(run(), error, "ratseg: options from \"./ratseg.cfg\"\n");
   expectRefused(runWords({}), error);
   EXPECT_EQ(run({{"-device", "host"}}).status, 0);
 }

@@ -1,7 +1,11 @@
 // Every message and exit status of the program.
 
+#include <sys/stat.h>
+
+#include <csignal>
 #include <cstdint>
 #include <filesystem>
+#include <thread>
 
 #include "app/ratseg_program.h"
 
@@ -94,6 +98,11 @@ TEST_F(RatsegMessages, WithoutArgumentsAreTheUsageScreen) {
       "-accelerate 0|1\n"
       "    Take an exact step of the proportions: the same optimum in fewer iterations. Give\n"
       "    -tolerance as well, to stop when it is reached\n"
+      "    Default: 0\n"
+      "-strict 0|1\n"
+      "    Take warnings as errors: end before the computation where there are any, and with "
+      "status\n"
+      "    1 where there are any after it\n"
       "    Default: 0\n");
   EXPECT_EQ(result.status, 0);
 }
@@ -217,6 +226,33 @@ TEST_F(RatsegMessages, TellAProportionsFileWithoutAnEndAsOneWithoutNumbers) {
   const ProgramResult result = run({{"-proportions", "/dev/zero"}});
   EXPECT_TRUE(result.out.ends_with("\nERROR reading proportions file /dev/zero: no data found\n"));
   EXPECT_EQ(result.status, 1);
+}
+
+TEST_F(RatsegMessages, TellProportionsWithoutAnEnd) {
+  ASSERT_EQ(mkfifo(dir_.file("pipe").c_str(), 0600), 0);
+  const auto before = signal(SIGPIPE, SIG_IGN);
+  std::thread writer([&] {
+    std::ofstream pipe(dir_.file("pipe"));
+    for (std::size_t bytes = 0; pipe && bytes < (std::size_t{64} << 20); bytes += 1000) {
+      pipe << std::string(1000, ' ') << std::flush;
+    }
+    EXPECT_FALSE(pipe) << "64 MiB were read";
+  });
+  const ProgramResult result = run({{"-proportions", "pipe"}});
+  writer.join();
+  signal(SIGPIPE, before);
+  EXPECT_TRUE(result.out.ends_with(
+      "\nERROR reading proportions file pipe: more than 16777216 bytes of text\n"))
+      << result.out;
+  EXPECT_EQ(result.status, 1);
+}
+
+TEST_F(RatsegMessages, TakeProportionsFromAPipe) {
+  ASSERT_EQ(mkfifo(dir_.file("pipe").c_str(), 0600), 0);
+  std::thread writer([&] { std::ofstream(dir_.file("pipe")) << FourLabels::proportions; });
+  const ProgramResult result = run({{"-proportions", "pipe"}});
+  writer.join();
+  EXPECT_EQ(result.status, 0);
 }
 
 TEST_F(RatsegMessages, TellAProportionsFolder) {

@@ -106,9 +106,9 @@ class RatsegProgram : public testing::Test {
     return words;
   }
 
-  // The program's word 0 is "ratseg", so its option file is ratseg.cfg in the folder.
+  // The program's word 0 is "./ratseg", so its option file is ratseg.cfg in the folder.
   ProgramResult runWords(const std::vector<std::string>& words) const {
-    return program_.run(words, "ratseg");
+    return program_.run(words, "./ratseg");
   }
   ProgramResult run(const Changes& changes = {}) const { return runWords(commandLine(changes)); }
 
@@ -131,6 +131,12 @@ inline std::string withoutShares(const std::string& err) {
   std::size_t end = at + head.size();
   while (err.compare(end, 4, "    ") == 0 && end < err.size()) end = err.find('\n', end) + 1;
   return err.substr(0, at) + err.substr(end);
+}
+
+// What standard error says without the warnings of options that are repeated at the end.
+inline std::string withoutRepeats(const std::string& err) {
+  static const std::regex line("(^|\n)(ratseg: warning \\(repeated\\): [^\n]*\n)+");
+  return std::regex_replace(err, line, "$1");
 }
 
 // The text from the line that begins with start on.

@@ -32,13 +32,13 @@ class RatsegWarnings : public RatsegProgram {
     return bytes.substr(0, static_cast<std::size_t>(read));
   }
 
-  // Runs with the changes and expects exactly these lines on standard error.
+  // Runs with the changes and expects exactly these lines on standard error, repeated ones apart.
   ProgramResult expectWarnings(const Changes& changes, const std::vector<std::string>& lines,
                                int status = 0) const {
     std::string err;
     for (const std::string& line : lines) err += "ratseg: warning: " + line + "\n";
     ProgramResult result = run(changes);
-    EXPECT_EQ(withoutShares(result.err), err);
+    EXPECT_EQ(withoutRepeats(withoutShares(result.err)), err);
     EXPECT_EQ(result.status, status);
     return result;
   }
@@ -95,7 +95,7 @@ TEST_F(RatsegWarnings, TellOptionsWithoutOrWithSeveralValues) {
             "ratseg: -help lists all options\n");
   std::vector<std::string> words = commandLine();
   words.insert(words.end(), {"-outprefix", "my", "results"});
-  EXPECT_EQ(withoutShares(runWords(words).err),
+  EXPECT_EQ(withoutRepeats(withoutShares(runWords(words).err)),
             "ratseg: warning: -outprefix has 2 values; only the first is used\n");
 }
 
@@ -260,6 +260,14 @@ TEST_F(RatsegWarnings, TellADamagedDataterm) {
   expectWarnings({}, {"\"dataterm.gz\" is damaged: incorrect data check; " + kMustHold}, 1);
 }
 
+TEST_F(RatsegWarnings, TellADatatermWithoutItsChecksum) {
+  const auto size = std::filesystem::file_size(dir_.file("dataterm.gz"));
+  for (const std::size_t missing : {1, 4, 8}) {
+    std::filesystem::resize_file(dir_.file("dataterm.gz"), size - missing);
+    expectWarnings({}, {"\"dataterm.gz\" ends early: its checksum is missing; " + kMustHold}, 1);
+  }
+}
+
 // It is there no longer when it could be looked at again.
 TEST_F(RatsegWarnings, TellADatatermFromAPipeWhatItMustHold) {
   ASSERT_EQ(mkfifo(dir_.file("pipe").c_str(), 0600), 0);
@@ -332,7 +340,57 @@ TEST_F(RatsegWarnings, TellAnImageOfOneColourThatNoGammaCanBeComputedFrom) {
   saveImage("image.png", blackImage(FourLabels::w, FourLabels::h));
   expectWarnings(
       {{"-weightcoeff", "-1"}},
+      {"-weightcoeff is negative, but the image has a single colour: no weight can be computed",
+       "the computation met NaN or infinite values; the labeling means nothing"});
+  // Where nothing is computed, nothing is lost.
+  expectWarnings(
+      {{"-weightcoeff", "-1"}, {"-iterations", "0"}},
       {"-weightcoeff is negative, but the image has a single colour: no weight can be computed"});
+}
+
+// The step size becomes infinite, and each pixel gets label 0.
+TEST_F(RatsegWarnings, TellAComputationThatLeftTheNumbers) {
+  const Changes changes = {{"-lambda", "1e-40"}, {"-accelerate", "1"}};
+  expectWarnings(changes,
+                 {"the computation met NaN or infinite values; the labeling means nothing"});
+  EXPECT_EQ(readPackedArray<int>(dir_.file("out_result_labeling.gz")), std::vector<int>(96, 0));
+  expectWarnings({{"-epsilon", "-1"}, {"-iterations", "100"}},
+                 {"-epsilon should be positive",
+                  "the computation met NaN or infinite values; the labeling means nothing"});
+}
+
+TEST_F(RatsegWarnings, CountPixelsWithLabelsThatTheirCostsForbid) {
+  const float never = std::numeric_limits<float>::max();
+  std::vector<float> rho = FourLabels::dataterm();
+  for (std::size_t i = 0; i < 4; ++i) rho[i * 96 + 40] = rho[i * 96 + 41] = never;
+  saveDataterm("dataterm.gz", rho);
+  expectWarnings({{"-iterations", "0"}},
+                 {"2 of 96 pixels have a label that the data term forbids there"});
+  rho[41] = 0;
+  saveDataterm("dataterm.gz", rho);
+  expectWarnings({{"-iterations", "0"}},
+                 {"1 of 96 pixels has a label that the data term forbids there"});
+}
+
+// The projection lifts forbidden labels where the prior pulls at the others.
+TEST_F(RatsegWarnings, CountForbiddenLabelsThatTheSolverTakes) {
+  const float never = std::numeric_limits<float>::max();
+  std::vector<float> rho = FourLabels::dataterm();
+  for (std::size_t p = 0; p < 96; ++p) rho[(p % 12 < 6 ? 0 : 96) + p] = never;
+  saveDataterm("dataterm.gz", rho);
+  saveText("proportions.txt", "0.3 0.02 0.3 0.02 0.4 0.02");
+  const ProgramResult result = run({{"-mu", "500"}, {"-iterations", "1000"}});
+  std::size_t forbidden = 0;
+  const std::vector<int> labels = readPackedArray<int>(dir_.file("out_result_labeling.gz"));
+  for (std::size_t p = 0; p < 96; ++p) {
+    forbidden += rho[static_cast<std::size_t>(labels[p]) * 96 + p] >= never ? 1 : 0;
+  }
+  ASSERT_GT(forbidden, 1u);
+  EXPECT_NE(result.err.find("ratseg: warning: " + std::to_string(forbidden) +
+                            " of 96 pixels have a label that the data term forbids there\n"),
+            std::string::npos)
+      << result.err;
+  EXPECT_EQ(result.status, 0);
 }
 
 TEST_F(RatsegWarnings, CutAndCleanWhatTheyQuote) {

@@ -1,13 +1,9 @@
 #include "app/dataterm/dataterm_app.h"
 
-#include <zlib.h>
-
 #include <QtGlobal>
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -24,12 +20,15 @@
 #include "app/dataterm/scribble_problem.h"
 #include "app/dataterm/scribble_warnings.h"
 #include "app/image_warnings.h"
+#include "app/messages.h"
+#include "app/process.h"
 #include "app/usage_wanted.h"
 #include "device/selection.h"
 #include "util/cudautil.h"
 #include "util/file_replacement.h"
 #include "util/fileio.h"
 #include "util/rgb.h"
+#include "util/same_file.h"
 
 namespace namespace_ratseg {
 
@@ -51,10 +50,6 @@ std::string numberText(double value) {
   char text[32];
   std::snprintf(text, sizeof text, "%.9g", value);
   return text;
-}
-
-void warn(const std::string& message) {
-  std::cerr << "ratseg-dataterm: warning: " << message << std::endl;
 }
 
 Image loadImage(const std::string& file) {
@@ -172,8 +167,7 @@ std::vector<float> computeDataterm(Problem& problem, const DatatermOptions& opti
 // Hand-drawn scribbles are not to be lost by a slip of the fingers.
 void refuseOverwriting(const DatatermOptions& options) {
   const auto refuse = [](const std::string& option, const std::string& out, const std::string& in) {
-    std::error_code ignored;
-    if (out == in || std::filesystem::equivalent(out, in, ignored)) {
+    if (sameFile(out, in)) {
       throw InputError(option + " " + out, "a file of its own", "that it is " + in + " as well");
     }
   };
@@ -186,32 +180,34 @@ void refuseOverwriting(const DatatermOptions& options) {
   if (!options.proportions.empty()) refuse("-proportions", options.proportions, options.out);
 }
 
-[[noreturn]] void failWriting(const std::string& option, const std::string& file) {
-  const std::string known = textOfErrno(errno);
-  const std::string reason = known.empty() ? "the file could not be written" : known;
-  throw InputError(option + " " + file, "a file that can be written", reason);
+[[noreturn]] void failWriting(const std::string& option, const std::string& file, int error) {
+  throw InputError(option + " " + file, "a file that can be written", textOfErrno(error));
 }
 
-void writeDataterm(const std::string& file, const std::vector<float>& rho) {
-  errno = 0;
-  FileReplacement replacement(file);
+// Nothing takes its place unless all is made.
+void writeFiles(const DatatermOptions& options, const std::vector<float>& rho,
+                const std::vector<double>& shares) {
+  FileReplacement dataterm(options.out);
   // Level 1: higher ones take several times as long and save little on floats.
-  gzFile out = gzopen(replacement.path().c_str(), "wb1");
-  const std::uint64_t count = rho.size();
-  if (out == nullptr || !FileIO::writeGZ(out, &count, sizeof count) ||
-      !FileIO::writeGZ(out, rho.data(), rho.size() * sizeof(float)) || gzclose(out) != Z_OK ||
-      !replacement.finish()) {
-    failWriting("-out", file);
+  if (!FileIO::makeArray(dataterm, rho.data(), rho.size(), 1)) {
+    failWriting("-out", options.out, errno);
   }
-}
-
-void writeProportions(const std::string& file, const std::vector<double>& shares, double spread) {
-  errno = 0;
-  FileReplacement replacement(file);
-  std::ofstream out(replacement.path());
-  for (double share : shares) out << numberText(share) << " " << numberText(spread) << "\n";
-  out.close();
-  if (!out || !replacement.finish()) failWriting("-proportions", file);
+  FileReplacement proportions(options.proportions);
+  std::vector<FileReplacement*> files = {&dataterm};
+  if (!shares.empty()) {
+    std::string text;
+    for (double share : shares) {
+      text += numberText(share) + " " + numberText(options.spread) + "\n";
+    }
+    const auto write = [&](int descriptor) {
+      return writeAll(descriptor, text.data(), text.size());
+    };
+    if (!proportions.make(write)) failWriting("-proportions", options.proportions, errno);
+    files.push_back(&proportions);
+  }
+  const std::vector<int> errors = finishTogether(files);
+  if (errors[0] != 0) failWriting("-out", options.out, errors[0]);
+  if (errors.back() != 0) failWriting("-proportions", options.proportions, errors.back());
 }
 
 void report(const Problem& problem, const DatatermOptions& options) {
@@ -237,19 +233,21 @@ void report(const Problem& problem, const DatatermOptions& options) {
 
 void run(const DatatermOptions& options) {
   refuseOverwriting(options);
+  for (const std::string& file : {options.out, options.proportions}) {
+    if (!file.empty()) removeLeftovers(file);
+  }
   Problem problem(options);
   chooseDevice(options);
   warnOfScribbles(problem, options);
-  writeDataterm(options.out, computeDataterm(problem, options));
-  if (!problem.shares.empty()) {
-    writeProportions(options.proportions, problem.shares, options.spread);
-  }
+  if (options.strict && warningCount() > 0) throw std::runtime_error(warningsAreErrors());
+  writeFiles(options, computeDataterm(problem, options), problem.shares);
   report(problem, options);
 }
 
 }  // namespace
 
 int runDatatermApp(int argc, const char* const* argv) {
+  setProgramName("ratseg-dataterm");
   if (usageWanted(argc, argv)) {
     std::cout << kDatatermUsage;
     return 0;
@@ -261,7 +259,7 @@ int runDatatermApp(int argc, const char* const* argv) {
     run(DatatermOptions::parse(argc, argv));
     return 0;
   } catch (const std::bad_alloc&) {
-    std::cerr << "ERROR: out of memory" << std::endl;
+    endForLackOfMemory();
   } catch (const std::exception& e) {
     std::cerr << "ERROR: " << e.what() << std::endl;
   }

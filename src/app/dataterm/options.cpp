@@ -16,7 +16,7 @@ const char* const kDatatermUsage =
   ratseg-dataterm -image F -scribbles F -out F [-scribbled-image F]
                   [-sigma 5] [-thr 10]
                   [-truth F -proportions F [-spread 0.02]]
-                  [-shares foreground|image] [-device auto|cuda|host]
+                  [-shares foreground|image] [-device auto|cuda|host] [-strict 0|1]
 
 -image <filename>
     Image to segment, of any format that ratseg reads
@@ -50,6 +50,9 @@ const char* const kDatatermUsage =
 -device auto|cuda|host
     Where to compute
     Default: what RATSEG_DEVICE says, otherwise auto
+-strict 0|1
+    Take warnings as errors: where there are any, end before the computation
+    Default: 0
 )";
 
 namespace {
@@ -63,7 +66,7 @@ class Reader {
   void refuseUnknown() const {
     static const std::string known[] = {"image",  "scribbles", "scribbled-image", "out",
                                         "sigma",  "thr",       "truth",           "proportions",
-                                        "spread", "shares",    "device"};
+                                        "spread", "shares",    "device",          "strict"};
     for (const auto& [name, values] : cmd_.values) {
       bool isKnown = false;
       for (const std::string& k : known) isKnown = isKnown || k == name;
@@ -137,6 +140,13 @@ void checkDevice(const Reader& reader, DatatermOptions& options) {
   }
 }
 
+void checkStrict(const Reader& reader, DatatermOptions& options) {
+  std::string strict = "0";
+  reader.text("strict", "0 or 1", strict);
+  if (strict != "0" && strict != "1") throw InputError("-strict", "0 or 1", quoted(strict));
+  options.strict = strict == "1";
+}
+
 // -truth, -proportions and -spread go together.
 void readTruth(const Reader& reader, DatatermOptions& options) {
   const bool truth = reader.text("truth", "a file name", options.truth);
@@ -177,6 +187,7 @@ DatatermOptions DatatermOptions::parse(int argc, const char* const* argv) {
   readTruth(reader, options);
   checkShares(reader, options);
   checkDevice(reader, options);
+  checkStrict(reader, options);
   return options;
 }
 

@@ -18,6 +18,7 @@ struct DatatermOptions {
   double spread = 0.02;        // -spread, >= 0: the sigma column of the proportions file
   bool sharesOfImage = false;  // -shares image (true) or foreground (false)
   std::string device;          // -device; empty: as RATSEG_DEVICE says
+  bool strict = false;         // -strict: warnings are errors
 
   // The cost of the void background label that -shares image appends: too dear to be chosen, and
   // finite, because the projection onto the simplex can lift a forbidden label.

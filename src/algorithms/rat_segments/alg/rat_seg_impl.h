@@ -93,6 +93,10 @@ class RatSegImpl {
   // constAlpha of the kind of prior: the pixels of the image, or 1 (docs/math.md, section 5.6).
   float constAlphaOfPrior() const;
 
+  // Whether labeling, duals and shares hold neither NaN nor infinite values. Some engines turn NaN
+  // into numbers, so that in the data term or the weight is looked for as well.
+  bool stateIsFinite();
+
   // Whether w, h and n are still those that the arrays were allocated for; otherwise says on
   // standard error that method cannot use them.
   bool sizesHold(const char* method) const;

@@ -86,6 +86,7 @@ void RatSegImpl::run() {
       deviceSynchronizeAll();
       if (cancel) break;
       if (par.Nsteps != par.outModulo) {
+        const std::lock_guard lock(standardOutputMutex);
         std::cout << "Step " << step << " of " << par.Nsteps << std::endl;
       }
     }
@@ -112,6 +113,7 @@ void RatSegImpl::run() {
   engine.reset();
   strips.reset();
   deviceSynchronizeAll();
+  statistics.finite = statistics.iterations == 0 || stateIsFinite();
 }
 
 // One launch per kernel. Bytes moved per pixel and label: 20 in the dual step (u_bar and p read, p
@@ -354,6 +356,7 @@ void RatSegImpl::printReport(Report& report) {
   check(kRunLines + __LINE__);
 
   const float pixels = static_cast<float>(par.w * par.h);
+  const std::lock_guard lock(standardOutputMutex);
   std::cout << std::fixed;
   for (std::size_t i = 0; i < par.n; ++i) {
     const float a = report.a[i];
