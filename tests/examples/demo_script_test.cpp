@@ -66,6 +66,18 @@ TEST_F(DemoScript, FoldersWithoutTheThreePictures) {
   expectError({"my pictures"}, "expected a file \"" + folder + "/scribbles.png\", but found none");
 }
 
+TEST_F(DemoScript, FoldersNamedLikeAFileOfTheDemo) {
+  for (const std::string name : {"image.png", "dataterm.gz", "with.log", "sheet.png",
+                                 "without_result_labeling_overlaid.png"}) {
+    std::filesystem::create_directory(dir_.file(name));
+    for (const char* file : {"image.tif", "scribbles.png", "truth.png"}) {
+      std::ofstream(dir_.file(name + "/" + file)) << "picture";
+    }
+    expectError({name}, "expected a folder of another name: \"" + name +
+                            "\" in demo-out is for a file of the demo itself");
+  }
+}
+
 // A copy of the scripts beside the programs of this build, with tools that find nothing to build or
 // to install, and a folder of pictures.
 class DemoRun : public testing::Test {
@@ -101,9 +113,11 @@ class DemoRun : public testing::Test {
     RawPng{w, 1, 8, RawPng::kGrey, row, "", ""}.save(dir_.file("pictures/" + name));
   }
 
-  ProgramResult run(const std::vector<std::string>& options) const {
-    std::vector<std::string> words = {"bash", "project/scripts/demo.sh", "pictures", "-iterations",
-                                      "10"};
+  ProgramResult run(const std::vector<std::string>& options,
+                    const std::string& folder = "pictures") const {
+    std::vector<std::string> words = {"bash", "project/scripts/demo.sh"};
+    if (!folder.empty()) words.push_back(folder);
+    words.insert(words.end(), {"-iterations", "10"});
     words.insert(words.end(), options.begin(), options.end());
     return program_.run(words);
   }
@@ -151,6 +165,46 @@ TEST_F(DemoRun, EndsWithTheOutputOfARunThatFails) {
             std::string::npos)
       << result.err;
   EXPECT_NE(result.err.find("\nERROR: this failed: "), std::string::npos) << result.err;
+}
+
+TEST_F(DemoRun, UsesThePicturesThatAreThereAsTheyAre) {
+  namespace fs = std::filesystem;
+  const fs::path out = dir_.path() / "project/demo-out";
+  fs::create_directories(out);
+  for (const char* file : {"image.png", "scribbles.png", "truth.png"}) {
+    fs::copy_file(dir_.path() / "pictures" / file, out / file);
+  }
+  const auto size = fs::file_size(out / "scribbles.png");
+  const ProgramResult result = run({}, "");
+  const std::string name = fs::canonical(out).string();
+  EXPECT_EQ(result.err,
+            "Results go to " + name + "\nThe pictures in " + name + " are used as they are\n");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(fs::file_size(out / "scribbles.png"), size);
+
+  // One of them is drawn again only where the others are those that belong to it.
+  fs::remove(out / "image.png");
+  const ProgramResult refused = run({}, "");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(fs::file_size(out / "scribbles.png"), size);
+  EXPECT_FALSE(fs::exists(out / "image.png"));
+}
+
+// Results of the run before are removed, folders of other runs are not.
+TEST_F(DemoRun, LeavesFoldersNamedLikeItsResultsAlone) {
+  namespace fs = std::filesystem;
+  fs::rename(dir_.file("pictures"), dir_.file("with_a"));
+  ASSERT_EQ(run({}, "with_a").status, 0);
+  const fs::path out = dir_.path() / "project/demo-out";
+  for (const char* file : {"image.png", "scribbles.png", "truth.png"}) {
+    fs::copy_file(dir_.path() / "with_a" / file, out / file);
+  }
+  std::ofstream(out / "with_result_labeling.png") << "old";
+  std::ofstream(out / "with_notes.txt") << "mine";
+  EXPECT_EQ(run({}, "").status, 0);
+  EXPECT_TRUE(fs::exists(out / "with_a/with_result_labeling.gz"));
+  EXPECT_TRUE(fs::exists(out / "with_notes.txt"));
+  EXPECT_GT(fs::file_size(out / "with_result_labeling.png"), 3u);
 }
 
 }  // namespace
