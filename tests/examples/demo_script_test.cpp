@@ -66,18 +66,6 @@ TEST_F(DemoScript, FoldersWithoutTheThreePictures) {
   expectError({"my pictures"}, "expected a file \"" + folder + "/scribbles.png\", but found none");
 }
 
-TEST_F(DemoScript, FoldersNamedLikeAFileOfTheDemo) {
-  for (const std::string name : {"image.png", "dataterm.gz", "with.log", "sheet.png",
-                                 "without_result_labeling_overlaid.png"}) {
-    std::filesystem::create_directory(dir_.file(name));
-    for (const char* file : {"image.tif", "scribbles.png", "truth.png"}) {
-      std::ofstream(dir_.file(name + "/" + file)) << "picture";
-    }
-    expectError({name}, "expected a folder of another name: \"" + name +
-                            "\" in demo-out is for a file of the demo itself");
-  }
-}
-
 // A copy of the scripts beside the programs of this build, with tools that find nothing to build or
 // to install, and a folder of pictures.
 class DemoRun : public testing::Test {
@@ -205,6 +193,18 @@ TEST_F(DemoRun, LeavesFoldersNamedLikeItsResultsAlone) {
   EXPECT_TRUE(fs::exists(out / "with_a/with_result_labeling.gz"));
   EXPECT_TRUE(fs::exists(out / "with_notes.txt"));
   EXPECT_GT(fs::file_size(out / "with_result_labeling.png"), 3u);
+}
+
+TEST_F(DemoRun, RefusesAFolderNamedLikeOneOfItsFiles) {
+  namespace fs = std::filesystem;
+  for (const std::string name :
+       {"image.png", "dataterm.gz", "with.log", "sheet.png", "without_result_labeling.gz"}) {
+    fs::copy(dir_.file("pictures"), dir_.file(name), fs::copy_options::recursive);
+    const ProgramResult result = run({}, name);
+    EXPECT_EQ(result.err, "ERROR: expected a folder of another name: \"" + name +
+                              "\" in demo-out is for a file of the demo itself\n");
+    EXPECT_EQ(result.status, 1);
+  }
 }
 
 }  // namespace
