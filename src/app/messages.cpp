@@ -39,6 +39,10 @@ void warn(const std::string& message) {
   ++said().warnings;
 }
 
+void note(const std::string& message) {
+  std::cerr << said().program << ": " << message << std::endl;
+}
+
 void warnOfOption(const std::string& message) {
   warn(message);
   said().ofOptions.push_back(message);

@@ -19,6 +19,9 @@ void setProgramName(const std::string& name);
 // Prints "ratseg: warning: " and the message as a line on standard error.
 void warn(const std::string& message);
 
+// Prints "ratseg: " and the message in the same way: something that needs no attention.
+void note(const std::string& message);
+
 // The same of an option, its value or the option file; repeatOptionWarnings() prints those again,
 // marked as repeated: what was said before a long run is far above its end.
 void warnOfOption(const std::string& message);

@@ -1,14 +1,19 @@
 #include "app/result_files.h"
 
 #include <QImage>
+#include <array>
+#include <cerrno>
 #include <cmath>
 #include <future>
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "app/messages.h"
+#include "app/result_names.h"
+#include "util/file_replacement.h"
 #include "util/fileio.h"
 #include "util/imagetransforms.h"
 
@@ -39,28 +44,51 @@ RGB hueColour(float hue) {
   }
 }
 
-// How saving a file ended.
-struct Outcome {
-  bool saved = false;
+// A file on its way.
+struct ResultFile {
+  explicit ResultFile(const std::string& name_) : name(name_), replacement(name) {}
+
+  std::string name;
+  FileReplacement replacement;
+  bool made = false;   // ready to take its place
+  bool saved = false;  // in its place
+  bool memoryMissing = false;
   std::string error;
 };
 
-bool report(const Outcome& outcome, const std::string& file, const char* remark = "") {
-  std::cout << (outcome.saved ? "Saved " : "ERROR saving ") << file << remark << std::endl;
-  if (!outcome.saved && !outcome.error.empty()) {
-    warn(inQuotes(file) + " cannot be saved: " + outcome.error);
-  }
-  return outcome.saved;
+bool report(const ResultFile& file, const char* remark = "") {
+  std::cout << (file.saved ? "Saved " : "ERROR saving ") << file.name << remark << std::endl;
+  const std::string error = file.memoryMissing ? "there is not enough memory" : file.error;
+  if (!file.saved && !error.empty()) warn(inQuotes(file.name) + " cannot be saved: " + error);
+  return file.saved;
 }
 
-// Calls save(std::string* error) beside what follows.
-template <class Save>
-std::future<Outcome> begin(Save save) {
-  return std::async([save = std::move(save)] {
-    Outcome outcome;
-    outcome.saved = save(&outcome.error);
-    return outcome;
+// Calls make(FileReplacement&, std::string* error) beside what follows.
+template <class Make>
+std::future<void> begin(ResultFile& file, Make make) {
+  return std::async([&file, make = std::move(make)] {
+    try {
+      file.made = make(file.replacement, &file.error);
+    } catch (const std::bad_alloc&) {
+      file.memoryMissing = true;
+    }
   });
+}
+
+// Puts those that are ready into their places.
+void placeTogether(const std::vector<ResultFile*>& files) {
+  std::vector<ResultFile*> ready;
+  std::vector<FileReplacement*> replacements;
+  for (ResultFile* file : files) {
+    if (!file->made) continue;
+    ready.push_back(file);
+    replacements.push_back(&file->replacement);
+  }
+  const std::vector<int> errors = finishTogether(replacements);
+  for (std::size_t k = 0; k < ready.size(); ++k) {
+    ready[k]->saved = errors[k] == 0;
+    ready[k]->error = textOfErrno(errors[k]);
+  }
 }
 
 void printLegend(const std::vector<RGB>& colours) {
@@ -72,9 +100,21 @@ void printLegend(const std::vector<RGB>& colours) {
   std::cout << std::flush;
 }
 
-bool saveGreyPNG(const float* values, int w, int h, const std::string& file, std::string* error) {
+// An image without memory for its pixels is null.
+bool makePNG(FileReplacement& file, const QImage& image, std::string* error) {
+  if (image.isNull()) throw std::bad_alloc();
+  return FileIO::makeImagePNG(file, image, error);
+}
+
+// w * h colours as a PNG file.
+bool makeColourPNG(FileReplacement& file, const RGB* colours, int w, int h, std::string* error) {
+  const std::unique_ptr<QImage> image(ImageTransforms::imageToQImage(colours, w, h, nullptr));
+  return makePNG(file, *image, error);
+}
+
+bool makeGreyPNG(FileReplacement& file, const float* values, int w, int h, std::string* error) {
   const std::unique_ptr<QImage> image(ImageTransforms::imageToQImage<float>(values, w, h));
-  return FileIO::saveImagePNG(image.get(), file, error);
+  return makePNG(file, *image, error);
 }
 
 }  // namespace
@@ -121,33 +161,46 @@ void blendOverImage(std::vector<RGB>& colours, const RGB* image) {
 
 void writeResultFiles(const std::string& prefix, const Results& results) {
   const auto& [w, h, n, labeling, image, weight] = results;
-  const std::string labelingFile = prefix + "_result_labeling.gz";
-  const std::string colourFile = prefix + "_result_labeling.png";
-  const std::string overlayFile = prefix + "_result_labeling_overlaid.png";
-  const std::string weightFile = prefix + "_regularizer_weight.png";
+  const std::array<std::string, 4> names = resultFiles(prefix);
+  ResultFile labels(names[0]);
+  ResultFile colour(names[1]);
+  ResultFile overlaid(names[2]);
+  ResultFile weights(names[3]);
   const std::vector<RGB> colours = labelColours(n);
   const std::vector<RGB> picture = colourLabeling(labeling, colours);
 
-  // Made side by side, because nearly all the time goes into deflating; reported in their order.
-  auto labelingSaved = begin([&, &labeling = labeling](std::string* error) {
-    return FileIO::saveArray(labelingFile, labeling.data(), labeling.size(), error);
-  });
-  auto colourSaved = begin([&, w = w, h = h](std::string* error) {
-    return FileIO::saveImagePNG(picture.data(), w, h, colourFile, error);
-  });
-  auto overlaySaved = begin([&, w = w, h = h, image = image](std::string* error) {
-    std::vector<RGB> overlay = picture;
-    blendOverImage(overlay, image);
-    return FileIO::saveImagePNG(overlay.data(), w, h, overlayFile, error);
-  });
-  auto weightSaved = begin([&, w = w, h = h, weight = weight](std::string* error) {
-    return saveGreyPNG(weight, w, h, weightFile, error);
-  });
+  // Made side by side, because nearly all the time goes into deflating; put into their places and
+  // reported in their order.
+  {
+    const std::array<std::future<void>, 4> made = {
+        begin(labels,
+              [&, &labeling = labeling](FileReplacement& file, std::string* error) {
+                const bool ok = FileIO::makeArray(file, labeling.data(), labeling.size());
+                if (!ok) *error = textOfErrno(errno);
+                return ok;
+              }),
+        begin(colour,
+              [&, w = w, h = h](FileReplacement& file, std::string* error) {
+                return makeColourPNG(file, picture.data(), w, h, error);
+              }),
+        begin(overlaid,
+              [&, w = w, h = h, image = image](FileReplacement& file, std::string* error) {
+                std::vector<RGB> overlay = picture;
+                blendOverImage(overlay, image);
+                return makeColourPNG(file, overlay.data(), w, h, error);
+              }),
+        begin(weights,
+              [&, w = w, h = h, weight = weight](FileReplacement& file, std::string* error) {
+                return makeGreyPNG(file, weight, w, h, error);
+              })};
+    for (const std::future<void>& one : made) one.wait();
+  }
+  placeTogether({&labels, &colour, &overlaid, &weights});
 
-  report(labelingSaved.get(), labelingFile, "  (zlib-packed plain int array)");
-  if (report(colourSaved.get(), colourFile)) printLegend(colours);
-  report(overlaySaved.get(), overlayFile);
-  report(weightSaved.get(), weightFile);
+  report(labels, "  (zlib-packed plain int array)");
+  if (report(colour)) printLegend(colours);
+  report(overlaid);
+  report(weights);
 }
 
 }  // namespace namespace_ratseg

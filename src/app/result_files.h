@@ -35,9 +35,9 @@ struct Results {
   const float* weight;               // w * h, the regulariser's weight
 };
 
-// Writes prefix + "_result_labeling.gz" (packed array of ints), "_result_labeling.png",
-// "_result_labeling_overlaid.png" and "_regularizer_weight.png". Says of each on standard output
-// whether it was saved; one that cannot be written does not keep the others from being written.
+// Writes the result files, which take their places together when all are made. Says of each on
+// standard output whether it was saved; one that cannot be written does not keep the others from
+// being written.
 void writeResultFiles(const std::string& prefix, const Results& results);
 
 }  // namespace namespace_ratseg

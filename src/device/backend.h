@@ -11,7 +11,9 @@ namespace namespace_ratseg {
 // runtime call of the same name (runtime.h) without its prefix. The rules are the CUDA runtime's:
 // - a failing call returns its error and also leaves it pending; getLastError returns the pending
 //   error and clears it, peekAtLastError returns it and keeps it;
-// - memory, events and launches belong to the current device (setDevice), one per process;
+// - memory, events and launches belong to the current device (setDevice);
+// - the current device and the pending error are the calling thread's own: each thread starts with
+//   device 0 and no error. Any function may be called by several threads at a time;
 // - no function throws.
 class Backend {
  public:

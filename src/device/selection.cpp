@@ -1,8 +1,10 @@
 #include "device/selection.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <iostream>
+#include <mutex>
 
 #include "device/cuda/cuda_backend.h"
 #include "device/host/host_backend.h"
@@ -11,15 +13,16 @@ namespace namespace_ratseg {
 
 namespace {
 
-Backend* current = nullptr;
+std::atomic<Backend*> current = nullptr;
 
+// Both machines are never destroyed: threads may still compute on them while the process ends.
 Backend& hostMachine() {
-  static HostBackend host(HostConfig::fromEnvironmentOrExit());
+  static HostBackend& host = *new HostBackend(HostConfig::fromEnvironmentOrExit());
   return host;
 }
 
 Backend& emptyMachine() {
-  static HostBackend none([] {
+  static HostBackend& none = *new HostBackend([] {
     HostConfig config;
     config.devices = 0;
     return config;
@@ -109,22 +112,28 @@ Backend& chooseBackend(DeviceChoice choice, std::ostream& notice) {
   return *chosen;
 }
 
-Backend& backend() {
-  if (current == nullptr) {
-    DeviceChoice choice = DeviceChoice::automatic;
-    std::string error;
-    if (!deviceChoiceFromEnvironment(choice, error)) {
-      std::cerr << error << std::endl;
-      std::exit(1);
-    }
-    chooseBackend(choice, std::cerr);
+// The first of several threads chooses, and the others wait for it.
+static Backend& chooseByEnvironment() {
+  DeviceChoice choice = DeviceChoice::automatic;
+  std::string error;
+  if (!deviceChoiceFromEnvironment(choice, error)) {
+    std::cerr << error << std::endl;
+    std::exit(1);
   }
-  return *current;
+  static std::mutex choosing;
+  const std::lock_guard lock(choosing);
+  Backend* chosen = current;
+  return chosen != nullptr ? *chosen : chooseBackend(choice, std::cerr);
+}
+
+Backend& backend() {
+  Backend* b = current.load(std::memory_order_acquire);
+  return b != nullptr ? *b : chooseByEnvironment();
 }
 
 void setBackend(Backend& b) { current = &b; }
 
-BackendScope::BackendScope(Backend& b) : previous_(current) { current = &b; }
+BackendScope::BackendScope(Backend& b) : previous_(current.exchange(&b)) {}
 BackendScope::~BackendScope() { current = previous_; }
 
 }  // namespace namespace_ratseg

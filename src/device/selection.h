@@ -1,8 +1,10 @@
 #ifndef RATSEG_DEVICE_SELECTION_H
 #define RATSEG_DEVICE_SELECTION_H
 
-// Which backend the runtime calls go to. One is current for the whole process; whatever was
-// allocated under a backend must be used and released while that backend is current.
+// Which backend the runtime calls go to. One is current for the whole process, so for all its
+// threads; whatever was allocated under a backend must be used and released while that backend is
+// current. Any thread may ask for it at any time; change it (chooseBackend, setBackend,
+// BackendScope) only while no other thread computes, or has memory, on the one before.
 
 #include <iosfwd>
 #include <string>
@@ -33,13 +35,16 @@ Backend& chooseBackend(DeviceChoice choice, std::ostream& notice);
 Backend* cudaBackendIfUsable();
 
 // The current backend. When none was chosen yet, chooses by the environment first (notices and
-// errors on standard error; a bad RATSEG_DEVICE ends the process with status 1).
+// errors on standard error; a bad RATSEG_DEVICE ends the process with status 1); where several
+// threads ask at a time, that happens once.
 Backend& backend();
 
-// Makes b current; b must outlive its use. For programs and tests that hold several backends.
+// Makes b current, in all threads; b must outlive its use. For programs and tests that hold several
+// backends.
 void setBackend(Backend& b);
 
-// Makes a backend current for a scope, then the one before it again.
+// Makes a backend current for a scope, then the one before it again: in all threads, so that scopes
+// of several threads must not overlap.
 class BackendScope {
  public:
   explicit BackendScope(Backend& b);

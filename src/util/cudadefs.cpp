@@ -6,12 +6,22 @@
 
 namespace namespace_ratseg {
 
-std::pair<std::string, unsigned long> lastcalls[kLastCalls];
-int lastcalls_pos = 0;
-int lastcalls_ncur = 0;
-bool cuda_check_sync = false;
+thread_local std::pair<std::string, unsigned long> lastcalls[kLastCalls];
+thread_local int lastcalls_pos = 0;
+thread_local int lastcalls_ncur = 0;
+std::atomic<bool> cuda_check_sync = false;
 
 namespace {
+
+// Whether the thread's ring is still there. Has no destructor, so that it outlives the ring.
+thread_local bool hasRing = true;
+
+struct RingEnd {
+  ~RingEnd() {
+    hasRing = false;
+    lastcalls_ncur = 0;
+  }
+};
 
 constexpr const char* kFile = "src/util/cudadefs";
 
@@ -87,7 +97,9 @@ void cuda_peek(const std::string& file, unsigned long line) {
 }
 
 void cudacalls_add(const std::string& file, unsigned long line) {
+  if (!hasRing) return;
   lastcalls[lastcalls_pos] = {file, line};
+  static thread_local RingEnd end;  // made after the ring, and so destroyed before it
   lastcalls_ncur = std::min(lastcalls_ncur + 1, kLastCalls);
   lastcalls_pos = (lastcalls_pos + 1) % kLastCalls;
 }

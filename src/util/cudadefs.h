@@ -5,8 +5,9 @@
 // it was and the last call sites that passed, on standard output, and ends the process with
 // status 1. Only running out of device memory can be recovered from (cuda_check_malloc).
 //
-// All of this is process-wide state of the one thread that drives the devices.
+// Each thread has its own pending error and its own ring of call sites.
 
+#include <atomic>
 #include <iosfwd>
 #include <string>
 #include <utility>
@@ -27,15 +28,15 @@ class cudaMallocException {
   void printError() const;
 };
 
-// The ring of the last call sites (source path, line) that passed a check.
+// The ring of the last call sites (source path, line) of the calling thread that passed a check.
 inline constexpr int kLastCalls = 30;
-extern std::pair<std::string, unsigned long> lastcalls[kLastCalls];
-extern int lastcalls_pos;   // slot that the next entry goes to
-extern int lastcalls_ncur;  // number of valid entries, at most kLastCalls
+extern thread_local std::pair<std::string, unsigned long> lastcalls[kLastCalls];
+extern thread_local int lastcalls_pos;   // slot that the next entry goes to
+extern thread_local int lastcalls_ncur;  // number of valid entries, at most kLastCalls
 
 // When true, cuda_check waits for the device first, so that a fault inside a kernel shows at the
-// check behind its launch. Costs throughput; false at start.
-extern bool cuda_check_sync;
+// check behind its launch. Costs throughput; false at start. For all threads.
+extern std::atomic<bool> cuda_check_sync;
 void cuda_check_setSync(bool sync);
 bool cuda_check_isSync();
 
@@ -51,7 +52,8 @@ void cuda_check_malloc(const std::string& file, unsigned long line);
 // records the call site in any case.
 void cuda_peek(const std::string& file, unsigned long line);
 
-// Records a call site in the ring.
+// Records a call site in the ring. Does nothing when the thread is at its end: what is destroyed
+// with the process, after the main thread's ring, may still release device memory.
 void cudacalls_add(const std::string& file, unsigned long line);
 
 // Prints the ring to standard output, the most recent call first.

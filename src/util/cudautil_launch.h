@@ -9,10 +9,12 @@ namespace namespace_ratseg {
 // refuses leaves its error pending.
 class CudaUtilKernels {
  public:
-  virtual ~CudaUtilKernels() = default;
-
   // One thread: *arch = compiledArch().
   virtual void get_CUDA_ARCH(const LaunchShape& shape, int* arch) = 0;
+
+ protected:
+  ~CudaUtilKernels() =
+      default;  // there to the end: threads may still launch while the process ends
 };
 
 CudaUtilKernels& hostCudaUtilKernels();

@@ -1,5 +1,7 @@
 #include "util/fileio.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <bit>
 #include <cerrno>
@@ -91,22 +93,35 @@ FileIO::GZContents FileIO::inspectGZ(const std::string& filename, std::size_t li
 }
 
 template <class T>
+bool FileIO::makeArray(FileReplacement& file, const T* array, std::size_t count, int level) {
+  const std::string mode = "wb" + std::to_string(level);
+  return file.make([&](int descriptor) {
+    const int own = dup(descriptor);  // zlib closes it
+    gzFile packed = own < 0 ? nullptr : gzdopen(own, mode.c_str());
+    if (packed == nullptr) {
+      if (own >= 0) close(own);
+      return false;
+    }
+    const std::uint64_t inFile = count;
+    // What zlib still holds is written when the file is closed.
+    return writeGZ(packed, &inFile, sizeof inFile) && writeGZ(packed, array, count * sizeof(T)) &&
+           gzclose(packed) == Z_OK;
+  });
+}
+
+template <class T>
 bool FileIO::saveArray(const std::string& filename, const T* array, std::size_t count,
                        std::string* error) {
-  errno = 0;
-  FileReplacement replacement(filename);
-  gzFile file = gzopen(replacement.path().c_str(), "wb9");
-  const std::uint64_t inFile = count;
-  // What zlib still holds is written when the file is closed.
-  const bool saved = file != nullptr && writeGZ(file, &inFile, sizeof inFile) &&
-                     writeGZ(file, array, count * sizeof(T)) && gzclose(file) == Z_OK &&
-                     replacement.finish();
+  FileReplacement file(filename);
+  const bool saved = makeArray(file, array, count) && file.finish();
   if (!saved && error != nullptr) *error = textOfErrno(errno);
   return saved;
 }
 
 template bool FileIO::loadArray(const std::string&, float*, std::size_t, bool*);
 template bool FileIO::loadArray(const std::string&, int*, std::size_t, bool*);
+template bool FileIO::makeArray(FileReplacement&, const float*, std::size_t, int);
+template bool FileIO::makeArray(FileReplacement&, const int*, std::size_t, int);
 template bool FileIO::saveArray(const std::string&, const float*, std::size_t, std::string*);
 template bool FileIO::saveArray(const std::string&, const int*, std::size_t, std::string*);
 

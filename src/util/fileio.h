@@ -13,6 +13,8 @@ class QImage;
 
 namespace namespace_ratseg {
 
+class FileReplacement;
+
 // Packed arrays and image files. Failures are reported by false; only loadArray prints (on standard
 // output), and nothing throws but std::bad_alloc. File names are bytes, as the system takes them.
 //
@@ -54,18 +56,21 @@ class FileIO {
   // Reads the file to its end, but not more than limit bytes.
   static GZContents inspectGZ(const std::string& filename, std::size_t limit);
 
-  // Writes count elements as a packed array. T is float or int.
-  //
-  // This and the functions that save images replace an old file only by a complete one, where that
-  // can be done (util/file_replacement.h); otherwise a failure may leave a partial file. A failure
-  // sets *error, unless that is null, to the reason, as far as it is known.
+  // Makes count elements the new content of a file, as a packed array; level is zlib's, from 1
+  // (fast) to 9 (small). False with errno. T is float or int.
+  template <class T>
+  static bool makeArray(FileReplacement& file, const T* array, std::size_t count, int level = 9);
+
+  // The same for the file of that name, which it replaces. A failure leaves the old file as it was,
+  // as far as file_replacement.h says, and sets *error, unless that is null, to the reason.
   template <class T>
   static bool saveArray(const std::string& filename, const T* array, std::size_t count,
                         std::string* error = nullptr);
 
-  // Loads an image of any format that Qt reads and of any size that memory holds; the format is
-  // found out from the file. The caller deletes the image; a failure sets it to null, and *error,
-  // unless that is null, to Qt's words for the reason.
+  // Loads an image of any format that Qt reads and of any size that memory holds, from the file of
+  // exactly that name, which may be a pipe; the format is found out from the file. A file that
+  // lacks pixels is a failure. The caller deletes the image; a failure sets it to null, and *error,
+  // unless that is null, to the reason.
   static bool loadImage(const std::string& filename, QImage*& image, std::string* error = nullptr);
 
   // The same as an array of w * h colour pixels. With allocate image becomes a new array, which the
@@ -80,18 +85,12 @@ class FileIO {
   static bool loadImage(const std::string& filename, float4*& image, std::size_t& w, std::size_t& h,
                         bool allocate);
 
-  // Whether the image file asks to be shown turned or mirrored, as photographs do. The functions
-  // above take its pixels as they are stored. False for what is no image file.
-  static bool imageAsksToBeTurned(const std::string& filename);
+  // Makes the image the new content of a file, as PNG. False with *error, unless that is null.
+  static bool makeImagePNG(FileReplacement& file, const QImage& image,
+                           std::string* error = nullptr);
 
-  // Whether the image file has 16 bits per channel. False for what is no image file.
-  static bool imageHas16Bits(const std::string& filename);
-
-  // Whether the file looks like an image of a format that Qt reads.
-  static bool imageFormatIsKnown(const std::string& filename);
-
-  // Write a PNG file: an image; w * h colour pixels (ImageTransforms::imageToQImage); w * h byte
-  // triples, blue first.
+  // Write a PNG file, as saveArray does: an image; w * h colour pixels
+  // (ImageTransforms::imageToQImage); w * h byte triples, blue first.
   static bool saveImagePNG(const QImage* image, const std::string& filename,
                            std::string* error = nullptr);
   static bool saveImagePNG(const float4* image, int w, int h, const std::string& filename,

@@ -12,8 +12,6 @@ namespace namespace_ratseg {
 // refuses leaves its error pending.
 class SumKernels {
  public:
-  virtual ~SumKernels() = default;
-
   // sumArray[0] = sum of a[0 .. K-1], K = 1 to 4; shape is one thread.
   virtual void cuda_sum_kernel__plainloop(int K, const LaunchShape& shape, float* sumArray,
                                           const float* a) = 0;
@@ -31,6 +29,9 @@ class SumKernels {
   // compute capability 3.0.
   virtual void cuda_sum_kernel__warpFirst_shfl(int N, const LaunchShape& shape, float* sumArray,
                                                const float* a, std::size_t n) = 0;
+
+ protected:
+  ~SumKernels() = default;  // there to the end: threads may still launch while the process ends
 };
 
 SumKernels& hostSumKernels();

@@ -1,23 +1,35 @@
 #include "util/file_replacement.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
+#include <sys/wait.h>
 
-#include <cerrno>
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "support/system_calls.h"
 #include "support/temp_dir.h"
 
 namespace namespace_ratseg {
 namespace {
 
+using testing::ElementsAre;
+using testing::IsEmpty;
+
 class FileReplacementTest : public testing::Test {
  protected:
+  ~FileReplacementTest() override { system_calls::hooks = {}; }
+
   static void write(const std::string& file, const std::string& text) {
     std::ofstream(file) << text;
   }
@@ -26,70 +38,334 @@ class FileReplacementTest : public testing::Test {
     text << std::ifstream(file).rdbuf();
     return text.str();
   }
-  std::size_t files() const {
-    const auto all = std::filesystem::directory_iterator(dir_.path());
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+  static FileReplacement::Write content(const std::string& text) {
+    return [text](int descriptor) { return writeAll(descriptor, text.data(), text.size()); };
   }
+  // errno of the replacement, 0 where it is in its place.
+  static int replace(const std::string& file, const std::string& text) {
+    FileReplacement replacement(file);
+    return replacement.make(content(text)) && replacement.finish() ? 0 : errno;
+  }
+  // The names in the folder, but for the file itself.
+  std::vector<std::string> others() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
+      if (entry.path() != file_) names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  static bool isPart(const std::string& path) { return path.ends_with(".part"); }
+
   TempDir dir_;
   std::string file_ = dir_.file("result");
 };
 
-TEST_F(FileReplacementTest, TheOldFileStaysUntilTheNewOneIsComplete) {
+TEST_F(FileReplacementTest, TheOldFileStaysUntilTheNewOneIsInItsPlace) {
   write(file_, "old");
   {
     FileReplacement replacement(file_);
-    EXPECT_NE(replacement.path(), file_);
-    write(replacement.path(), "new");
+    EXPECT_TRUE(replacement.make(content("new")));
     EXPECT_EQ(read(file_), "old");
+    EXPECT_EQ(others().size(), 1u);
     EXPECT_TRUE(replacement.finish());
     EXPECT_EQ(read(file_), "new");
   }
   EXPECT_EQ(read(file_), "new");
-  EXPECT_EQ(files(), 1u);
+  EXPECT_THAT(others(), IsEmpty());
 }
 
 TEST_F(FileReplacementTest, OneThatIsNotFinishedLeavesNothingBehind) {
   { FileReplacement replacement(file_); }
-  EXPECT_EQ(files(), 0u);
+  {
+    FileReplacement replacement(file_);
+    EXPECT_TRUE(replacement.make(content("new")));
+  }
+  EXPECT_FALSE(std::filesystem::exists(file_));
   write(file_, "old");
   {
     FileReplacement replacement(file_);
-    write(replacement.path(), "ne");
+    EXPECT_FALSE(replacement.make([](int descriptor) {
+      writeAll(descriptor, "ne", 2);
+      errno = EIO;
+      return false;
+    }));
+    EXPECT_EQ(errno, EIO);
+    EXPECT_FALSE(replacement.finish());
+    EXPECT_EQ(errno, EIO);
   }
   EXPECT_EQ(read(file_), "old");
-  EXPECT_EQ(files(), 1u);
+  EXPECT_THAT(others(), IsEmpty());
 }
 
-TEST_F(FileReplacementTest, HasThePermissionsOfTheOldFile) {
+TEST_F(FileReplacementTest, HasThePermissionsOfTheOldFileOrThoseOfAnyNewOne) {
+  const auto permissions = [this] {
+    struct stat now = {};
+    EXPECT_EQ(stat(file_.c_str(), &now), 0);
+    return now.st_mode & 07777;
+  };
+  const mode_t before = umask(0026);
+  ASSERT_EQ(replace(file_, "new"), 0);
+  umask(before);
+  EXPECT_EQ(permissions(), 0640u);
+  chmod(file_.c_str(), 0604);
+  ASSERT_EQ(replace(file_, "new"), 0);
+  EXPECT_EQ(permissions(), 0604u);
+}
+
+// In a process of its own, as another user where this one is root, who may write every file.
+TEST_F(FileReplacementTest, AReadOnlyFileIsNotReplaced) {
   write(file_, "old");
-  chmod(file_.c_str(), 0640);
+  chmod(file_.c_str(), 0444);
+  chmod(dir_.path().c_str(), 0777);
+  const pid_t child = fork();
+  if (child == 0) {
+    constexpr uid_t kNobody = 65534;
+    if (geteuid() == 0 && seteuid(kNobody) != 0) _exit(1);
+    _exit(replace(file_, "new") == EACCES ? 0 : 2);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(read(file_), "old");
+  EXPECT_THAT(others(), IsEmpty());
+}
+
+TEST_F(FileReplacementTest, WhatALinkNamesIsReplacedAndTheLinkStays) {
+  std::filesystem::create_directory(dir_.file("folder"));
+  const std::string target = dir_.file("folder/target");
+  ASSERT_EQ(symlink("folder/target", file_.c_str()), 0);
+  EXPECT_EQ(replace(file_, "first"), 0);  // a link to nothing
+  EXPECT_EQ(read(target), "first");
   FileReplacement replacement(file_);
-  ASSERT_TRUE(replacement.finish());
-  struct stat now;
-  ASSERT_EQ(stat(file_.c_str(), &now), 0);
-  EXPECT_EQ(now.st_mode & 07777, 0640u);
+  EXPECT_TRUE(replacement.make(content("second")));
+  EXPECT_EQ(read(target), "first");
+  EXPECT_TRUE(replacement.finish());
+  EXPECT_EQ(read(target), "second");
+  EXPECT_TRUE(std::filesystem::is_symlink(file_));
 }
 
-TEST_F(FileReplacementTest, LinksDevicesAndMissingFoldersAreWrittenThemselves) {
+TEST_F(FileReplacementTest, DevicesAreWrittenThemselves) {
+  EXPECT_EQ(replace("/dev/null", "new"), 0);
+  EXPECT_EQ(replace("/dev/full", "new"), ENOSPC);
+  EXPECT_FALSE(std::filesystem::is_regular_file("/dev/null"));
+}
+
+TEST_F(FileReplacementTest, SaysWhyThereCanBeNoSuchFile) {
+  EXPECT_EQ(replace(dir_.file("missing/result"), "new"), ENOENT);
+  EXPECT_EQ(replace(dir_.path().string(), "new"), EISDIR);
   write(file_, "old");
-  const std::string link = dir_.file("link");
-  ASSERT_EQ(symlink(file_.c_str(), link.c_str()), 0);
-  for (const std::string& name : {link, std::string("/dev/null"), dir_.file("missing/result")}) {
-    errno = 0;
-    FileReplacement replacement(name);
-    EXPECT_EQ(errno, 0);
-    EXPECT_EQ(replacement.path(), name);
+  EXPECT_EQ(replace(file_ + "/result", "new"), ENOTDIR);
+  EXPECT_EQ(read(file_), "old");
+}
+
+// A folder that becomes full between its files, or whose quota or inodes are used up.
+TEST_F(FileReplacementTest, WithoutRoomForANewFileTheOldOneIsOverwrittenOnlyIfAllOfItFits) {
+  for (const int full : {ENOSPC, EDQUOT}) {
+    write(file_, "old");
+    system_calls::hooks.open = [full](const std::string& path, int) {
+      return isPart(path) ? full : 0;
+    };
+    system_calls::hooks.fallocate = [](int, off_t) { return ENOSPC; };
+    EXPECT_EQ(replace(file_, "new and longer"), ENOSPC);
+    EXPECT_EQ(read(file_), "old");
+    system_calls::hooks.fallocate = nullptr;
+    EXPECT_EQ(replace(file_, "new and longer"), 0);
+    EXPECT_EQ(read(file_), "new and longer");
+    EXPECT_EQ(replace(file_, "short"), 0);
+    EXPECT_EQ(read(file_), "short");
+    EXPECT_THAT(others(), IsEmpty());
+  }
+}
+
+TEST_F(FileReplacementTest, WithoutRoomForANewFileNoneIsMade) {
+  system_calls::hooks.open = [](const std::string& path, int) { return isPart(path) ? ENOSPC : 0; };
+  EXPECT_EQ(replace(file_, "new"), ENOSPC);
+  EXPECT_FALSE(std::filesystem::exists(file_));
+}
+
+TEST_F(FileReplacementTest, ADiskThatIsFullForBothFilesTakesTheNewOneAlone) {
+  write(file_, "old");
+  int writes = 0;
+  system_calls::hooks.write = [&writes](int, std::size_t) { return ++writes == 1 ? ENOSPC : 0; };
+  EXPECT_EQ(replace(file_, "new"), 0);
+  EXPECT_EQ(read(file_), "new");
+  EXPECT_THAT(others(), IsEmpty());
+}
+
+TEST_F(FileReplacementTest, AFolderThatTakesNoNewFilesHasItsOldOneOverwritten) {
+  for (const int refusal : {EACCES, EPERM, EROFS, ENAMETOOLONG}) {
+    write(file_, "old");
+    system_calls::hooks.open = [refusal](const std::string& path, int) {
+      return isPart(path) ? refusal : 0;
+    };
+    FileReplacement replacement(file_);
+    EXPECT_TRUE(replacement.make(content("new")));
+    EXPECT_EQ(read(file_), "old");
+    EXPECT_TRUE(replacement.finish());
+    EXPECT_EQ(read(file_), "new");
+  }
+  system_calls::hooks.open = [](const std::string& path, int) { return isPart(path) ? EIO : 0; };
+  EXPECT_EQ(replace(file_, "newer"), EIO);
+  EXPECT_EQ(read(file_), "new");
+}
+
+TEST_F(FileReplacementTest, TheLongestNamesHaveNoRoomForAnEnding) {
+  file_ = dir_.file(std::string(255, 'x'));
+  EXPECT_EQ(replace(file_, "first"), 0);
+  EXPECT_EQ(replace(file_, "second"), 0);
+  EXPECT_EQ(read(file_), "second");
+}
+
+TEST_F(FileReplacementTest, WhatCannotBeRenamedIsCopiedIntoTheOldFile) {
+  for (const int refusal : {EBUSY, EPERM, EACCES, EXDEV, EIO}) {
+    write(file_, "an old file");
+    system_calls::hooks.rename = [refusal](const std::string&, const std::string&) {
+      return refusal;
+    };
+    EXPECT_EQ(replace(file_, "new"), 0);
+    EXPECT_EQ(read(file_), "new");
+    EXPECT_THAT(others(), IsEmpty());
+  }
+}
+
+TEST_F(FileReplacementTest, IsOnTheDiskBeforeItTakesItsPlace) {
+  std::vector<std::string> calls;
+  system_calls::hooks.fsync = [&](int) {
+    calls.push_back("fsync");
+    return 0;
+  };
+  system_calls::hooks.rename = [&](const std::string&, const std::string&) {
+    calls.push_back("rename");
+    return 0;
+  };
+  EXPECT_EQ(replace(file_, "new"), 0);
+  EXPECT_THAT(calls, ElementsAre("fsync", "rename", "fsync"));
+  // Lost by the disk.
+  system_calls::hooks.fsync = [](int) { return EIO; };
+  EXPECT_EQ(replace(file_, "newer"), EIO);
+  EXPECT_EQ(read(file_), "new");
+}
+
+TEST_F(FileReplacementTest, AnotherFileUnderThePartsNameIsNeitherTakenNorRemoved) {
+  write(file_, "old");
+  std::string part;
+  {
+    FileReplacement replacement(file_);
+    ASSERT_TRUE(replacement.make(content("new")));
+    part = dir_.file(others().at(0));
+    std::filesystem::remove(part);
+    write(part, "strange");
     EXPECT_TRUE(replacement.finish());
   }
-  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(read(file_), "new");
+  EXPECT_EQ(read(part), "strange");
 }
 
-TEST_F(FileReplacementTest, SaysWhyTheFileCannotBePutIntoItsPlace) {
+TEST_F(FileReplacementTest, ANameThatIsTakenIsNotUsed) {
+  const std::string taken = file_ + "." + std::to_string(getpid()) + ".part";
+  write(taken, "strange");
+  write(file_, "old");
   FileReplacement replacement(file_);
-  std::filesystem::create_directory(file_);
-  errno = 0;
-  EXPECT_FALSE(replacement.finish());
-  EXPECT_EQ(errno, EISDIR);
+  EXPECT_TRUE(replacement.make(content("new")));
+  EXPECT_EQ(read(file_), "old");
+  EXPECT_TRUE(replacement.finish());
+  EXPECT_EQ(read(file_), "new");
+  EXPECT_EQ(read(taken), "strange");
+  EXPECT_THAT(others().size(), 1u);
+}
+
+TEST_F(FileReplacementTest, OnlyPartsOfTheDeadAreRemoved) {
+  for (const char* name : {"result.17.part", "result.17-2.part", "result.x.part", "result.17.par",
+                           "result.part", "results.17.part", "result.-1.part", "result.1-.part"}) {
+    write(dir_.file(name), "left");
+  }
+  FileReplacement alive(file_);
+  ASSERT_TRUE(alive.make(content("new")));
+  EXPECT_EQ(others().size(), 9u);
+  auto removed = removeDeadPartFiles(file_);
+  std::sort(removed.begin(), removed.end());
+  EXPECT_THAT(removed, ElementsAre(file_ + ".17-2.part", file_ + ".17.part"));
+  EXPECT_EQ(others().size(), 7u);
+  EXPECT_TRUE(alive.finish());
+  EXPECT_THAT(removeDeadPartFiles("missing-folder/result"), IsEmpty());
+}
+
+TEST_F(FileReplacementTest, SignalsRemoveTheParts) {
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    write(file_, "old");
+    const pid_t child = fork();
+    if (child == 0) {
+      removePartFilesOnSignals();
+      FileReplacement replacement(file_);
+      replacement.make([signal](int descriptor) {
+        writeAll(descriptor, "ne", 2);
+        std::raise(signal);
+        return true;
+      });
+      _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal);
+    EXPECT_EQ(read(file_), "old");
+    EXPECT_THAT(others(), IsEmpty());
+  }
+}
+
+// One set of files waits in the middle of taking its places until the other has come to the lock
+// or, if there is none, through it.
+TEST_F(FileReplacementTest, SetsOfFilesTakeTheirPlacesOneAfterTheOther) {
+  constexpr std::size_t kFiles = 4;
+  std::array<std::string, kFiles> names;
+  for (std::size_t k = 0; k < kFiles; ++k) names[k] = dir_.file("file" + std::to_string(k));
+  const auto place = [&](const std::string& text) {
+    std::vector<std::unique_ptr<FileReplacement>> made;
+    std::vector<FileReplacement*> files;
+    for (const std::string& name : names) {
+      made.push_back(std::make_unique<FileReplacement>(name));
+      EXPECT_TRUE(made.back()->make(content(text)));
+      files.push_back(made.back().get());
+    }
+    EXPECT_THAT(finishTogether(files), ElementsAre(0, 0, 0, 0));
+  };
+  std::atomic<int> renames = 0;
+  std::atomic<bool> secondIsThere = false;
+  const std::thread::id first = std::this_thread::get_id();
+  system_calls::hooks.flock = [&](int descriptor, int) {
+    struct stat status = {};
+    if (std::this_thread::get_id() != first && fstat(descriptor, &status) == 0 &&
+        S_ISDIR(status.st_mode)) {
+      secondIsThere = true;
+    }
+    return 0;
+  };
+  std::thread second;
+  system_calls::hooks.rename = [&](const std::string&, const std::string&) {
+    if (std::this_thread::get_id() == first && ++renames == 2) {
+      second = std::thread([&] {
+        place("second");
+        secondIsThere = true;
+      });
+      while (!secondIsThere) std::this_thread::yield();
+    }
+    return 0;
+  };
+  place("first");
+  second.join();
+  for (const std::string& name : names) EXPECT_EQ(read(name), "second");
+}
+
+TEST_F(FileReplacementTest, OneOfSeveralThatCannotTakeItsPlaceKeepsTheOthersFromNothing) {
+  FileReplacement good(file_);
+  FileReplacement bad(dir_.file("missing/result"));
+  FileReplacement last(dir_.file("last"));
+  EXPECT_TRUE(good.make(content("new")));
+  EXPECT_FALSE(bad.make(content("new")));
+  EXPECT_TRUE(last.make(content("new")));
+  const std::array<FileReplacement*, 3> files = {&good, &bad, &last};
+  EXPECT_THAT(finishTogether(files), ElementsAre(0, ENOENT, 0));
+  EXPECT_EQ(read(dir_.file("last")), "new");
 }
 
 TEST(TextOfErrno, IsTheSystemsWordsOrNothing) {

@@ -172,7 +172,8 @@ class CudaBackend final : public Backend {
 }  // namespace
 
 Backend& cudaBackend() {
-  static CudaBackend cuda;
+  // Never destroyed: threads may still compute while the process ends.
+  static CudaBackend& cuda = *new CudaBackend;
   return cuda;
 }
 

@@ -4,14 +4,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace namespace_ratseg {
 
 namespace {
+
+std::atomic<std::uint64_t> backendsMade = 0;
 
 constexpr std::size_t kAlignment = 256;  // as device allocations are aligned
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
@@ -53,6 +57,48 @@ const cudaDeviceProp& limitsOf(const HostConfig& config, std::size_t device) {
 
 }  // namespace
 
+// What a thread has of one backend; a list per thread, the one that was used last in front.
+struct HostBackend::ThreadState {
+  std::uint64_t backend;
+  int device = 0;
+  cudaError_t pending = cudaSuccess;
+  ThreadState* next = nullptr;
+};
+
+// The list is there as long as the thread, also behind the end of its other thread-local objects:
+// what is static may still release device memory then. It starts again from nothing in that case.
+struct HostBackend::ThreadStates {
+  static thread_local ThreadState* first;
+  ~ThreadStates() {
+    while (first != nullptr) delete std::exchange(first, first->next);
+  }
+};
+
+thread_local HostBackend::ThreadState* HostBackend::ThreadStates::first = nullptr;
+
+HostBackend::ThreadState& HostBackend::ofThread() const {
+  ThreadState* state = ThreadStates::first;
+  return state != nullptr && state->backend == id_ ? *state : newOfThread();
+}
+
+// Moves the backend's to the front, or makes it.
+HostBackend::ThreadState& HostBackend::newOfThread() const {
+  static thread_local ThreadStates releasedAtTheThreadsEnd;
+  ThreadState*& first = ThreadStates::first;
+  ThreadState** place = &first;
+  while (*place != nullptr && (*place)->backend != id_) place = &(*place)->next;
+  ThreadState* state = *place;
+  if (state != nullptr) {
+    *place = state->next;
+  } else {
+    limitHostThreads();  // is the thread's own, too
+    state = new ThreadState{id_};
+  }
+  state->next = first;
+  first = state;
+  return *state;
+}
+
 struct HostBackend::Event {
   int device;  // that it was made on
   std::chrono::steady_clock::time_point time = {};
@@ -60,7 +106,8 @@ struct HostBackend::Event {
 };
 
 HostBackend::HostBackend(HostConfig config)
-    : config_(std::move(config)),
+    : id_(++backendsMade),
+      config_(std::move(config)),
       used_(static_cast<std::size_t>(config_.devices)),
       peerEnabled_(static_cast<std::size_t>(config_.devices) *
                    static_cast<std::size_t>(config_.devices)) {
@@ -68,24 +115,29 @@ HostBackend::HostBackend(HostConfig config)
 }
 
 HostBackend::~HostBackend() {
+  ofThread();
+  delete std::exchange(ThreadStates::first, ThreadStates::first->next);
   for (const auto& [ptr, allocation] : allocations_) std::free(const_cast<char*>(ptr));
 }
 
 cudaError_t HostBackend::fail(cudaError_t error) {
-  pending_ = error;
+  ofThread().pending = error;
   return error;
 }
 
+int HostBackend::currentDevice() const { return ofThread().device; }
+
 void HostBackend::observe(const char* name, std::size_t bytes, const LaunchShape& shape) {
-  if (observer_) observer_(Call{name, device_, shape, bytes, -1});
+  if (observer_) observer_(Call{name, currentDevice(), shape, bytes, -1});
 }
 
 bool HostBackend::admitLaunch(const char* kernel, const LaunchShape& shape) {
-  if (!validDevice(device_)) {
+  const int device = currentDevice();
+  if (!validDevice(device)) {
     fail(cudaErrorInvalidDevice);
     return false;
   }
-  const cudaDeviceProp& prop = limitsOf(config_, static_cast<std::size_t>(device_));
+  const cudaDeviceProp& prop = limitsOf(config_, static_cast<std::size_t>(device));
   const unsigned long long threads = 1ull * shape.block.x * shape.block.y * shape.block.z;
   if (!within(shape.grid, kMaxGrid) || !within(shape.block, kMaxBlock) ||
       threads > static_cast<unsigned long long>(prop.maxThreadsPerBlock)) {
@@ -114,13 +166,13 @@ cudaError_t HostBackend::getDeviceProperties(cudaDeviceProp* prop, int device) {
 
 cudaError_t HostBackend::setDevice(int device) {
   if (!validDevice(device)) return fail(cudaErrorInvalidDevice);
-  device_ = device;
+  ofThread().device = device;
   return cudaSuccess;
 }
 
 cudaError_t HostBackend::getDevice(int* device) {
   if (config_.devices == 0) return fail(cudaErrorNoDevice);
-  *device = device_;
+  *device = currentDevice();
   return cudaSuccess;
 }
 
@@ -130,29 +182,39 @@ cudaError_t HostBackend::malloc(void** ptr, std::size_t bytes) {
     *ptr = nullptr;
     return cudaSuccess;
   }
-  std::size_t& used = used_[static_cast<std::size_t>(device_)];
+  const int device = currentDevice();
+  const std::lock_guard lock(mutex_);
+  std::size_t& used = used_[static_cast<std::size_t>(device)];
   if (bytes > config_.memoryBytes || used > config_.memoryBytes - bytes) {
     return fail(cudaErrorMemoryAllocation);
   }
   void* memory = allocate(bytes);
   if (memory == nullptr) return fail(cudaErrorMemoryAllocation);
   used += bytes;
-  allocations_.emplace(static_cast<const char*>(memory), Allocation{bytes, device_});
+  allocations_.emplace(static_cast<const char*>(memory), Allocation{bytes, device});
   *ptr = memory;
   return cudaSuccess;
 }
 
 cudaError_t HostBackend::free(void* ptr) {
   if (ptr == nullptr) return cudaSuccess;
-  const auto it = allocations_.find(static_cast<const char*>(ptr));
-  if (it == allocations_.end()) return fail(cudaErrorInvalidDevicePointer);
-  used_[static_cast<std::size_t>(it->second.device)] -= it->second.bytes;
-  allocations_.erase(it);
+  {
+    const std::lock_guard lock(mutex_);
+    const auto it = allocations_.find(static_cast<const char*>(ptr));
+    if (it == allocations_.end()) return fail(cudaErrorInvalidDevicePointer);
+    used_[static_cast<std::size_t>(it->second.device)] -= it->second.bytes;
+    allocations_.erase(it);
+  }
   std::free(ptr);
   return cudaSuccess;
 }
 
 bool HostBackend::owns(const void* ptr, std::size_t bytes, int device) const {
+  const std::lock_guard lock(mutex_);
+  return contains(ptr, bytes, device);
+}
+
+bool HostBackend::contains(const void* ptr, std::size_t bytes, int device) const {
   const char* first = static_cast<const char*>(ptr);
   auto it = allocations_.upper_bound(first);
   if (it == allocations_.begin()) return false;
@@ -185,15 +247,23 @@ cudaError_t HostBackend::memset2D(void* ptr, std::size_t pitch, int value, std::
 cudaError_t HostBackend::memGetInfo(std::size_t* freeBytes, std::size_t* totalBytes) {
   if (config_.devices == 0) return fail(cudaErrorNoDevice);
   *totalBytes = config_.memoryBytes;
-  *freeBytes = config_.memoryBytes - used_[static_cast<std::size_t>(device_)];
+  const std::lock_guard lock(mutex_);
+  *freeBytes = config_.memoryBytes - used_[static_cast<std::size_t>(currentDevice())];
   return cudaSuccess;
+}
+
+// Whether the ends of a copy that should be devices' memory are.
+bool HostBackend::endsAreOwn(const void* dst, const void* src, std::size_t bytes,
+                             cudaMemcpyKind kind) const {
+  const std::lock_guard lock(mutex_);
+  return (kind == cudaMemcpyDeviceToHost || contains(dst, bytes, kAnyDevice)) &&
+         (kind == cudaMemcpyHostToDevice || contains(src, bytes, kAnyDevice));
 }
 
 cudaError_t HostBackend::memcpy(void* dst, const void* src, std::size_t bytes,
                                 cudaMemcpyKind kind) {
   if (bytes == 0) return cudaSuccess;
-  if (dst == nullptr || src == nullptr || (kind != cudaMemcpyDeviceToHost && !owns(dst, bytes)) ||
-      (kind != cudaMemcpyHostToDevice && !owns(src, bytes))) {
+  if (dst == nullptr || src == nullptr || !endsAreOwn(dst, src, bytes, kind)) {
     return fail(cudaErrorInvalidValue);
   }
   std::memmove(dst, src, bytes);
@@ -205,8 +275,11 @@ cudaError_t HostBackend::memcpyPeer(void* dst, int dstDevice, const void* src, i
                                     std::size_t bytes) {
   if (!validDevice(dstDevice) || !validDevice(srcDevice)) return fail(cudaErrorInvalidDevice);
   if (bytes == 0) return cudaSuccess;
-  if (!owns(dst, bytes, dstDevice) || !owns(src, bytes, srcDevice)) {
-    return fail(cudaErrorInvalidValue);
+  {
+    const std::lock_guard lock(mutex_);
+    if (!contains(dst, bytes, dstDevice) || !contains(src, bytes, srcDevice)) {
+      return fail(cudaErrorInvalidValue);
+    }
   }
   std::memmove(dst, src, bytes);
   observe("cudaMemcpyPeer", bytes);
@@ -220,9 +293,11 @@ cudaError_t HostBackend::deviceCanAccessPeer(int* can, int device, int peer) {
 }
 
 cudaError_t HostBackend::deviceEnablePeerAccess(int peer, unsigned int flags) {
-  if (!validDevice(peer) || peer == device_ || !config_.peer) return fail(cudaErrorInvalidDevice);
+  const int device = currentDevice();
+  if (!validDevice(peer) || peer == device || !config_.peer) return fail(cudaErrorInvalidDevice);
   if (flags != 0) return fail(cudaErrorInvalidValue);
-  const auto index = static_cast<std::size_t>(device_) * static_cast<std::size_t>(config_.devices) +
+  const std::lock_guard lock(mutex_);
+  const auto index = static_cast<std::size_t>(device) * static_cast<std::size_t>(config_.devices) +
                      static_cast<std::size_t>(peer);
   if (peerEnabled_[index]) return fail(cudaErrorPeerAccessAlreadyEnabled);
   peerEnabled_[index] = true;
@@ -242,15 +317,17 @@ HostBackend::Event* HostBackend::find(cudaEvent_t event) const {
 
 cudaError_t HostBackend::eventCreate(cudaEvent_t* event) {
   if (config_.devices == 0) return fail(cudaErrorNoDevice);
-  auto made = std::make_unique<Event>(Event{device_});
+  auto made = std::make_unique<Event>(Event{currentDevice()});
+  const std::lock_guard lock(mutex_);
   *event = made.get();
   events_.emplace(*event, std::move(made));
   return cudaSuccess;
 }
 
 cudaError_t HostBackend::eventRecord(cudaEvent_t event, cudaStream_t stream) {
+  const std::lock_guard lock(mutex_);
   Event* e = find(event);
-  if (e == nullptr || e->device != device_ || !isOfCurrentDevice(stream))
+  if (e == nullptr || e->device != currentDevice() || !isOfCurrentDevice(stream))
     return fail(cudaErrorInvalidResourceHandle);
   e->time = std::chrono::steady_clock::now();
   e->recorded = true;
@@ -258,10 +335,12 @@ cudaError_t HostBackend::eventRecord(cudaEvent_t event, cudaStream_t stream) {
 }
 
 cudaError_t HostBackend::eventSynchronize(cudaEvent_t event) {
+  const std::lock_guard lock(mutex_);
   return find(event) != nullptr ? cudaSuccess : fail(cudaErrorInvalidResourceHandle);
 }
 
 cudaError_t HostBackend::eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) {
+  const std::lock_guard lock(mutex_);
   const Event* first = find(start);
   const Event* last = find(stop);
   if (first == nullptr || last == nullptr || !first->recorded || !last->recorded ||
@@ -273,6 +352,7 @@ cudaError_t HostBackend::eventElapsedTime(float* ms, cudaEvent_t start, cudaEven
 }
 
 cudaError_t HostBackend::eventDestroy(cudaEvent_t event) {
+  const std::lock_guard lock(mutex_);
   return events_.erase(event) == 1 ? cudaSuccess : fail(cudaErrorInvalidResourceHandle);
 }
 
@@ -280,35 +360,38 @@ cudaError_t HostBackend::eventDestroy(cudaEvent_t event) {
 bool HostBackend::isOfCurrentDevice(cudaStream_t stream) const {
   if (stream == nullptr) return true;
   const auto it = streams_.find(stream);
-  return it != streams_.end() && it->second->device == device_;
+  return it != streams_.end() && it->second->device == currentDevice();
 }
 
 cudaError_t HostBackend::streamCreate(cudaStream_t* stream) {
   if (config_.devices == 0) return fail(cudaErrorNoDevice);
-  auto made = std::make_unique<Stream>(Stream{device_});
+  auto made = std::make_unique<Stream>(Stream{currentDevice()});
+  const std::lock_guard lock(mutex_);
   *stream = made.get();
   streams_.emplace(*stream, std::move(made));
   return cudaSuccess;
 }
 
 cudaError_t HostBackend::streamDestroy(cudaStream_t stream) {
+  const std::lock_guard lock(mutex_);
   return streams_.erase(stream) == 1 ? cudaSuccess : fail(cudaErrorInvalidResourceHandle);
 }
 
 cudaError_t HostBackend::streamWaitEvent(cudaStream_t stream, cudaEvent_t event) {
-  const Event* e = find(event);
-  if (e == nullptr || !isOfCurrentDevice(stream)) return fail(cudaErrorInvalidResourceHandle);
-  if (observer_) observer_(Call{"cudaStreamWaitEvent", device_, {}, 0, e->device});
+  int awaited = -1;
+  {
+    const std::lock_guard lock(mutex_);
+    const Event* e = find(event);
+    if (e == nullptr || !isOfCurrentDevice(stream)) return fail(cudaErrorInvalidResourceHandle);
+    awaited = e->device;
+  }
+  if (observer_) observer_(Call{"cudaStreamWaitEvent", currentDevice(), {}, 0, awaited});
   return cudaSuccess;
 }
 
-cudaError_t HostBackend::getLastError() {
-  const cudaError_t error = pending_;
-  pending_ = cudaSuccess;
-  return error;
-}
+cudaError_t HostBackend::getLastError() { return std::exchange(ofThread().pending, cudaSuccess); }
 
-cudaError_t HostBackend::peekAtLastError() { return pending_; }
+cudaError_t HostBackend::peekAtLastError() { return ofThread().pending; }
 
 const char* HostBackend::getErrorString(cudaError_t error) {
   switch (error) {

@@ -1,9 +1,11 @@
 #ifndef RATSEG_DEVICE_HOST_HOST_BACKEND_H
 #define RATSEG_DEVICE_HOST_HOST_BACKEND_H
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -13,8 +15,11 @@
 namespace namespace_ratseg {
 
 // The host as a machine of one or more devices. Memory is the process's own, device pointers may be
-// read and written by the host directly, and every call is finished when it returns. Not
-// thread-safe: one thread drives the devices, as with the runtime that it stands for.
+// read and written by the host directly, and every call is finished when it returns.
+//
+// Any thread may call at any time, but for setObserver. The current device and the pending error
+// are each thread's own, at first device 0 and none; memory, events, queues and peer access are the
+// machine's.
 //
 // Stricter than it needs to be, so that mistakes show: copies and fills must lie inside one
 // allocation, those between devices on the devices named, and nothing can be freed twice.
@@ -35,7 +40,9 @@ class HostBackend final : public Backend {
   explicit HostBackend(HostConfig config);
   ~HostBackend() override;
 
-  // Calls observer after each admitted launch, copy or wait from now on; empty = nobody.
+  // Calls observer after each admitted launch, copy or wait from now on; empty = nobody. It runs in
+  // the thread of the call, so that several threads may be in it at a time. To be set while no
+  // other thread calls the machine.
   void setObserver(Observer observer) { observer_ = std::move(observer); }
 
   // Opens a kernel launch on the current device. False when the shape is one that a GPU would
@@ -90,19 +97,29 @@ class HostBackend final : public Backend {
     int device;
   };
 
+  // What is the calling thread's own.
+  struct ThreadState;
+  struct ThreadStates;
+
   static constexpr int kAnyDevice = -1;
 
+  ThreadState& ofThread() const;
+  ThreadState& newOfThread() const;
+  int currentDevice() const;
   cudaError_t fail(cudaError_t error);
   bool validDevice(int device) const { return device >= 0 && device < config_.devices; }
   // Whether the bytes lie inside one allocation, of any device or of the given one.
   bool owns(const void* ptr, std::size_t bytes, int device = kAnyDevice) const;
+  bool endsAreOwn(const void* dst, const void* src, std::size_t bytes, cudaMemcpyKind kind) const;
+  // With the mutex held:
+  bool contains(const void* ptr, std::size_t bytes, int device) const;
   Event* find(cudaEvent_t event) const;
   bool isOfCurrentDevice(cudaStream_t stream) const;
   void observe(const char* name, std::size_t bytes, const LaunchShape& shape = {});
 
+  const std::uint64_t id_;  // no other backend of the process has had it
   HostConfig config_;
-  int device_ = 0;
-  cudaError_t pending_ = cudaSuccess;
+  mutable std::mutex mutex_;                       // guards what follows, up to the observer
   std::map<const char*, Allocation> allocations_;  // by first byte
   std::vector<std::size_t> used_;                  // bytes per device
   std::vector<bool> peerEnabled_;                  // [device * devices + peer]

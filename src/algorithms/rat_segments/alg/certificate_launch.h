@@ -12,8 +12,6 @@ namespace namespace_ratseg {
 // pointers of that device. A launch that the device refuses leaves its error pending.
 class CertificateKernels {
  public:
-  virtual ~CertificateKernels() = default;
-
   // parts[k certificateSums(n) ...] = the sums of rows [k hb / parts, (k + 1) hb / parts) of the
   // band, for k from 0 to shape.grid.x - 1, the number of parts. Needs threads in whole warps and
   // certificateSharedBytes.
@@ -25,6 +23,10 @@ class CertificateKernels {
   virtual void ratseg_certificate_sum(const LaunchShape& shape, double* sums, const double* parts,
                                       std::size_t count, const float* gamma, const float* alpha,
                                       const float* beta, std::size_t n) = 0;
+
+ protected:
+  ~CertificateKernels() =
+      default;  // there to the end: threads may still launch while the process ends
 };
 
 // Shared memory of ratseg_certificate with blocks of that many threads: the sums per label of each

@@ -26,15 +26,19 @@
 // data term. (Not FLT_MAX: the projection onto the simplex lifts a forbidden label wherever the
 // others sum to less than one.)
 //
-// Before alloc() setRatios(), setWeight(), setDataterm() of costs, getDataterm() and run() do
-// nothing but say so in one line, setDataterm() of scribbles and reinit() do nothing, and
-// getSolution() makes a labeling of whatever its array holds. All calls with sizes that are not
-// those of alloc() do nothing but say so. The values of arrays are not looked at: NaN in them gives
-// a labeling without meaning. An error of a device, but for too little memory in alloc(), ends the
+// A call that is misused does nothing but say why, in one line on standard error that begins with
+// "ERROR": a null array (where null means nothing), a background label that there is not, sizes
+// that are not those of alloc(), and what else stands at the calls below. Before alloc()
+// setRatios(), setWeight(), setDataterm() of costs, getDataterm() and run() do nothing but say so
+// on standard output, setDataterm() of scribbles and reinit() do nothing, and getSolution() makes a
+// labeling of whatever its array holds. The values of arrays are not looked at: NaN in them gives a
+// labeling without meaning. An error of a device, but for too little memory in alloc(), ends the
 // process (docs/devices.md); too little memory of the host throws std::bad_alloc.
 //
-// One thread at a time may use a solver, but for Params::cancel. It computes on the devices of the
-// backend that is current (device/selection.h) from alloc() to free().
+// Solvers of different threads may compute at the same time, on the same devices or on others. A
+// solver may be used by one thread after the other, but by one at a time, except for
+// Params::cancel. It computes on the devices of the backend that is current (device/selection.h)
+// from alloc() to free().
 
 #include <cstddef>
 #include <limits>
@@ -46,8 +50,9 @@ namespace namespace_ratseg {
 
 class RatSegImpl;
 
-// What a solve depends on besides its arrays. Fill it before alloc(); after alloc() w, h, n,
-// threadsx, threadsy, gpu and gpu_num may not change.
+// What a solve depends on besides its arrays. Fill it before alloc(); after alloc() w, h and n may
+// not change, and threadsx, threadsy, gpu and gpu_num have no effect before the next alloc().
+// alloc() and run() refuse what they cannot compute with; they say so below.
 //
 // Another thread may set cancel while run() works, through std::atomic_ref<bool>. run() clears it
 // when it begins and stops at the next iteration; on GPUs at one of the next hundred, which are
@@ -65,21 +70,27 @@ struct Params {
 
   std::size_t w = 128;            // image width in pixels
   std::size_t h = 128;            // image height in pixels
-  std::size_t n = 32;             // number of labels, at most a block's threads (1024)
+  std::size_t n = 32;             // number of labels; with more than a block's threads (1024) the
+                                  // first iteration is an error of the device
   std::size_t Nsteps = 1000;      // iterations that run() performs
-  float dt_multiplier = 1.0f;     // scale of the primal step, > 0; the dual step's is 1 over it
+  float dt_multiplier = 1.0f;     // scale of the primal step, > 0; the dual step's is 1 over it;
+                                  // others than finite numbers above 0 are refused
   bool initLocalSolution = true;  // start from the pixelwise best label instead of zero
   bool cancel = false;            // set during run() it stops it soon (see above)
   std::size_t outModulo = 1000;   // period of progress output, in iterations; 0 = none
   std::size_t threadsx = 128;     // thread-block width of the per-pixel kernels
-  std::size_t threadsy = 2;       // and height; at most 1024 threads in all, or run() fails
-  int gpu_num = -1;               // when gpu is empty: -k = the first k devices, 0 = all devices
-  std::vector<int> gpu;           // device numbers, one band each; overrides gpu_num
-  float lambda = 0.2f;            // weight of the length term, >= 0; FLT_MAX = no bound on its dual
+  std::size_t threadsy = 2;       // and height; 1 to 1024 threads in all, others are refused
+  int gpu_num = -1;               // when gpu is empty: -k = the first k devices, 0 = all devices;
+                                  // positive ones are refused
+  std::vector<int> gpu;           // device numbers, one band each; overrides gpu_num. A number that
+                                  // stands there twice has two bands; unknown ones are refused
+  float lambda = 0.2f;  // weight of the length term, >= 0; FLT_MAX = no bound on its dual,
+                        // as with a negative one; NaN is refused
   int kind_prior = kind_prior_upperBound;  // others than the four count as none
-  float mu = 10000.0f;       // weight of the prior; 0 = off; negative or FLT_MAX = strict, with the
-                             // upper bound only
-  float eps = 0.01f;         // tolerance of the upper-bound prior, > 0
+  float mu = 10000.0f;  // weight of the prior; 0 = off; negative or FLT_MAX = strict, with the
+                        // upper bound only; NaN is refused
+  float eps = 0.01f;    // tolerance of the upper-bound prior, > 0; NaN is refused, a negative one
+                        // is computed with and gives NaN
   int engine = engine_auto;  // how run() computes; results are the same up to rounding
 
   // Fewer iterations to the same optimum with the upper-bound prior and with none, by an exact step
@@ -88,7 +99,7 @@ struct Params {
   bool accelerate = false;
 
   // Certified stop: run() ends when the gap is at most this; 0 or less = never, and nothing is
-  // computed.
+  // computed; NaN is refused.
   // It is checked every certifyModulo iterations and after the last; with accelerate more often at
   // the beginning.
   float tolerance = 0.0f;
@@ -119,7 +130,8 @@ struct Statistics {
 class RatSeg {
  public:
   RatSeg();
-  // Does not release device memory: call free() first, or leave it to the end of the process.
+  // Does not release device memory: call free() first, or leave it to the end of the process (also
+  // in a thread that ends before).
   virtual ~RatSeg();
   RatSeg(const RatSeg&) = delete;
   RatSeg& operator=(const RatSeg&) = delete;
@@ -128,51 +140,55 @@ class RatSeg {
 
   // Chooses the devices, splits the image into one band of rows per device, reports on standard
   // output and allocates. False, with one line on standard error, when device memory runs out, when
-  // there is no device, or when the bands would leave a device without rows. What was allocated
-  // before memory ran out stays allocated.
+  // there is no device, when the bands would leave a device without rows, when w, h, n, threadsx or
+  // threadsy is 0, when the arrays would have more bytes than there are addresses, and when
+  // threadsx and threadsy, gpu or gpu_num are not as Params wants them. What was allocated before
+  // memory ran out stays allocated. A second alloc() begins with free().
   bool alloc();
 
   // Sets the iteration back to its start; data term, weight and shares stay.
   void reinit();
 
-  // Releases device memory. Nothing happens when nothing is allocated.
+  // Releases device memory. Nothing happens when nothing is allocated, or a second time.
   void free();
 
-  // Per-pixel weight of the length term, w*h floats >= 0; FLT_MAX or more = no bound on the dual of
-  // the pixel's two differences. Without it the weight is 1 everywhere.
+  // Per-pixel weight of the length term (not null), w*h floats >= 0; FLT_MAX or more = no bound on
+  // the dual of the pixel's two differences. Without it the weight is 1 everywhere.
   void setWeight(float* weight);
 
-  // Data term rho, n*w*h floats: the cost of each label at each pixel. FLT_MAX or more forbids a
-  // label, -FLT_MAX or less forces it. Also sets the labeling to its start, but not the duals and
-  // shares: before a second run() from the start call reinit().
+  // Data term rho (not null), n*w*h floats: the cost of each label at each pixel. FLT_MAX or more
+  // forbids a label, -FLT_MAX or less forces it. Also sets the labeling to its start, but not the
+  // duals and shares: before a second run() from the start call reinit().
   void setDataterm(float* rho);
 
   // Data term from colour scribbles: image has w*h colours with channels in [0, 1], scribbles[i]
   // holds the scribblesNum[i] (at most w*h, may be 0) colours marked with label i. The cost is
   // min(thr, -ln of the mean over the scribbles of exp(-D^2 / (2 sigma^2))), D the CIELAB distance
-  // (docs/math.md, section 3.2).
+  // (docs/math.md, section 3.2). Refused: null lists, a null list of a label that has colours, more
+  // colours than pixels, NaN as sigma or thr.
   void setDataterm(float4* image, float4** scribbles, std::size_t* scribblesNum, float sigma,
                    float thr);
 
-  // The data term in use, into n*w*h floats.
+  // The data term in use, into n*w*h floats (not null).
   void getDataterm(float* rho);
 
-  // Shares: n means and n spreads, the background label's index (below n), and n lower and upper
-  // bounds for the interval prior; null bounds mean ratios -/+ 3 sigmas within [0, 1]. The entries
-  // of the background label are not used; the other means should sum to 1.
+  // Shares: n means and n spreads (not null), the background label's index (below n), and n lower
+  // and upper bounds for the interval prior; null bounds mean ratios -/+ 3 sigmas within [0, 1].
+  // The entries of the background label are not used; the other means should sum to 1.
   void setRatios(float* ratios, float* sigmas, std::size_t ind_bgr0, float* mins, float* maxs);
 
   // Runs Nsteps iterations from the current state; with a tolerance, fewer where it is met before.
+  // A second run() goes on where the first ended. Refused: see Params.
   void run();
 
-  // What the last run() did; valid until the next.
+  // What the last run() did; valid until the next. No iterations when that one was refused.
   const Statistics& getStatistics() const;
 
-  // The labeling, into n*w*h floats: 1 for the label of the greatest value at each pixel (the
-  // lowest on ties), 0 for the others.
+  // The labeling, into n*w*h floats (not null): 1 for the label of the greatest value at each pixel
+  // (the lowest on ties), 0 for the others.
   void getSolution(float* uh);
 
-  // The relaxed labeling, into n*w*h floats.
+  // The relaxed labeling, into n*w*h floats (not null).
   void getSolution_smooth(float* uh);
 
   // Placeholder: writes 0 through each pointer that is not null and returns a quiet NaN.

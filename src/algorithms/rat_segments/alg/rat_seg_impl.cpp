@@ -77,9 +77,12 @@ bool RatSegImpl::chooseDevices() {
   dev = new int[chosen.size()];
   std::copy(chosen.begin(), chosen.end(), dev);
 
-  std::cout << "Using: ";
-  for (int d = 0; d < nDev; ++d) std::cout << (d == 0 ? "" : ", ") << dev[d];
-  std::cout << std::endl;
+  {
+    const std::lock_guard lock(standardOutputMutex);
+    std::cout << "Using: ";
+    for (int d = 0; d < nDev; ++d) std::cout << (d == 0 ? "" : ", ") << dev[d];
+    std::cout << std::endl;
+  }
 
   CudaUtil::enablePeerAccess(dev, static_cast<std::size_t>(nDev), &canAccess_array);
   delete[] found;
@@ -148,6 +151,7 @@ void RatSegImpl::setUpPrimUShape(gpudata& g) {
 void RatSegImpl::printMemoryNeeded() {
   std::size_t total = 0;
   for (int d = 0; d < nDev; ++d) total += memoryMiB(arrays[d], par.n);
+  const std::lock_guard lock(standardOutputMutex);
   std::cout << "GPU memory needed: " << mixedUnits(total) << std::endl;
   if (nDev == 1) return;
   for (int d = 0; d < nDev; ++d) {

@@ -1,6 +1,8 @@
 #ifndef RATSEG_ALG_RAT_SEG_IMPL_CHECK_H
 #define RATSEG_ALG_RAT_SEG_IMPL_CHECK_H
 
+#include <mutex>
+
 #include "util/cudadefs.h"
 
 namespace namespace_ratseg {
@@ -14,6 +16,9 @@ inline constexpr unsigned long kTransferLines = 2000;
 inline constexpr unsigned long kStripLines = 3000;
 inline constexpr unsigned long kCertifierLines = 4000;
 inline constexpr unsigned long kFiniteLines = 5000;
+
+// Held while a solver writes to standard output, so that lines of several threads do not mix.
+inline std::mutex standardOutputMutex;
 
 inline void check(unsigned long line) { cuda_check(kImplPath, line); }
 

@@ -86,6 +86,7 @@ void RatSegImpl::run() {
       deviceSynchronizeAll();
       if (cancel) break;
       if (par.Nsteps != par.outModulo) {
+        const std::lock_guard lock(standardOutputMutex);
         std::cout << "Step " << step << " of " << par.Nsteps << std::endl;
       }
     }
@@ -355,6 +356,7 @@ void RatSegImpl::printReport(Report& report) {
   check(kRunLines + __LINE__);
 
   const float pixels = static_cast<float>(par.w * par.h);
+  const std::lock_guard lock(standardOutputMutex);
   std::cout << std::fixed;
   for (std::size_t i = 0; i < par.n; ++i) {
     const float a = report.a[i];

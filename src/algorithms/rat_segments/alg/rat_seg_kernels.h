@@ -13,8 +13,6 @@ namespace namespace_ratseg {
 // layouts in labeling_kernels.h. A launch that the device refuses leaves its error pending.
 class RatSegKernels {
  public:
-  virtual ~RatSegKernels() = default;
-
   // Per-pixel kernels; shape covers w x (ymax - ymin).
   virtual void ratseg_dual_p(const LaunchShape& shape, float2* p, float* u, float* weight,
                              float lambda, float dt, std::size_t w, std::size_t h, std::size_t ymin,
@@ -87,6 +85,9 @@ class RatSegKernels {
                                    std::size_t n) = 0;
   virtual void ratseg_free_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
                                   float* sum_u, std::size_t NOmega, std::size_t n) = 0;
+
+ protected:
+  ~RatSegKernels() = default;  // there to the end: threads may still launch while the process ends
 };
 
 // The launchers of the current backend.

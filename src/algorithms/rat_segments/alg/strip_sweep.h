@@ -127,8 +127,6 @@ class StripReplay {
 // the device refuses leaves its error pending.
 class StripKernels {
  public:
-  virtual ~StripKernels() = default;
-
   // uPrev from u_bar, in place: the labeling before u that the extrapolation came from.
   virtual void ratseg_strip_enter(float* u_bar, const float* u, float theta_bar,
                                   std::size_t count) = 0;
@@ -153,6 +151,9 @@ class StripKernels {
   // to run; nothing has run then.
   virtual std::unique_ptr<StripReplay> record(cudaStream_t stream,
                                               const std::function<void()>& steps) = 0;
+
+ protected:
+  ~StripKernels() = default;  // there to the end: threads may still launch while the process ends
 };
 
 StripKernels& hostStripKernels();

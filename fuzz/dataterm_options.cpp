@@ -1,0 +1,27 @@
+// Words of ratseg-dataterm's command line, each ended by a zero byte: DatatermOptions::parse.
+
+#include "app/dataterm/options.h"
+
+#include <cmath>
+
+#include "app/dataterm/input_error.h"
+#include "target.h"
+
+using namespace namespace_ratseg;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const fuzz::CommandLine line(fuzz::splitAtZeros({reinterpret_cast<const char*>(data), size}));
+  try {
+    const DatatermOptions o = DatatermOptions::parse(line.argc(), line.argv());
+    FUZZ_EXPECT(!o.image.empty() && !o.scribbles.empty() && !o.out.empty(),
+                "what is required is there");
+    FUZZ_EXPECT(o.sigma > 0 && std::isfinite(o.sigma), "-sigma is positive");
+    FUZZ_EXPECT(o.thr > 0 && std::isfinite(o.voidCost()), "-thr is positive, a void cost finite");
+    FUZZ_EXPECT(o.spread >= 0 && std::isfinite(static_cast<float>(o.spread)),
+                "-spread is 0 or positive");
+    FUZZ_EXPECT(o.truth.empty() == o.proportions.empty(), "-truth and -proportions go together");
+  } catch (const InputError& error) {
+    FUZZ_EXPECT(!fuzz::hasControl(error.what()), "an error is one line without control characters");
+  }
+  return 0;
+}

@@ -1,0 +1,60 @@
+// Pictures of marks or labels (the first byte: plain_png.h): LabelPicture::load.
+
+#include "app/dataterm/label_picture.h"
+
+#include <QtGlobal>
+#include <algorithm>
+
+#include "app/dataterm/input_error.h"
+#include "plain_png.h"
+#include "target.h"
+
+using namespace namespace_ratseg;
+
+namespace {
+
+std::optional<LabelPicture> load(const std::string& file) {
+  static const fuzz::MemoryFile disk;
+  disk.write(file);
+  try {
+    return LabelPicture::load(disk.path());
+  } catch (const InputError& error) {
+    FUZZ_EXPECT(!fuzz::hasControl(error.what()), "an error is one line without control characters");
+    return {};
+  }
+}
+
+// Whether a picture has a palette as it must be, and no number beyond it.
+bool fitsPalette(const fuzz::PlainPicture& picture, const std::string& file) {
+  if (picture.colourType == 0) return true;
+  const std::size_t bytes = fuzz::chunksOf(file)[1].data.size();
+  if (bytes == 0 || bytes % 3 != 0 || bytes / 3 > 1u << picture.bits) return false;
+  return *std::max_element(picture.pixels.begin(), picture.pixels.end()) < bytes / 3;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+  const std::string file = fuzz::pictureOf({reinterpret_cast<const char*>(data), size});
+  if (fuzz::announcedPixels(file) > std::uint64_t{1} << 16) return 0;
+  const std::optional<LabelPicture> got = load(file);
+  const std::optional<fuzz::PlainPicture> plain = fuzz::plainPicture(file);
+  const bool interlaced = file.size() > 28 && file[28] != 0;
+  if (got) {
+    FUZZ_EXPECT(got->pixels.size() == got->w * got->h && got->w > 0 && got->h > 0,
+                "there is a number for each pixel");
+    FUZZ_EXPECT(plain.has_value() || interlaced, "only whole pictures are accepted");
+    std::size_t counted = 0;
+    for (std::size_t k : got->histogram()) counted += k;
+    FUZZ_EXPECT(counted == got->pixels.size(), "the histogram counts each pixel once");
+  }
+  if (got && plain) {
+    FUZZ_EXPECT(got->w == plain->w && got->h == plain->h, "the size is that of the file");
+    FUZZ_EXPECT(got->pixels == plain->pixels, "the numbers are those of the file");
+  }
+  if (plain && plain->plain && plain->w > 0 && plain->h > 0) {
+    FUZZ_EXPECT(got || !fitsPalette(*plain, file), "a whole picture is accepted");
+  }
+  return 0;
+}

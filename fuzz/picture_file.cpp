@@ -1,0 +1,101 @@
+// Picture files of any format (the first byte: plain_png.h): FileIO::loadImage and what else FileIO
+// says of them.
+
+#include <QImage>
+#include <QImageReader>
+#include <QString>
+#include <QtGlobal>
+#include <memory>
+
+#include "plain_png.h"
+#include "target.h"
+#include "util/fileio.h"
+#include "util/rgb.h"
+
+using namespace namespace_ratseg;
+
+namespace {
+
+// Larger pictures would only take time.
+constexpr qint64 kMostPixels = 1 << 16;
+
+bool isSmall(const std::string& path) {
+  const QSize size = QImageReader(QString::fromStdString(path)).size();
+  return qint64{size.width()} * size.height() <= kMostPixels;
+}
+
+// Pixels of 8 bits per channel are the same, whatever they were loaded as.
+void expectPixels(const QImage& image, const RGB* pixels) {
+  switch (image.format()) {
+    case QImage::Format_RGB32:
+    case QImage::Format_ARGB32:
+    case QImage::Format_Indexed8:
+    case QImage::Format_Grayscale8:
+      break;
+    default:
+      return;
+  }
+  for (int y = 0; y < image.height(); ++y) {
+    for (int x = 0; x < image.width(); ++x, ++pixels) {
+      const QRgb c = image.pixel(x, y);
+      const auto is = [](float value, int byte) { return value == static_cast<float>(byte) / 255; };
+      FUZZ_EXPECT(is(pixels->x, qRed(c)) && is(pixels->y, qGreen(c)) && is(pixels->z, qBlue(c)),
+                  "colours are 255ths");
+    }
+  }
+}
+
+void expectRoundTrip(const QImage& image) {
+  static const fuzz::MemoryFile disk;
+  const QImage opaque = image.convertToFormat(QImage::Format_RGB32);
+  FUZZ_EXPECT(FileIO::saveImagePNG(&opaque, disk.path()), "a picture is saved");
+  QImage* loaded = nullptr;
+  FUZZ_EXPECT(FileIO::loadImage(disk.path(), loaded), "a saved picture loads");
+  const std::unique_ptr<QImage> again(loaded);
+  FUZZ_EXPECT(again->convertToFormat(QImage::Format_RGB32) == opaque, "and is the same");
+}
+
+void expectFailure(const std::string& path, const std::string& error) {
+  FUZZ_EXPECT(!error.empty(), "a failure has a reason");
+  RGB* pixels = nullptr;
+  int w = -3, h = -4;
+  FUZZ_EXPECT(!FileIO::loadImage(path, pixels, w, h, true), "what fails once fails twice");
+  FUZZ_EXPECT(pixels == nullptr && w == -3 && h == -4, "a failure changes nothing");
+}
+
+void expectSuccess(const std::string& path, const QImage& image) {
+  FUZZ_EXPECT(FileIO::imageFormatIsKnown(path), "what loads has a known format");
+  RGB* pixels = nullptr;
+  int w = 0, h = 0;
+  FUZZ_EXPECT(FileIO::loadImage(path, pixels, w, h, true), "what loads once loads twice");
+  const std::unique_ptr<RGB[]> owner(pixels);
+  FUZZ_EXPECT(w == image.width() && h == image.height(), "the sizes agree");
+  for (qint64 k = 0; k < qint64{w} * h; ++k) {
+    const auto in = [](float value) { return value >= 0 && value <= 1; };
+    FUZZ_EXPECT(in(pixels[k].x) && in(pixels[k].y) && in(pixels[k].z), "colours are from 0 to 1");
+  }
+  expectPixels(image, pixels);
+  expectRoundTrip(image);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+  static const fuzz::MemoryFile disk;
+  disk.write(fuzz::pictureOf({reinterpret_cast<const char*>(data), size}));
+  if (!isSmall(disk.path())) return 0;
+  FileIO::imageAsksToBeTurned(disk.path());
+  FileIO::imageHas16Bits(disk.path());
+  QImage* loaded = nullptr;
+  std::string error;
+  const bool ok = FileIO::loadImage(disk.path(), loaded, &error);
+  const std::unique_ptr<QImage> image(loaded);
+  FUZZ_EXPECT(ok == (image != nullptr), "there is an image where loading succeeds");
+  if (!ok) {
+    expectFailure(disk.path(), error);
+  } else if (qint64{image->width()} * image->height() <= kMostPixels) {
+    expectSuccess(disk.path(), *image);
+  }
+  return 0;
+}

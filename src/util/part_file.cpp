@@ -1,0 +1,222 @@
+#include "util/part_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+
+namespace namespace_ratseg {
+
+namespace {
+
+constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
+
+// The names of this process's part files, where a handler of signals can read them.
+struct Entry {
+  std::atomic<bool> taken = false;
+  std::atomic<bool> complete = false;
+  char path[PATH_MAX];
+};
+std::array<Entry, 64> entries;
+// How many threads are between creating a file and entering its name.
+std::atomic<int> creating = 0;
+std::atomic<bool> ending = false;
+
+void enter(const std::string& path) {
+  if (path.size() >= sizeof Entry::path) return;
+  for (Entry& entry : entries) {
+    if (entry.taken.exchange(true)) continue;
+    std::memcpy(entry.path, path.c_str(), path.size() + 1);
+    entry.complete = true;
+    return;
+  }
+}
+
+void leave(const std::string& path) {
+  for (Entry& entry : entries) {
+    if (!entry.complete || path != entry.path) continue;
+    entry.complete = false;
+    entry.taken = false;
+    return;
+  }
+}
+
+void removeAllAndEnd(int signal) {
+  removePartFiles();
+  std::signal(signal, SIG_DFL);
+  sigset_t itself;
+  sigemptyset(&itself);
+  sigaddset(&itself, signal);
+  pthread_sigmask(SIG_UNBLOCK, &itself, nullptr);
+  std::raise(signal);
+}
+
+// Holds the signals back in this thread, and lets a handler in another one wait.
+class Creating {
+ public:
+  Creating() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : kSignals) sigaddset(&held, signal);
+    pthread_sigmask(SIG_BLOCK, &held, &before_);
+    ++creating;
+  }
+  ~Creating() {
+    --creating;
+    const int error = errno;
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    errno = error;
+  }
+
+ private:
+  sigset_t before_;
+};
+
+// Whether text is "PID" or "PID-K".
+bool isNumbering(const std::string& text) {
+  const auto isDigits = [](const std::string& part) {
+    return !part.empty() &&
+           std::all_of(part.begin(), part.end(), [](char c) { return c >= '0' && c <= '9'; });
+  };
+  const std::size_t dash = text.find('-');
+  if (dash == std::string::npos) return isDigits(text);
+  return isDigits(text.substr(0, dash)) && isDigits(text.substr(dash + 1));
+}
+
+bool isPartOf(const std::string& name, const std::string& of) {
+  constexpr std::size_t kEnd = 5;
+  return name.size() > of.size() + 1 + kEnd && name.starts_with(of + ".") &&
+         name.ends_with(".part") &&
+         isNumbering(name.substr(of.size() + 1, name.size() - of.size() - 1 - kEnd));
+}
+
+bool removeIfDead(const std::string& path) {
+  const int file = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (file < 0) return false;
+  struct stat status;
+  const bool dead = fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+                    status.st_uid == geteuid() && flock(file, LOCK_EX | LOCK_NB) == 0;
+  const bool removed = dead && unlink(path.c_str()) == 0;
+  close(file);
+  return removed;
+}
+
+}  // namespace
+
+PartFile::~PartFile() { remove(); }
+
+bool PartFile::tryName(const std::string& path) {
+  path_ = path;
+  const Creating guard;
+  const int file = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+  if (file < 0) return false;
+  struct stat status;
+  // Somebody who looks for dead files may have come first. Where locks are not supported nobody
+  // can.
+  const bool taken = flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  if (taken || fstat(file, &status) != 0 || status.st_nlink == 0) {
+    close(file);
+    errno = EEXIST;
+    return false;
+  }
+  descriptor_ = file;
+  enter(path_);
+  if (!ending) return true;
+  remove();
+  errno = EINTR;
+  return false;
+}
+
+bool PartFile::create(const std::string& filename) {
+  constexpr int kNames = 1000;
+  std::string name = filename + "." + std::to_string(getpid());
+  const std::size_t end = name.size();
+  for (int k = 0; k < kNames; ++k) {
+    name.resize(end);
+    if (k > 0) name.append("-").append(std::to_string(k));
+    if (tryName(name + ".part")) return true;
+    if (errno != EEXIST) return false;
+  }
+  return false;
+}
+
+// Somebody may have removed or replaced it.
+bool PartFile::isThere() const {
+  struct stat mine, named;
+  return fstat(descriptor_, &mine) == 0 && lstat(path_.c_str(), &named) == 0 &&
+         mine.st_dev == named.st_dev && mine.st_ino == named.st_ino;
+}
+
+bool PartFile::moveTo(const std::string& filename) {
+  if (!isThere()) {
+    errno = ENOENT;
+    return false;
+  }
+  if (std::rename(path_.c_str(), filename.c_str()) != 0) return false;
+  leave(path_);
+  close(descriptor_);
+  descriptor_ = -1;
+  return true;
+}
+
+void PartFile::remove() {
+  if (descriptor_ < 0) return;
+  const int error = errno;
+  if (isThere()) unlink(path_.c_str());
+  leave(path_);
+  close(descriptor_);
+  descriptor_ = -1;
+  errno = error;
+}
+
+std::vector<std::string> removeDeadPartFiles(const std::string& filename) {
+  std::vector<std::string> removed;
+  const std::filesystem::path file(filename);
+  const std::string of = file.filename().string();
+  const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
+  std::error_code error;
+  std::filesystem::directory_iterator entry(folder, error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    const std::string path = (file.parent_path() / entry->path().filename()).string();
+    if (isPartOf(entry->path().filename().string(), of) && removeIfDead(path)) {
+      removed.push_back(path);
+    }
+  }
+  return removed;
+}
+
+// Calls only what a handler of signals may call.
+void removePartFiles() {
+  ending = true;
+  constexpr timespec kMillisecond = {0, 1000000};
+  for (int wait = 0; creating > 0 && wait < 100; ++wait) nanosleep(&kMillisecond, nullptr);
+  for (const Entry& entry : entries) {
+    if (entry.complete) unlink(entry.path);
+  }
+}
+
+void removePartFilesOnSignals() {
+  for (const int signal : kSignals) {
+    struct sigaction before;
+    // Ignored ones stay ignored, as under nohup.
+    if (sigaction(signal, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) continue;
+    struct sigaction action = {};
+    action.sa_handler = removeAllAndEnd;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+  }
+}
+
+}  // namespace namespace_ratseg

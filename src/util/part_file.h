@@ -1,0 +1,54 @@
+#ifndef RATSEG_UTIL_PART_FILE_H
+#define RATSEG_UTIL_PART_FILE_H
+
+#include <string>
+#include <vector>
+
+namespace namespace_ratseg {
+
+// A file that is being written beside the one whose place it is to take: NAME.PID.part, or
+// NAME.PID-K.part where that is taken. It is locked (flock) as long as its process lives, so that
+// the ones that killed processes left can be told from those at work.
+class PartFile {
+ public:
+  PartFile() = default;
+  // Removes the file unless it was put into its place.
+  ~PartFile();
+  PartFile(const PartFile&) = delete;
+  PartFile& operator=(const PartFile&) = delete;
+
+  // Creates an empty file beside filename. False with errno.
+  bool create(const std::string& filename);
+
+  // Renames it to filename. False with errno; the file is then still there.
+  bool moveTo(const std::string& filename);
+
+  // Removes the file and closes it.
+  void remove();
+
+  // Open for reading and writing; -1 when there is none.
+  int descriptor() const { return descriptor_; }
+  const std::string& path() const { return path_; }
+
+ private:
+  bool tryName(const std::string& path);
+  bool isThere() const;
+
+  std::string path_;
+  int descriptor_ = -1;
+};
+
+// Removes part files of filename that processes which are no longer alive left behind; those of
+// other users and those that are at work stay. Returns their names.
+std::vector<std::string> removeDeadPartFiles(const std::string& filename);
+
+// Removes the part files of this process, for its last moment: no more can be made.
+void removePartFiles();
+
+// From now on SIGINT, SIGTERM and SIGHUP remove the part files of this process before they end it.
+// For programs; libraries leave signals alone.
+void removePartFilesOnSignals();
+
+}  // namespace namespace_ratseg
+
+#endif

@@ -1,0 +1,95 @@
+"""What a run did wrong. A fault is a pair: its kind, for the summary, and what was seen."""
+
+import re
+import signal
+from pathlib import Path
+
+from programs import foreign_lines
+
+
+def whole_files(program, folder, versions):
+    """Each result is there and is the old or the new one, to the byte. Which ones are new."""
+    faults, new = [], set()
+    for name in program.results:
+        path = Path(folder) / name
+        try:
+            found = path.read_bytes()
+        except OSError:
+            faults.append(("result lost", name))
+            continue
+        old_bytes, new_bytes = versions[name]
+        if found == new_bytes:
+            new.add(name)
+        elif found != old_bytes:
+            faults.append(("result torn", f"{name}: {len(found)} bytes, neither the "
+                           f"{len(old_bytes)} of before nor the {len(new_bytes)} of now"))
+    return faults, new
+
+
+def leftovers(program, folder, others=()):
+    known = {*program.results, *others}
+    return sorted(p.name for p in Path(folder).iterdir() if p.name not in known)
+
+
+def has_error_line(run):
+    return re.search(r"^ERROR", run.out, re.M) or re.search(r"^ERROR", run.err, re.M)
+
+
+def named(run, start, name):
+    return re.search(rf"^{start} {re.escape(name)}( |$)", run.out, re.M) is not None
+
+
+def reports(program, run, new):
+    """What the run says of its results is so."""
+    faults = []
+    for name in program.results:
+        saved = program.says_saved and named(run, "Saved", name)
+        if saved and name not in new:
+            faults.append(("Saved, but is not", name))
+        if run.status != 0 or saved or (not program.says_saved and name in new):
+            continue
+        if not (program.says_saved and named(run, "ERROR saving", name)):
+            faults.append(("status 0, result not saved, no line", name))
+    return faults
+
+
+def ending(program, run):
+    if run.hung:
+        return [("hang", "no end")]
+    if run.status < 0:
+        name = signal.Signals(-run.status).name
+        last = run.err.strip().splitlines()[-1:] or [""]
+        return [(f"died of {name}", last[0])]
+    faults = []
+    if run.status not in program.statuses:
+        faults.append((f"status {run.status}", run.err.strip()[-200:]))
+    elif run.status != 0 and run.status not in program.quiet and not has_error_line(run):
+        faults.append(("no ERROR line", (run.err.strip() or "nothing was said")[-200:]))
+    return faults
+
+
+def judge(program, folder, versions, run, others=()):
+    """The faults of a run that was to end by itself."""
+    faults, new = whole_files(program, folder, versions)
+    faults += ending(program, run)
+    if not run.hung and run.status >= 0:
+        faults += reports(program, run, new)
+    faults += [("leftover", name) for name in leftovers(program, folder, others)]
+    if run.status >= 0:
+        faults += [("foreign line", line) for line in foreign_lines(program, run.err)[:1]]
+    return faults
+
+
+def judge_killed(program, folder, versions, run, signal_number):
+    """The faults of a run that a signal was sent to; it may have ended before."""
+    faults, new = whole_files(program, folder, versions)
+    if run.hung:
+        faults.append(("hang", f"after signal {signal_number}"))
+    if run.status < 0 and -run.status != signal_number:
+        faults.append((f"died of {signal.Signals(-run.status).name}", "which nobody sent"))
+    for name in program.results:
+        if program.says_saved and named(run, "Saved", name) and name not in new:
+            faults.append(("Saved, but is not", name))
+    if signal_number != signal.SIGKILL:
+        faults += [("leftover", name) for name in leftovers(program, folder)]
+    return faults
