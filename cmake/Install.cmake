@@ -2,7 +2,12 @@
 include(CMakePackageConfigHelpers)
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/ratseg)
 
-install(TARGETS ratseg_headers ratseg_device ratseg_util ratseg_alg EXPORT ratsegTargets)
+install(TARGETS ratseg_headers ratseg_device ratseg_util ratseg_alg ratseg_static ratseg_shared
+  EXPORT ratsegTargets)
+install(FILES ${PROJECT_SOURCE_DIR}/include/ratseg/ratseg.hpp
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ratseg)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/ratseg.pc.in ratseg.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ratseg.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(EXPORT ratsegTargets NAMESPACE ratseg:: DESTINATION ${package_folder})
 if(RATSEG_HAVE_QT)
   install(TARGETS ratseg ratseg-dataterm)

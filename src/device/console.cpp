@@ -12,7 +12,9 @@ class ProcessConsole final : public Console {
  public:
   std::ostream& out() override { return std::cout; }
   std::ostream& error() override { return std::cerr; }
-  [[noreturn]] void end() override {
+
+ private:
+  void doEnd() override {
     std::cout.flush();
     std::exit(1);
   }

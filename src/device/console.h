@@ -1,6 +1,7 @@
 #ifndef RATSEG_DEVICE_CONSOLE_H
 #define RATSEG_DEVICE_CONSOLE_H
 
+#include <cstdlib>
 #include <iosfwd>
 
 namespace namespace_ratseg {
@@ -12,11 +13,18 @@ class Console {
  public:
   virtual std::ostream& out() = 0;
   virtual std::ostream& error() = 0;
-  // Does not return. The reason has been said before.
-  [[noreturn]] virtual void end() = 0;
+  // When the reason has been said.
+  [[noreturn]] void end() {
+    doEnd();
+    std::abort();
+  }
 
  protected:
   ~Console() = default;
+
+ private:
+  // Does not return.
+  virtual void doEnd() = 0;
 };
 
 // The calling thread's.

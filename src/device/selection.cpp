@@ -1,10 +1,12 @@
 #include "device/selection.h"
+#include "device/console.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
+#include <utility>
 
 #include "device/cuda/cuda_backend.h"
 #include "device/host/host_backend.h"
@@ -63,16 +65,20 @@ Backend& chooseByEnvironment() {
   DeviceChoice choice = DeviceChoice::automatic;
   std::string error;
   if (!deviceChoiceFromEnvironment(choice, error)) {
-    std::cerr << error << std::endl;
-    std::exit(1);
+    console().error() << error << std::endl;
+    console().end();
   }
   static std::mutex choosing;
   const std::lock_guard lock(choosing);
   Backend* chosen = current;
-  return chosen != nullptr ? *chosen : chooseBackend(choice, std::cerr);
+  return chosen != nullptr ? *chosen : chooseBackend(choice, console().error());
 }
 
+thread_local Backend* ofThread = nullptr;
+
 }  // namespace
+
+Backend& hostBackend() { return hostMachine(); }
 
 bool parseDeviceChoice(const std::string& text, DeviceChoice& choice) {
   if (text == "auto") {
@@ -127,6 +133,7 @@ Backend& chooseBackend(DeviceChoice choice, std::ostream& notice) {
 }
 
 Backend& backend() {
+  if (ofThread != nullptr) return *ofThread;
   Backend* b = current.load(std::memory_order_acquire);
   return b != nullptr ? *b : chooseByEnvironment();
 }
@@ -135,5 +142,8 @@ void setBackend(Backend& b) { current = &b; }
 
 BackendScope::BackendScope(Backend& b) : previous_(current.exchange(&b)) {}
 BackendScope::~BackendScope() { current = previous_; }
+
+ThreadBackendScope::ThreadBackendScope(Backend& b) : previous_(std::exchange(ofThread, &b)) {}
+ThreadBackendScope::~ThreadBackendScope() { ofThread = previous_; }
 
 }  // namespace namespace_ratseg

@@ -2,9 +2,10 @@
 #define RATSEG_DEVICE_SELECTION_H
 
 // Which backend the runtime calls go to. One is current for the whole process, so for all its
-// threads; whatever was allocated under a backend must be used and released while that backend is
-// current. Any thread may ask for it at any time; change it (chooseBackend, setBackend,
-// BackendScope) only while no other thread computes, or has memory, on the one before.
+// threads, unless a thread has its own (ThreadBackendScope); whatever was allocated under a backend
+// must be used and released while that backend is current. Any thread may ask for it at any time;
+// change it (chooseBackend, setBackend, BackendScope) only while no other thread computes, or has
+// memory, on the one before.
 
 #include <iosfwd>
 #include <string>
@@ -55,6 +56,21 @@ class BackendScope {
  private:
   Backend* previous_;
 };
+
+// Makes a backend current for a scope in the calling thread alone, whatever is current in others.
+class ThreadBackendScope {
+ public:
+  explicit ThreadBackendScope(Backend& b);
+  ~ThreadBackendScope();
+  ThreadBackendScope(const ThreadBackendScope&) = delete;
+  ThreadBackendScope& operator=(const ThreadBackendScope&) = delete;
+
+ private:
+  Backend* previous_;
+};
+
+// The host as RATSEG_HOST_* describe it, whatever is current.
+Backend& hostBackend();
 
 }  // namespace namespace_ratseg
 

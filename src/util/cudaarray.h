@@ -6,6 +6,7 @@
 #include <limits>
 #include <vector>
 
+#include "device/console.h"
 #include "device/runtime.h"
 #include "util/device_scope.h"
 
@@ -133,8 +134,8 @@ void cudaarray<T>::free() {
 template <class T>
 void cudaarray<T>::copyFromHost(const T* host) {
   if (ptr == nullptr) {
-    std::cerr << "ERROR: (cudaarray.copyFromHost(T*)): destination array not allocated"
-              << std::endl;
+    console().error() << "ERROR: (cudaarray.copyFromHost(T*)): destination array not allocated"
+                      << std::endl;
     return;
   }
   const DeviceScope scope(dev);
@@ -144,7 +145,8 @@ void cudaarray<T>::copyFromHost(const T* host) {
 template <class T>
 void cudaarray<T>::copyToHost(T* host) const {
   if (ptr == nullptr) {
-    std::cerr << "ERROR: (cudaarray.copyToHost(T*)): source array not allocated" << std::endl;
+    console().error() << "ERROR: (cudaarray.copyToHost(T*)): source array not allocated"
+                      << std::endl;
     return;
   }
   const DeviceScope scope(dev);
@@ -155,8 +157,8 @@ template <class T>
 T cudaarray<T>::get(std::size_t i) const {
   T element{};
   if (ptr == nullptr || i >= num) {
-    std::cerr << "ERROR: (cudaarray.get(size_t)): no element " << i << " in an array of " << num
-              << std::endl;
+    console().error() << "ERROR: (cudaarray.get(size_t)): no element " << i << " in an array of "
+                      << num << std::endl;
     return element;
   }
   const DeviceScope scope(dev);

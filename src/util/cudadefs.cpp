@@ -1,4 +1,5 @@
 #include "util/cudadefs.h"
+#include "device/console.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -28,24 +29,24 @@ constexpr const char* kFile = "src/util/cudadefs";
 std::size_t numDigits(int number) { return std::to_string(number).size(); }
 
 void printInvalidDeviceFunctionHint() {
-  std::cout << "**" << std::endl;
-  std::cout
+  console().out() << "**" << std::endl;
+  console().out()
       << "** Likely reason: Wrong -arch parameter. E.g. compiling with -arch=sm_30, but running"
          " on device of compute capability sm_10\n";
-  std::cout << "** \n";
-  std::cout << "** Other possible reasons: \n";
-  std::cout << "** This indicates that a kernel launch is requesting resources that can \n";
-  std::cout << "** never be satisfied by the current device. Requesting more shared memory \n";
-  std::cout << "** per block than the device supports will trigger this error, as will \n";
-  std::cout << "** requesting too many threads or blocks. See ::cudaDeviceProp for more \n";
-  std::cout << "** device limitations." << std::endl;
-  std::cout << "**" << std::endl;
+  console().out() << "** \n";
+  console().out() << "** Other possible reasons: \n";
+  console().out() << "** This indicates that a kernel launch is requesting resources that can \n";
+  console().out()
+      << "** never be satisfied by the current device. Requesting more shared memory \n";
+  console().out() << "** per block than the device supports will trigger this error, as will \n";
+  console().out() << "** requesting too many threads or blocks. See ::cudaDeviceProp for more \n";
+  console().out() << "** device limitations." << std::endl;
+  console().out() << "**" << std::endl;
 }
 
 [[noreturn]] void endProcess() {
   if (lastcalls_ncur > 0) cudacalls_print();
-  std::cout.flush();
-  std::exit(1);
+  console().end();
 }
 
 }  // namespace
@@ -54,7 +55,8 @@ cudaMallocException::cudaMallocException(std::string file_, int line_)
     : file(std::move(file_)), line(line_) {}
 
 void cudaMallocException::printError() const {
-  std::cerr << "ERROR: Insufficient GPU memory (" << file << ", line " << line << ")" << std::endl;
+  console().error() << "ERROR: Insufficient GPU memory (" << file << ", line " << line << ")"
+                    << std::endl;
 }
 
 void cuda_check_setSync(bool sync) { cuda_check_sync = sync; }
@@ -67,10 +69,10 @@ void cuda_check(const std::string& file, unsigned long line) {
     cudacalls_add(file, line);
     return;
   }
-  std::cout << std::endl;
-  std::cout << file << ", line " << line;
-  std::cout << ": " << cudaGetErrorString(error) << " (" << cudaErrorNumber(error) << ")"
-            << std::endl;
+  console().out() << std::endl;
+  console().out() << file << ", line " << line;
+  console().out() << ": " << cudaGetErrorString(error) << " (" << cudaErrorNumber(error) << ")"
+                  << std::endl;
   if (error == cudaErrorInvalidDeviceFunction) printInvalidDeviceFunctionHint();
   endProcess();
 }
@@ -82,16 +84,16 @@ void cuda_check_malloc(const std::string& file, unsigned long line) {
     return;
   }
   if (error == cudaErrorMemoryAllocation) throw cudaMallocException(file, static_cast<int>(line));
-  std::cout << std::endl;
-  std::cout << file << ", line " << line << ": " << cudaGetErrorString(error) << std::endl;
+  console().out() << std::endl;
+  console().out() << file << ", line " << line << ": " << cudaGetErrorString(error) << std::endl;
   endProcess();
 }
 
 void cuda_peek(const std::string& file, unsigned long line) {
   const cudaError_t error = cudaPeekAtLastError();
   if (error != cudaSuccess) {
-    std::cout << "CUDA WARNING: " << file << ", line " << line << ": " << cudaGetErrorString(error)
-              << std::endl;
+    console().out() << "CUDA WARNING: " << file << ", line " << line << ": "
+                    << cudaGetErrorString(error) << std::endl;
   }
   cudacalls_add(file, line);
 }
@@ -105,12 +107,12 @@ void cudacalls_add(const std::string& file, unsigned long line) {
 }
 
 void cudacalls_print() {
-  std::cout << "Previous CUDA calls:" << std::endl;
+  console().out() << "Previous CUDA calls:" << std::endl;
   const std::size_t width = numDigits(lastcalls_ncur);
   for (int i = 0; i < lastcalls_ncur; ++i) {
     const auto& [file, line] = lastcalls[(lastcalls_pos - 1 - i + kLastCalls) % kLastCalls];
-    std::cout << std::string(width - numDigits(i), ' ') << i << ": " << file << ", line " << line
-              << std::endl;
+    console().out() << std::string(width - numDigits(i), ' ') << i << ": " << file << ", line "
+                    << line << std::endl;
   }
 }
 

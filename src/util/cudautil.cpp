@@ -1,4 +1,5 @@
 #include "util/cudautil.h"
+#include "device/console.h"
 
 #include <algorithm>
 #include <iostream>
@@ -37,9 +38,9 @@ void sortDevices(int* dev, cudaDeviceProp* prop, int count) {
 
 void printDevices(const int* dev, const cudaDeviceProp* prop, int count) {
   for (int i = 0; i < count; ++i) {
-    std::cout << (i == 0 ? "" : ", ") << "[" << dev[i] << "] " << prop[i].name;
+    console().out() << (i == 0 ? "" : ", ") << "[" << dev[i] << "] " << prop[i].name;
   }
-  std::cout << std::endl;
+  console().out() << std::endl;
 }
 
 }  // namespace
@@ -65,7 +66,7 @@ void CudaUtil::getDevices(int** dev0, int* nDev0, cudaDeviceProp** prop0, bool s
   int previous = 0;
   cudaGetDevice(&previous);
   if (dev0 == nullptr || nDev0 == nullptr) {
-    std::cerr << "ERROR (CudaUtil::getDevices()): NULL arguments" << std::endl;
+    console().error() << "ERROR (CudaUtil::getDevices()): NULL arguments" << std::endl;
     return;
   }
   *nDev0 = 0;
@@ -78,11 +79,11 @@ void CudaUtil::getDevices(int** dev0, int* nDev0, cudaDeviceProp** prop0, bool s
   if (error == cudaErrorNoDevice) *nDev0 = 0;
   const int count = *nDev0;
   if (count == 0) {
-    std::cerr << "No CUDA Devices" << std::endl;
+    console().error() << "No CUDA Devices" << std::endl;
     return;
   }
 
-  if (!silent) std::cout << "CUDA Devices: ";
+  if (!silent) console().out() << "CUDA Devices: ";
   int* dev = new int[static_cast<std::size_t>(count)];
   cudaDeviceProp* prop = new cudaDeviceProp[static_cast<std::size_t>(count)];
   for (int i = 0; i < count; ++i) {

@@ -1,9 +1,9 @@
 #ifndef RATSEG_UTIL_PNG_ENCODER_H
 #define RATSEG_UTIL_PNG_ENCODER_H
 
-#include <QByteArray>
 #include <string>
 
+class QByteArray;
 class QImage;
 
 namespace namespace_ratseg {

@@ -1,4 +1,5 @@
 #include "util/sum.h"
+#include "device/console.h"
 
 #include <algorithm>
 #include <iostream>
@@ -92,8 +93,8 @@ template <class T>
 void cuda_summator<T>::sumup(T* sum, T* a, int w, int h, std::size_t pitch) {
   const std::size_t rowBytes = static_cast<std::size_t>(std::max(w, 0)) * sizeof(T);
   if (w < 0 || h < 0 || pitch < rowBytes) {
-    std::cerr << "ERROR: (cuda_summator.sumup): " << h << " rows of " << w
-              << " elements don't fit into a pitch of " << pitch << " bytes" << std::endl;
+    console().error() << "ERROR: (cuda_summator.sumup): " << h << " rows of " << w
+                      << " elements don't fit into a pitch of " << pitch << " bytes" << std::endl;
     return;
   }
   const auto rows = static_cast<std::size_t>(h);
@@ -164,14 +165,14 @@ void cuda_summator<T>::printPass(const T* a, const T* sum, const T* src, const T
     if (p == tempSum.ptr) return "tempSum";
     return "output sum";
   };
-  std::cout << "sum up " << n << " to ";
+  console().out() << "sum up " << n << " to ";
   if (dst == sum) {
-    std::cout << "final output" << std::endl;
+    console().out() << "final output" << std::endl;
   } else {
-    std::cout << blocks << std::endl;
+    console().out() << blocks << std::endl;
   }
-  std::cout << "  src=" << nameOf(src) << std::endl;
-  if (dst != sum) std::cout << "  dst=" << nameOf(dst) << std::endl;
+  console().out() << "  src=" << nameOf(src) << std::endl;
+  if (dst != sum) console().out() << "  dst=" << nameOf(dst) << std::endl;
 }
 
 template <class T>

@@ -2,10 +2,10 @@
 #
 # Checks which way the includes of SOURCE/src run (docs/architecture.md), prints one line per
 # violation, and fails if there is any:
-# - src/device, src/util, src/algorithms and src/app include only what stands before them here;
+# - src/device, src/util, src/algorithms, src/library and src/app include only what stands before them here;
 # - the CUDA headers are included by src/device/cuda and by *_cuda.cu only;
 # - Qt is included by src/app and by *_qt.cpp only.
-set(layers device util algorithms app)
+set(layers device util algorithms library app)
 
 file(GLOB_RECURSE files RELATIVE ${SOURCE} ${SOURCE}/src/*.h ${SOURCE}/src/*.cpp ${SOURCE}/src/*.cu)
 list(SORT files)

@@ -1,4 +1,5 @@
 #include "device/host/host_config.h"
+#include "device/console.h"
 
 #include <omp.h>
 
@@ -50,8 +51,8 @@ HostConfig HostConfig::fromEnvironmentOrExit() {
   HostConfig config;
   std::string error;
   if (!fromEnvironment(config, error)) {
-    std::cerr << error << std::endl;
-    std::exit(1);
+    console().error() << error << std::endl;
+    console().end();
   }
   return config;
 }

@@ -1,5 +1,7 @@
 #include "algorithms/rat_segments/alg/host_isa.h"
 
+#include "device/console.h"
+
 #include <cstdlib>
 #include <iostream>
 
@@ -52,8 +54,8 @@ HostIsa hostIsa() {
   HostIsa found = HostIsa::baseline;
   std::string error;
   if (!findHostIsa(isas, wanted, found, error)) {
-    std::cerr << error << std::endl;
-    std::exit(1);
+    console().error() << error << std::endl;
+    console().end();
   }
   return found;
 }

@@ -50,6 +50,33 @@ namespace namespace_ratseg {
 
 class RatSegImpl;
 
+struct Statistics;
+
+// Where a run is, for its watcher.
+class RunState {
+ public:
+  // Iterations so far, and the figures of the last check.
+  virtual const Statistics& statistics() const = 0;
+
+  // The labeling as it is now, as RatSeg::getSolution has it. It costs about as much as an
+  // iteration or two, and the copy.
+  virtual void getSolution(float* uh) = 0;
+
+ protected:
+  ~RunState() = default;
+};
+
+// Is asked before the first iteration and between iterations whether a run shall go on; on GPUs,
+// where iterations are queued, every 24. What it throws leaves run(), behind which the solver is as
+// after a stop.
+class RunWatcher {
+ public:
+  virtual bool goOn(RunState& state) = 0;
+
+ protected:
+  ~RunWatcher() = default;
+};
+
 // What a solve depends on besides its arrays. Fill it before alloc(); after alloc() w, h and n may
 // not change, and threadsx, threadsy, gpu and gpu_num have no effect before the next alloc().
 // alloc() and run() refuse what they cannot compute with; they say so below.
@@ -104,6 +131,8 @@ struct Params {
   // the beginning.
   float tolerance = 0.0f;
   std::size_t certifyModulo = 500;
+
+  RunWatcher* watcher = nullptr;  // null = nobody; must outlive run()
 };
 
 // What the last run() did. Energies, bound and gaps are computed where Params::tolerance asks for
@@ -120,6 +149,7 @@ struct Statistics {
   double gap = kNone;                  // (energy - bound) / size of the energy
   double labelingGap = kNone;          // (labelingEnergy - bound) / the same size
   bool toleranceMet = false;           // gap <= tolerance: the reason for the stop
+  bool stopped = false;                // by Params::cancel or the watcher
 
   // False when the iteration left NaN or infinite values in the labeling, in its duals or in the
   // shares, or began with NaN in the data term or the weight. What getSolution() gives then means

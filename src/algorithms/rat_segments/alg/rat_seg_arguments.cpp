@@ -5,6 +5,7 @@
 #include <limits>
 #include <sstream>
 
+#include "device/console.h"
 #include "device/runtime.h"
 #include "util/cudautil.h"
 
@@ -24,7 +25,7 @@ bool refuse(const char* method, const Part&... part) {
   std::ostringstream line;
   line << "ERROR (" << method << "()): ";
   (line << ... << part) << "\n";
-  std::cerr << line.str() << std::flush;
+  console().error() << line.str() << std::flush;
   return false;
 }
 

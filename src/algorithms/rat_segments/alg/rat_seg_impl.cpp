@@ -9,6 +9,7 @@
 #include <string>
 
 #include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
+#include "device/console.h"
 #include "device/runtime.h"
 #include "util/cudautil.h"
 
@@ -69,7 +70,8 @@ bool RatSegImpl::chooseDevices() {
   nDev = static_cast<int>(chosen.size());
   if (nDev == 0) {
     if (count > 0) {
-      std::cerr << "ERROR: gpu_num must be 0 or negative, but is " << par.gpu_num << std::endl;
+      console().error() << "ERROR: gpu_num must be 0 or negative, but is " << par.gpu_num
+                        << std::endl;
     }
     delete[] found;
     return false;
@@ -79,9 +81,9 @@ bool RatSegImpl::chooseDevices() {
 
   {
     const std::lock_guard lock(standardOutputMutex);
-    std::cout << "Using: ";
-    for (int d = 0; d < nDev; ++d) std::cout << (d == 0 ? "" : ", ") << dev[d];
-    std::cout << std::endl;
+    console().out() << "Using: ";
+    for (int d = 0; d < nDev; ++d) console().out() << (d == 0 ? "" : ", ") << dev[d];
+    console().out() << std::endl;
   }
 
   CudaUtil::enablePeerAccess(dev, static_cast<std::size_t>(nDev), &canAccess_array);
@@ -91,17 +93,17 @@ bool RatSegImpl::chooseDevices() {
 
 bool RatSegImpl::setUpBands() {
   if (par.w == 0 || par.h == 0 || par.n == 0 || par.threadsx == 0 || par.threadsy == 0) {
-    std::cerr << "ERROR: w, h, n, threadsx and threadsy must be positive, but are " << par.w << ", "
-              << par.h << ", " << par.n << ", " << par.threadsx << " and " << par.threadsy
-              << std::endl;
+    console().error() << "ERROR: w, h, n, threadsx and threadsy must be positive, but are " << par.w
+                      << ", " << par.h << ", " << par.n << ", " << par.threadsx << " and "
+                      << par.threadsy << std::endl;
     return false;
   }
   const auto bands = static_cast<std::size_t>(nDev);
   const std::size_t chunk = ceilDiv(par.h, bands);
   if ((bands - 1) * chunk >= par.h) {
-    std::cerr << "ERROR: " << par.h << " image rows cannot be split over " << bands
-              << " devices in bands of " << chunk << " rows: only the first "
-              << ceilDiv(par.h, chunk) << " would get any" << std::endl;
+    console().error() << "ERROR: " << par.h << " image rows cannot be split over " << bands
+                      << " devices in bands of " << chunk << " rows: only the first "
+                      << ceilDiv(par.h, chunk) << " would get any" << std::endl;
     return false;
   }
   for (std::size_t d = 0; d < bands; ++d) {
@@ -152,18 +154,18 @@ void RatSegImpl::printMemoryNeeded() {
   std::size_t total = 0;
   for (int d = 0; d < nDev; ++d) total += memoryMiB(arrays[d], par.n);
   const std::lock_guard lock(standardOutputMutex);
-  std::cout << "GPU memory needed: " << mixedUnits(total) << std::endl;
+  console().out() << "GPU memory needed: " << mixedUnits(total) << std::endl;
   if (nDev == 1) return;
   for (int d = 0; d < nDev; ++d) {
-    std::cout << "  device " << dev[d] << ": " << memoryMiB(arrays[d], par.n) << " MB";
+    console().out() << "  device " << dev[d] << ": " << memoryMiB(arrays[d], par.n) << " MB";
     std::size_t available = 0;
     std::size_t whole = 0;
     cudaSetDevice(dev[d]);
     check(__LINE__);
     cudaMemGetInfo(&available, &whole);
     check(__LINE__);
-    std::cout << ",  available: " << (available >> 20) << " MB"
-              << ",  total: " << (whole >> 20) << " MB" << std::endl;
+    console().out() << ",  available: " << (available >> 20) << " MB"
+                    << ",  total: " << (whole >> 20) << " MB" << std::endl;
   }
 }
 
@@ -278,9 +280,9 @@ bool RatSegImpl::sizesHold(const char* method) const {
   const Sizes now = {par.w, par.h, par.n};
   const Sizes& then = allocatedSizes;
   if (!allocatedArrays || now == then) return true;
-  std::cerr << "ERROR (" << method << "()): w, h and n must stay as they were at alloc(), "
-            << then.w << ", " << then.h << " and " << then.n << ", but are " << now.w << ", "
-            << now.h << " and " << now.n << std::endl;
+  console().error() << "ERROR (" << method << "()): w, h and n must stay as they were at alloc(), "
+                    << then.w << ", " << then.h << " and " << then.n << ", but are " << now.w
+                    << ", " << now.h << " and " << now.n << std::endl;
   return false;
 }
 

@@ -127,6 +127,7 @@ class RatSegImpl {
   friend class HostEngine;
   friend class StripEngine;
   struct Report;
+  class Watched;
 
   struct Sizes {
     std::size_t w = 0, h = 0, n = 0;

@@ -15,6 +15,7 @@
 #include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
 #include "algorithms/rat_segments/alg/rat_seg_kernels.h"
 #include "algorithms/rat_segments/alg/strip_engine.h"
+#include "device/console.h"
 #include "device/runtime.h"
 #include "device/selection.h"
 
@@ -52,9 +53,29 @@ struct RatSegImpl::Report {
   std::vector<float> a, gamma, alpha, beta, ratios, sigmas;
 };
 
+// What a watcher sees of a run: while it looks at the labeling, the arrays are whole.
+class RatSegImpl::Watched final : public RunState {
+ public:
+  Watched(RatSegImpl& solver, HostEngine* engine, StripEngine* strips)
+      : solver_(solver), engine_(engine), strips_(strips) {}
+  const Statistics& statistics() const override { return solver_.statistics; }
+  void getSolution(float* uh) override {
+    if (strips_ != nullptr) strips_->handOver();
+    if (engine_ != nullptr) engine_->handOver();
+    solver_.getSolution(uh);
+    if (engine_ != nullptr) engine_->takeOver();
+    if (strips_ != nullptr) strips_->takeOver();
+  }
+
+ private:
+  RatSegImpl& solver_;
+  HostEngine* engine_;
+  StripEngine* strips_;
+};
+
 void RatSegImpl::run() {
   if (!allocatedArrays) {
-    std::cout << "ERROR (run()): Must call alloc() first" << std::endl;
+    console().out() << "ERROR (run()): Must call alloc() first" << std::endl;
     return;
   }
   for (int d = 0; d < bands(); ++d) {
@@ -80,14 +101,20 @@ void RatSegImpl::run() {
 
   const std::atomic_ref<bool> cancel(par.cancel);
   std::size_t ahead = 1;  // steps of a pass through the loop
+  Watched watched(*this, engine ? &*engine : nullptr, strips.get());
   for (std::size_t step = 1; step <= par.Nsteps; step += ahead) {
+    if (par.watcher != nullptr && !par.watcher->goOn(watched)) {
+      statistics.stopped = true;
+      break;
+    }
     const bool reports = par.outModulo != 0 && step % par.outModulo == 0;
     if (reports || cancel) {
       deviceSynchronizeAll();
+      statistics.stopped = cancel;
       if (cancel) break;
       if (par.Nsteps != par.outModulo) {
         const std::lock_guard lock(standardOutputMutex);
-        std::cout << "Step " << step << " of " << par.Nsteps << std::endl;
+        console().out() << "Step " << step << " of " << par.Nsteps << std::endl;
       }
     }
     if (strips) {
@@ -357,12 +384,12 @@ void RatSegImpl::printReport(Report& report) {
 
   const float pixels = static_cast<float>(par.w * par.h);
   const std::lock_guard lock(standardOutputMutex);
-  std::cout << std::fixed;
+  console().out() << std::fixed;
   for (std::size_t i = 0; i < par.n; ++i) {
     const float a = report.a[i];
     const float gamma = report.gamma[i];
-    std::cout << "  a" << i << "=" << a << ", sum_u=" << sum_u_host[i] / pixels
-              << ",  gamma=" << signBlank(gamma) << gamma;
+    console().out() << "  a" << i << "=" << a << ", sum_u=" << sum_u_host[i] / pixels
+                    << ",  gamma=" << signBlank(gamma) << gamma;
     if (i != ind_bgr) {
       const float B = 1.0f - report.a[ind_bgr];
       const float ratio = report.ratios[i];
@@ -373,11 +400,12 @@ void RatSegImpl::printReport(Report& report) {
       const float bound = deviation * deviation / B;
       const float alpha = report.alpha[i];
       const float beta = report.beta[i];
-      std::cout << ",    q=" << q << ", q0=" << ratio << ", s0=" << sigma
-                << ",  (q-q0)/s0=" << signBlank(z) << z << ", bound=" << signBlank(bound) << bound
-                << ",  alpha=" << signBlank(alpha) << alpha << ", beta=" << signBlank(beta) << beta;
+      console().out() << ",    q=" << q << ", q0=" << ratio << ", s0=" << sigma
+                      << ",  (q-q0)/s0=" << signBlank(z) << z << ", bound=" << signBlank(bound)
+                      << bound << ",  alpha=" << signBlank(alpha) << alpha
+                      << ", beta=" << signBlank(beta) << beta;
     }
-    std::cout << std::endl;
+    console().out() << std::endl;
   }
 }
 

@@ -7,6 +7,7 @@
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
 #include "algorithms/rat_segments/alg/rat_seg_kernels.h"
+#include "device/console.h"
 #include "device/runtime.h"
 
 namespace namespace_ratseg {
@@ -16,7 +17,7 @@ namespace {
 // Says on standard output that method was called before alloc().
 bool reportNotAllocated(bool allocated, const char* method) {
   if (allocated) return false;
-  std::cout << "ERROR (" << method << "()): Must call alloc() first" << std::endl;
+  console().out() << "ERROR (" << method << "()): Must call alloc() first" << std::endl;
   return true;
 }
 

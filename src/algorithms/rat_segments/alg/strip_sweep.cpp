@@ -5,6 +5,7 @@
 #include <iostream>
 #include <string>
 
+#include "device/console.h"
 #include "device/cuda/cuda_backend.h"
 #include "device/selection.h"
 
@@ -110,9 +111,9 @@ unsigned wished(const char* variable, const char* expected, Allowed&& allowed) {
   const bool digits = word.find_first_not_of("0123456789") == std::string::npos;
   const unsigned value = digits && word.size() <= 3 ? static_cast<unsigned>(std::stoi(word)) : 0;
   if (allowed(value)) return value;
-  std::cerr << "ERROR: " << variable << " must be " << expected << ", but is \"" << word << "\""
-            << std::endl;
-  std::exit(1);
+  console().error() << "ERROR: " << variable << " must be " << expected << ", but is \"" << word
+                    << "\"" << std::endl;
+  console().end();
 }
 
 }  // namespace

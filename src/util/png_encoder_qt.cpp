@@ -3,6 +3,7 @@
 #include <png.h>
 
 #include <QBuffer>
+#include <QByteArray>
 #include <QImage>
 #include <csetjmp>
 #include <new>
