@@ -138,6 +138,17 @@ void warnOfResult(const RatSeg& solver, const HardCosts& hardCosts,
   hardCosts.warnOfLabeling(labeling);
 }
 
+// The labels' proportions; sets the size of the problem.
+Proportions readLabels(const Options& options, const Image& image, Params& par) {
+  par.w = static_cast<std::size_t>(image.w);
+  par.h = static_cast<std::size_t>(image.h);
+  Proportions proportions = readProportions(options.proportions);
+  par.n = proportions.means.size();
+  printLabels(options.proportions, proportions);
+  checkHostMemory(par, options.limits);
+  return proportions;
+}
+
 // Everything from the options on.
 void segment(Cmd& cmd) {
   RatSeg solver;
@@ -150,15 +161,9 @@ void segment(Cmd& cmd) {
   StageTimes times;
   times.begin("reading the image");
   const Image image = loadImage(options.image, options.limits);
-  par.w = static_cast<std::size_t>(image.w);
-  par.h = static_cast<std::size_t>(image.h);
-  Proportions proportions = readProportions(options.proportions);
-  par.n = proportions.means.size();
-  printLabels(options.proportions, proportions);
-  checkHostMemory(par, options.limits);
+  Proportions proportions = readLabels(options, image, par);
   times.begin("reading the data term");
   std::unique_ptr<float[]> dataterm = loadDataterm(options.dataterm, image, par.n);
-
   const HardCosts hardCosts(dataterm.get(), image.count(), par.n);
 
   par.gpu.push_back(options.gpu);

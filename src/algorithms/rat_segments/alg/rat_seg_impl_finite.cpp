@@ -53,19 +53,26 @@ bool anyBeyondOnDevice(std::uint32_t magnitude, const float* values, std::size_t
   return false;
 }
 
-bool areFinite(const float* values, std::size_t count) {
-  return !anyBeyondOnDevice(kGreatestNumber, values, count);
+// Elements first to first + count of an array; one that is not allocated has none.
+bool areFinite(const cudaarray<float>& array, std::size_t first, std::size_t count) {
+  return !array.isAllocated() ||
+         !anyBeyondOnDevice(kGreatestNumber, array.get_ptr() + first, count);
 }
 
-bool areNumbers(const float* values, std::size_t count) {
-  return !anyBeyondOnDevice(kInfinity, values, count);
+bool areFinite(const cudaarray<float2>& array, std::size_t first, std::size_t count) {
+  return !array.isAllocated() ||
+         !anyBeyondOnDevice(kGreatestNumber, &(array.get_ptr() + first)->x, 2 * count);
+}
+
+bool areNumbers(const cudaarray<float>& array, std::size_t first, std::size_t count) {
+  return !array.isAllocated() || !anyBeyondOnDevice(kInfinity, array.get_ptr() + first, count);
 }
 
 // The halo rows are other bands' rows.
 bool labelIsFinite(const gpudata& g, std::size_t i, std::size_t w) {
-  const float2* p = g.p.get_ptr() + i * g.NOmegaOffset + w;
-  return areFinite(g.u.get_ptr() + i * g.NOmegaOffset, g.NOmega) &&
-         areFinite(&p->x, 2 * g.NOmega) && areNumbers(g.rho.get_ptr() + i * g.NOmega, g.NOmega);
+  return areFinite(g.u, i * g.NOmegaOffset, g.NOmega) &&
+         areFinite(g.p, i * g.NOmegaOffset + w, g.NOmega) &&
+         areNumbers(g.rho, i * g.NOmega, g.NOmega);
 }
 
 }  // namespace
@@ -76,10 +83,10 @@ bool RatSegImpl::stateIsFinite() {
     select(d, kFiniteLines + __LINE__);
     if (d == 0) {
       for (const cudaarray<float>* shares : {&g.a, &g.gamma, &g.alpha, &g.beta, &g.sum_u}) {
-        if (!areFinite(shares->get_ptr(), par.n)) return false;
+        if (!areFinite(*shares, 0, par.n)) return false;
       }
     }
-    if (g.weightHat != nullptr && !areNumbers(g.weightHat, g.NOmega)) return false;
+    if (g.weightHat != nullptr && !areNumbers(g.weight, 0, g.NOmega)) return false;
     for (std::size_t i = 0; i < par.n; ++i) {
       if (!labelIsFinite(g, i, par.w)) return false;
     }
