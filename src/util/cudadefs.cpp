@@ -8,8 +8,8 @@
 namespace namespace_ratseg {
 
 thread_local std::pair<std::string, unsigned long> lastcalls[kLastCalls];
-thread_local int lastcalls_pos = 0;
-thread_local int lastcalls_ncur = 0;
+constinit thread_local int lastcalls_pos = 0;
+constinit thread_local int lastcalls_ncur = 0;
 std::atomic<bool> cuda_check_sync = false;
 
 namespace {

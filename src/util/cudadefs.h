@@ -31,8 +31,8 @@ class cudaMallocException {
 // The ring of the last call sites (source path, line) of the calling thread that passed a check.
 inline constexpr int kLastCalls = 30;
 extern thread_local std::pair<std::string, unsigned long> lastcalls[kLastCalls];
-extern thread_local int lastcalls_pos;   // slot that the next entry goes to
-extern thread_local int lastcalls_ncur;  // number of valid entries, at most kLastCalls
+extern constinit thread_local int lastcalls_pos;   // slot that the next entry goes to
+extern constinit thread_local int lastcalls_ncur;  // number of valid entries, at most kLastCalls
 
 // When true, cuda_check waits for the device first, so that a fault inside a kernel shows at the
 // check behind its launch. Costs throughput; false at start. For all threads.

@@ -10,17 +10,21 @@ namespace namespace_ratseg {
 namespace {
 
 struct Entry {
-  std::uint64_t machine;
+  std::uint64_t machine = 0;
   HostThreadState state;
-  Entry* next;
+  Entry* next = nullptr;
 };
 
-// The thread's entries, the one that was asked for last in front. A plain pointer is there behind
-// the end of the thread's objects, too.
+// The thread's entries, the one that was asked for last in front.
 thread_local Entry* entries = nullptr;
+
+// Stands for them when they are gone, since it has no destructor.
+thread_local bool ended = false;
+thread_local Entry last;
 
 struct EntriesEnd {
   ~EntriesEnd() {
+    ended = true;
     while (entries != nullptr) delete std::exchange(entries, entries->next);
   }
 };
@@ -43,6 +47,10 @@ std::uint64_t newHostMachine() {
 
 HostThreadState& hostThreadState(std::uint64_t machine) {
   if (entries != nullptr && entries->machine == machine) return entries->state;
+  if (ended) {
+    if (last.machine != machine) last = {machine, {}, nullptr};
+    return last.state;
+  }
   static thread_local EntriesEnd end;
   Entry* entry = takeOut(machine);
   if (entry == nullptr) {
