@@ -31,6 +31,11 @@ def leftovers(program, folder, others=()):
     return sorted(p.name for p in Path(folder).iterdir() if p.name not in known)
 
 
+def leftover_faults(program, folder, others=()):
+    left = leftovers(program, folder, others)
+    return [("leftover", f"{len(left)}: {', '.join(left[:3])}")] if left else []
+
+
 def has_error_line(run):
     return re.search(r"^ERROR", run.out, re.M) or re.search(r"^ERROR", run.err, re.M)
 
@@ -74,7 +79,7 @@ def judge(program, folder, versions, run, others=()):
     faults += ending(program, run)
     if not run.hung and run.status >= 0:
         faults += reports(program, run, new)
-    faults += [("leftover", name) for name in leftovers(program, folder, others)]
+    faults += leftover_faults(program, folder, others)
     if run.status >= 0:
         faults += [("foreign line", line) for line in foreign_lines(program, run.err)[:1]]
     return faults
@@ -91,5 +96,5 @@ def judge_killed(program, folder, versions, run, signal_number):
         if program.says_saved and named(run, "Saved", name) and name not in new:
             faults.append(("Saved, but is not", name))
     if signal_number != signal.SIGKILL:
-        faults += [("leftover", name) for name in leftovers(program, folder)]
+        faults += leftover_faults(program, folder)
     return faults
