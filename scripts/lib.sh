@@ -32,7 +32,8 @@ missing_packages() {
   command -v cmake >/dev/null || echo cmake
   command -v ninja >/dev/null || echo ninja-build
   local package
-  for package in zlib1g-dev qt6-base-dev qt6-image-formats-plugins "$@"; do
+  for package in zlib1g-dev libjpeg-dev libpng-dev libtiff-dev qt6-base-dev qt6-image-formats-plugins \
+    "$@"; do
     [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
       echo "$package"
   done

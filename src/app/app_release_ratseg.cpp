@@ -1,11 +1,9 @@
 #include "app/app_release_ratseg.h"
 
 #include <cstdio>
-#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <new>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,6 +25,7 @@
 #include "device/runtime.h"
 #include "device/selection.h"
 #include "util/TimerCUDA.h"
+#include "util/available_memory.h"
 #include "util/cmd.h"
 #include "util/cudautil.h"
 
@@ -72,24 +71,34 @@ void checkDevice(int gpu, const Params& par) {
   }
 }
 
-// Says how much a run takes where the host computes, by the measurements that README names.
-void warnOfHostMemory(const Params& par) {
+// Bytes that a run takes where the host computes, by the measurements that README names.
+double hostBytes(const Params& par) {
   const double pixels = static_cast<double>(par.w) * static_cast<double>(par.h);
-  const double mib = pixels * (22 * static_cast<double>(par.n) + 100) / (1 << 20);
-  std::ostringstream needed;
-  needed << std::fixed << std::setprecision(1);
-  if (mib < 1024) {
-    needed << mib << " MiB";
-  } else {
-    needed << mib / 1024 << " GiB";
+  return pixels * (22 * static_cast<double>(par.n) + 100);
+}
+
+// Ends the process where the host computes and would need more memory than the user allows; warns
+// where it would need more than there is.
+void checkHostMemory(const Params& par, const PictureLimits& limits) {
+  if (!backend().isHost() || hostBytes(par) <= limits.bytes()) return;
+  const std::string needed = "the run needs about " + memoryText(hostBytes(par)) +
+                             " of memory on the host (" + std::to_string(par.w) + " x " +
+                             std::to_string(par.h) + " pixels x " + std::to_string(par.n) +
+                             " labels), but ";
+  const std::string limit = memoryText(limits.bytes());
+  if (limits.gib > 0) {
+    fail("ERROR: " + needed + "at most " + limit + " are allowed (-max-memory)");
   }
-  warn("the host computes, and its memory does not suffice: about " + needed.str() + " are needed");
+  warn(needed + limit + " are available");
 }
 
 // Sets up the solver's memory, shares and data term; frees the data term, which the solver copies.
 void setUpSolver(RatSeg& solver, Proportions& proportions, std::unique_ptr<float[]> dataterm) {
   if (!solver.alloc()) {
-    if (backend().isHost()) warnOfHostMemory(solver.getParams());
+    if (backend().isHost()) {
+      warn("the host computes, and its memory does not suffice: about " +
+           memoryText(hostBytes(solver.getParams())) + " are needed");
+    }
     fail("ERROR: could not allocate solver");
   }
   solver.setRatios(proportions.means.data(), proportions.sigmas.data(), solver.getParams().n - 1,
@@ -140,12 +149,13 @@ void segment(Cmd& cmd) {
 
   StageTimes times;
   times.begin("reading the image");
-  const Image image = loadImage(options.image);
+  const Image image = loadImage(options.image, options.limits);
   par.w = static_cast<std::size_t>(image.w);
   par.h = static_cast<std::size_t>(image.h);
   Proportions proportions = readProportions(options.proportions);
   par.n = proportions.means.size();
   printLabels(options.proportions, proportions);
+  checkHostMemory(par, options.limits);
   times.begin("reading the data term");
   std::unique_ptr<float[]> dataterm = loadDataterm(options.dataterm, image, par.n);
 

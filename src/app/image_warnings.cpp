@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "util/fileio.h"
-
 namespace namespace_ratseg {
 
 namespace {
@@ -20,16 +18,16 @@ int usedLevels(const RGB* pixels, std::size_t count) {
 
 }  // namespace
 
-std::vector<std::string> imageWarnings(const std::string& file, const RGB* pixels,
+std::vector<std::string> imageWarnings(const Picture& picture, const RGB* pixels,
                                        std::size_t count) {
   std::vector<std::string> lines;
-  if (FileIO::imageAsksToBeTurned(file)) {
+  if (picture.asksToBeTurned()) {
     lines.emplace_back(
         "asks to be shown turned or mirrored (EXIF orientation); its pixels are used as stored");
   }
   constexpr int kFew = 64;
   const int levels = usedLevels(pixels, count);
-  if (levels <= kFew && FileIO::imageHas16Bits(file)) {
+  if (levels <= kFew && picture.has16Bits()) {
     lines.push_back("has 16 bits per channel, but only small values: " + std::to_string(levels) +
                     (levels == 1 ? " level" : " levels") +
                     " of 256 are left in 8 bits; stretch its values to 65535 first");

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "util/pictures/picture.h"
 #include "util/rgb.h"
 
 namespace namespace_ratseg {
@@ -13,7 +14,7 @@ namespace namespace_ratseg {
 // front. pixels are its colours, from 0 to 1.
 //   - It asks to be shown turned or mirrored.
 //   - It has 16 bits per channel, of which so small values are used that few levels are left.
-std::vector<std::string> imageWarnings(const std::string& file, const RGB* pixels,
+std::vector<std::string> imageWarnings(const Picture& picture, const RGB* pixels,
                                        std::size_t count);
 
 }  // namespace namespace_ratseg

@@ -10,7 +10,6 @@
 #include <sstream>
 #include <system_error>
 
-#include "app/image_warnings.h"
 #include "app/messages.h"
 #include "util/fileio.h"
 #include "util/imagetransforms.h"
@@ -60,17 +59,6 @@ void warnOfTinyCosts(const std::string& file, const float* dataterm, std::size_t
     warn(inQuotes(file) +
          " holds no cost of 1e-30 or more: integers instead of floats are the usual reason");
   }
-}
-
-// error is what Qt says of it; empty where it could be decoded, but not be converted.
-void warnOfImage(const std::string& file, const std::string& error) {
-  if (warnIfUnreadable(file)) return;
-  if (!FileIO::imageFormatIsKnown(file)) {
-    warn(inQuotes(file) + " is not an image of a format that can be read");
-    return;
-  }
-  warn(inQuotes(file) +
-       (error.empty() ? " does not fit into memory" : " cannot be decoded by Qt: " + error));
 }
 
 // Bytes of a packed array of that many numbers of that many bytes each.
@@ -139,17 +127,17 @@ void warnOfAutomaticGamma(float gamma) {
 
 }  // namespace
 
-Image loadImage(const std::string& file) {
+Image loadImage(const std::string& file, const PictureLimits& limits) {
+  const auto failLoading = [&file] { fail("ERROR loading image to segment: " + file); };
+  const auto warnOfIt = [&file](const std::string& line) { warn(inQuotes(file) + " " + line); };
+  if (warnIfUnreadable(file)) failLoading();
   Image image;
-  RGB* pixels = nullptr;
-  std::string error;
-  if (!FileIO::loadImage(file, pixels, image.w, image.h, true, &error)) {
-    warnOfImage(file, error);
-    fail("ERROR loading image to segment: " + file);
-  }
-  image.pixels.reset(pixels);
-  for (const std::string& line : imageWarnings(file, pixels, image.count())) {
-    warn(inQuotes(file) + " " + line);
+  try {
+    image = loadPicture(file, limits, warnOfIt);
+  } catch (const PictureError& e) {
+    const bool unreadable = e.kind == PictureError::Kind::unreadable;
+    warn(inQuotes(file) + (unreadable ? ": " : " ") + e.what());
+    failLoading();
   }
   std::cout << "Image to segment: " << file << " (" << image.w << " x " << image.h << ")"
             << std::endl;

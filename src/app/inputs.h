@@ -7,20 +7,12 @@
 #include <memory>
 #include <string>
 
-#include "util/rgb.h"
+#include "app/load_picture.h"
 
 namespace namespace_ratseg {
 
-struct Image {
-  std::unique_ptr<RGB[]> pixels;  // row-major, w * h
-  int w = 0;
-  int h = 0;
-
-  std::size_t count() const { return static_cast<std::size_t>(w) * static_cast<std::size_t>(h); }
-};
-
 // Loads an image of any format that Qt reads and says so on standard output.
-Image loadImage(const std::string& file);
+Image loadImage(const std::string& file, const PictureLimits& limits);
 
 // Loads the data term of n labels for the image, a packed array of n planes of w * h floats, and
 // says so on standard output. NaN in it is an error; infinite values are not.

@@ -121,4 +121,13 @@ float readNumberFrom0(Cmd& cmd, const OptionText& option) {
   return value;
 }
 
+void readLimit(Cmd& cmd, const OptionText& option, double& limit) {
+  if (!cmd.hasArg(option.name)) return;
+  const std::string text = cmd.getString(option.name);
+  cmd.get(option.name, limit);
+  if (cmd.numOptions(option.name) == 1 && isNumber<double>(text) && limit > 0) return;
+  fail(std::string("ERROR: -") + option.name + " must be a number above 0, but is " +
+       valuesOf(cmd, option));
+}
+
 }  // namespace namespace_ratseg

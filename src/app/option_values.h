@@ -30,6 +30,10 @@ bool readSwitch(Cmd& cmd, const OptionText& option);
 // process with status 1.
 float readNumberFrom0(Cmd& cmd, const OptionText& option);
 
+// Changes the limit, where the option is given, to its value, a number above 0; it is not echoed.
+// Any other value ends the process with status 1.
+void readLimit(Cmd& cmd, const OptionText& option, double& limit);
+
 // Warns where the option has more values than the first, which is used.
 void warnOfMoreValues(const Cmd& cmd, const OptionText& option);
 

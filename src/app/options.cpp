@@ -83,9 +83,17 @@ constexpr OptionText kStrict = {
     "    1 where there are any after it",
     "0"};
 
+constexpr OptionText kMaxMegapixels = {
+    "max-megapixels", "<float>",
+    "    Refuse images of more pixels, in millions, before they are decoded", "150"};
+constexpr OptionText kMaxMemory = {
+    "max-memory", "<float>",
+    "    Refuse images and runs on the host that are estimated to need more memory, in GiB",
+    "what is available, of which runs are only warned"};
+
 // These are not echoed, and described on standard error.
-constexpr std::array<const OptionText*, 5> kMoreOptions = {&kDevice, &kTiming, &kTolerance,
-                                                           &kAccelerate, &kStrict};
+constexpr std::array<const OptionText*, 7> kMoreOptions = {
+    &kDevice, &kTiming, &kTolerance, &kAccelerate, &kStrict, &kMaxMegapixels, &kMaxMemory};
 
 bool isKnown(const std::string& name) {
   const auto has = [&](const OptionText* option) { return name == option->name; };
@@ -207,6 +215,8 @@ Options readOptions(Cmd& cmd, Params& par) {
   par.tolerance = readNumberFrom0(cmd, kTolerance);
   par.accelerate = readSwitch(cmd, kAccelerate);
   options.strict = readSwitch(cmd, kStrict);
+  readLimit(cmd, kMaxMegapixels, options.limits.megapixels);
+  readLimit(cmd, kMaxMemory, options.limits.gib);
   refuseEndlessRun(par);
   refuseWhatCannotBeCertified(par);
   refuseOverwriting(options);

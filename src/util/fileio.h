@@ -67,9 +67,10 @@ class FileIO {
   static bool saveArray(const std::string& filename, const T* array, std::size_t count,
                         std::string* error = nullptr);
 
-  // Loads an image of any format that Qt reads and of any size that memory holds; the format is
-  // found out from the file. The caller deletes the image; a failure sets it to null, and *error,
-  // unless that is null, to Qt's words for the reason.
+  // Loads an image of any format that Qt reads and of any size that memory holds, from the file of
+  // exactly that name, which may be a pipe; the format is found out from the file. A file that
+  // lacks pixels is a failure. The caller deletes the image; a failure sets it to null, and *error,
+  // unless that is null, to the reason.
   static bool loadImage(const std::string& filename, QImage*& image, std::string* error = nullptr);
 
   // The same as an array of w * h colour pixels. With allocate image becomes a new array, which the
@@ -83,16 +84,6 @@ class FileIO {
   // 2^31 and more do not survive.
   static bool loadImage(const std::string& filename, float4*& image, std::size_t& w, std::size_t& h,
                         bool allocate);
-
-  // Whether the image file asks to be shown turned or mirrored, as photographs do. The functions
-  // above take its pixels as they are stored. False for what is no image file.
-  static bool imageAsksToBeTurned(const std::string& filename);
-
-  // Whether the image file has 16 bits per channel. False for what is no image file.
-  static bool imageHas16Bits(const std::string& filename);
-
-  // Whether the file looks like an image of a format that Qt reads.
-  static bool imageFormatIsKnown(const std::string& filename);
 
   // Makes the image the new content of a file, as PNG. False with *error, unless that is null.
   static bool makeImagePNG(FileReplacement& file, const QImage& image,

@@ -1,49 +1,40 @@
 #include <QBuffer>
 #include <QByteArray>
 #include <QImage>
-#include <QImageReader>
-#include <QString>
 #include <cerrno>
 #include <fstream>
+#include <limits>
 #include <memory>
 #include <new>
-#include <sstream>
+#include <utility>
 
 #include "util/file_replacement.h"
 #include "util/fileio.h"
 #include "util/imagetransforms.h"
+#include "util/pictures/picture.h"
 #include "util/png_encoder.h"
+#include "util/whole_file.h"
 
 namespace namespace_ratseg {
 
 namespace {
 
-// Whether Qt opens the file of that name: its names are UTF-8, and those that begin with ':' are of
-// resources in the program.
-bool isQtName(const std::string& filename) {
-  return !filename.starts_with(':') && QString::fromUtf8(filename).toStdString() == filename;
-}
-
-QByteArray readBytes(const std::string& filename) {
-  std::ostringstream bytes;
-  bytes << std::ifstream(filename, std::ios::binary).rdbuf();
-  return QByteArray::fromStdString(bytes.str());
-}
-
-// Calls ask(QImageReader&) with a reader of the file of any name.
-template <class Ask>
-auto askReader(const std::string& filename, Ask&& ask) {
-  QByteArray bytes;
-  QBuffer buffer(&bytes);
-  QImageReader reader;
-  if (isQtName(filename)) {
-    reader.setFileName(QString::fromUtf8(filename));
-  } else {
-    bytes = readBytes(filename);
-    buffer.open(QIODevice::ReadOnly);
-    reader.setDevice(&buffer);
+// A null image where that fails, with the reason.
+QImage readImage(const std::string& filename, std::string& reason) {
+  WholeFile file = readWholeFile(filename, std::numeric_limits<std::size_t>::max());
+  reason = file.error;
+  if (!reason.empty()) return {};
+  const Picture picture(std::move(file.bytes), filename);
+  if (!picture.formatIsKnown()) {
+    reason = "Unsupported image format";
+    return {};
   }
-  return ask(reader);
+  const Wholeness whole = picture.wholeness();
+  if (!whole.error.empty()) {
+    reason = "the file " + whole.error;
+    return {};
+  }
+  return picture.decode(0, reason);
 }
 
 bool savePNG(const QImage& image, const std::string& filename, std::string* error) {
@@ -59,13 +50,12 @@ bool savePNG(const QImage& image, const std::string& filename, std::string* erro
 bool FileIO::loadImage(const std::string& filename, QImage*& image, std::string* error) {
   image = nullptr;
   if (filename.empty()) return false;
-  QImageReader::setAllocationLimit(0);  // Qt's own limit is 128 MB of pixels.
-  auto loaded = std::make_unique<QImage>(askReader(filename, [error](QImageReader& reader) {
-    QImage read = reader.read();
-    if (read.isNull() && error != nullptr) *error = reader.errorString().toStdString();
-    return read;
-  }));
-  if (loaded->isNull()) return false;
+  std::string reason;
+  auto loaded = std::make_unique<QImage>(readImage(filename, reason));
+  if (loaded->isNull()) {
+    if (error != nullptr) *error = reason;
+    return false;
+  }
   image = loaded.release();
   return true;
 }
@@ -92,31 +82,6 @@ bool FileIO::loadImage(const std::string& filename, float4*& image, std::size_t&
   w = static_cast<std::size_t>(intW);
   h = static_cast<std::size_t>(intH);
   return ok;
-}
-
-bool FileIO::imageAsksToBeTurned(const std::string& filename) {
-  if (filename.empty()) return false;
-  return askReader(filename, [](QImageReader& reader) {
-    return reader.transformation() != QImageIOHandler::TransformationNone;
-  });
-}
-
-bool FileIO::imageHas16Bits(const std::string& filename) {
-  if (filename.empty()) return false;
-  switch (askReader(filename, [](QImageReader& reader) { return reader.imageFormat(); })) {
-    case QImage::Format_Grayscale16:
-    case QImage::Format_RGBX64:
-    case QImage::Format_RGBA64:
-    case QImage::Format_RGBA64_Premultiplied:
-      return true;
-    default:
-      return false;
-  }
-}
-
-bool FileIO::imageFormatIsKnown(const std::string& filename) {
-  if (filename.empty()) return false;
-  return askReader(filename, [](QImageReader& reader) { return reader.canRead(); });
 }
 
 bool FileIO::makeImagePNG(FileReplacement& file, const QImage& image, std::string* error) {

@@ -103,7 +103,13 @@ TEST_F(RatsegMessages, WithoutArgumentsAreTheUsageScreen) {
       "    Take warnings as errors: end before the computation where there are any, and with "
       "status\n"
       "    1 where there are any after it\n"
-      "    Default: 0\n");
+      "    Default: 0\n"
+      "-max-megapixels <float>\n"
+      "    Refuse images of more pixels, in millions, before they are decoded\n"
+      "    Default: 150\n"
+      "-max-memory <float>\n"
+      "    Refuse images and runs on the host that are estimated to need more memory, in GiB\n"
+      "    Default: what is available, of which runs are only warned\n");
   EXPECT_EQ(result.status, 0);
 }
 

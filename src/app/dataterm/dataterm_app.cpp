@@ -1,9 +1,7 @@
 #include "app/dataterm/dataterm_app.h"
 
-#include <QtGlobal>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -19,7 +17,7 @@
 #include "app/dataterm/options.h"
 #include "app/dataterm/scribble_problem.h"
 #include "app/dataterm/scribble_warnings.h"
-#include "app/image_warnings.h"
+#include "app/load_picture.h"
 #include "app/messages.h"
 #include "app/process.h"
 #include "app/usage_wanted.h"
@@ -34,14 +32,6 @@ namespace namespace_ratseg {
 
 namespace {
 
-struct Image {
-  int w = 0;
-  int h = 0;
-  std::unique_ptr<RGB[]> pixels;
-
-  std::size_t size() const { return static_cast<std::size_t>(w) * static_cast<std::size_t>(h); }
-};
-
 std::string sizeText(std::size_t w, std::size_t h) {
   return std::to_string(w) + " x " + std::to_string(h) + " pixels";
 }
@@ -52,34 +42,30 @@ std::string numberText(double value) {
   return text;
 }
 
-Image loadImage(const std::string& file) {
-  const std::string expected = "an image of a format that can be read";
-  if (std::ifstream in(file, std::ios::binary); !in) {
-    throw InputError(file, expected,
-                     "a file that does not open: " + std::string(std::strerror(errno)));
+Image loadImage(const std::string& file, const PictureLimits& limits) {
+  try {
+    return loadPicture(file, limits, [&file](const std::string& line) { warn(file + " " + line); });
+  } catch (const PictureError& e) {
+    std::string found = "a file that " + std::string(e.what());
+    if (e.kind == PictureError::Kind::unreadable) {
+      found = "a file that does not open: " + std::string(e.what());
+    } else if (e.kind == PictureError::Kind::unknownFormat) {
+      found = "a file that cannot be decoded: Unsupported image format";
+    }
+    throw InputError(file, "an image of a format that can be read", found);
   }
-  Image image;
-  RGB* pixels = nullptr;
-  std::string error;
-  if (!FileIO::loadImage(file, pixels, image.w, image.h, true, &error)) {
-    throw InputError(file, expected,
-                     "a file that cannot be decoded: " +
-                         (error.empty() ? "it does not fit into memory" : error));
-  }
-  image.pixels.reset(pixels);
-  for (const std::string& line : imageWarnings(file, pixels, image.size())) warn(file + " " + line);
-  return image;
 }
 
 // A picture that belongs to the image, and so has its size.
 LabelPicture loadBeside(const std::string& file, const Image& image, const std::string& imageFile) {
-  LabelPicture picture = LabelPicture::load(file);
-  const auto w = static_cast<std::size_t>(image.w);
-  const auto h = static_cast<std::size_t>(image.h);
-  if (picture.w != w || picture.h != h) {
-    throw InputError(file, sizeText(w, h) + " as in " + imageFile, sizeText(picture.w, picture.h));
-  }
-  return picture;
+  const auto checkSize = [&](std::size_t foundW, std::size_t foundH) {
+    const auto w = static_cast<std::size_t>(image.w);
+    const auto h = static_cast<std::size_t>(image.h);
+    if (foundW == w && foundH == h) return;
+    throw InputError(file, sizeText(w, h) + " as in " + imageFile, sizeText(foundW, foundH));
+  };
+  const auto warnOfIt = [&file](const std::string& line) { warn(file + " " + line); };
+  return LabelPicture::load(file, {warnOfIt, checkSize});
 }
 
 // What is to be computed, read from the files that the options name.
@@ -90,12 +76,13 @@ struct Problem {
   std::vector<std::vector<RGB>> colours;
   std::vector<double> shares;  // empty without -truth
 
-  explicit Problem(const DatatermOptions& options) : image(loadImage(options.image)) {
+  explicit Problem(const DatatermOptions& options)
+      : image(loadImage(options.image, options.limits)) {
     const bool other = !options.scribbledImage.empty();
     const std::string& scribbledFile = other ? options.scribbledImage : options.image;
-    const Image otherImage = other ? loadImage(scribbledFile) : Image();
+    const Image otherImage = other ? loadImage(scribbledFile, options.limits) : Image();
     const Image& scribbled = other ? otherImage : image;
-    scribbledPixels = scribbled.size();
+    scribbledPixels = scribbled.count();
     const LabelPicture scribbles = loadBeside(options.scribbles, scribbled, scribbledFile);
     std::optional<LabelPicture> truth;
     if (!options.truth.empty()) truth = loadBeside(options.truth, image, options.image);
@@ -149,7 +136,7 @@ std::vector<float> computeDataterm(Problem& problem, const DatatermOptions& opti
   par.h = static_cast<std::size_t>(problem.image.h);
   par.n = problem.labels;
   const std::size_t planes = problem.labels + (options.sharesOfImage ? 1 : 0);
-  std::vector<float> rho(planes * problem.image.size(), options.voidCost());
+  std::vector<float> rho(planes * problem.image.count(), options.voidCost());
   if (!solver.alloc()) throw std::runtime_error("could not allocate solver");
   std::vector<RGB*> lists;
   std::vector<std::size_t> counts;
@@ -252,9 +239,6 @@ int runDatatermApp(int argc, const char* const* argv) {
     std::cout << kDatatermUsage;
     return 0;
   }
-  // What Qt has to say about broken image files is not for the user: the errors below say it.
-  // (libpng's own line on standard error stays.)
-  qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
   try {
     run(DatatermOptions::parse(argc, argv));
     return 0;

@@ -1,15 +1,13 @@
 #include "app/dataterm/label_picture.h"
 
-#include <QImage>
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <map>
-#include <memory>
+#include <utility>
 
 #include "app/dataterm/input_error.h"
-#include "util/fileio.h"
+#include "util/pictures/png_reader.h"
+#include "util/pictures/wholeness.h"
+#include "util/whole_file.h"
 
 namespace namespace_ratseg {
 
@@ -17,73 +15,63 @@ namespace {
 
 constexpr char kExpected[] = "an 8-bit grey or indexed PNG";
 
-// What the header of a PNG file says about its pixels.
-struct PngHeader {
-  static constexpr int kGrey = 0;
-  static constexpr int kIndexed = 3;
-  int bits = 0;
-  int colourType = 0;
-
-  // "a PNG of 16-bit grey"
-  std::string describe() const {
-    const std::map<int, std::string> names = {{kGrey, "grey"},
-                                              {2, "colour"},
-                                              {kIndexed, "indexed"},
-                                              {4, "grey with alpha"},
-                                              {6, "colour with alpha"}};
-    const auto name = names.find(colourType);
-    const std::string colours = name == names.end() ? "unknown colours" : name->second;
-    return "a PNG of " + std::to_string(bits) + "-bit " + colours;
-  }
-};
-
-PngHeader readPngHeader(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in)
-    throw InputError(file, kExpected,
-                     "a file that does not open: " + std::string(std::strerror(errno)));
-  // The signature, and of the chunk IHDR: length, name, width, height, bit depth, colour type.
-  unsigned char head[26] = {};
-  in.read(reinterpret_cast<char*>(head), sizeof head);
-  static const unsigned char signature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
-  if (in.gcount() != sizeof head || !std::equal(signature, signature + 8, head) ||
-      std::memcmp(head + 12, "IHDR", 4) != 0) {
-    throw InputError(file, kExpected, "a file that is no PNG");
-  }
-  return {head[24], head[25]};
+// "a PNG of 16-bit grey"
+std::string describe(const PngHeader& header) {
+  const std::map<int, std::string> names = {{PngHeader::kGrey, "grey"},
+                                            {2, "colour"},
+                                            {PngHeader::kIndexed, "indexed"},
+                                            {4, "grey with alpha"},
+                                            {6, "colour with alpha"}};
+  const auto name = names.find(header.colourType);
+  const std::string colours = name == names.end() ? "unknown colours" : name->second;
+  return "a PNG of " + std::to_string(header.bits) + "-bit " + colours;
 }
 
-// The number of a pixel, whatever form its picture was decoded into.
-std::uint8_t numberAt(const QImage& image, int x, int y) {
-  switch (image.format()) {
-    case QImage::Format_Grayscale8:
-    case QImage::Format_Indexed8:
-      return image.constScanLine(y)[x];
-    case QImage::Format_Mono:
-      return static_cast<std::uint8_t>(image.pixelIndex(x, y));
-    default:
-      // Grey with a transparent value comes in four channels.
-      return static_cast<std::uint8_t>(qRed(image.pixel(x, y)));
+constexpr std::size_t kMostBytes = std::size_t{1} << 31;
+
+std::string readBytes(const std::string& file) {
+  WholeFile read = readWholeFile(file, kMostBytes, [](const std::string& begin) {
+    PngHeader ignored;
+    return readPngHeader(begin, ignored);
+  });
+  if (!read.error.empty()) {
+    throw InputError(file, kExpected, "a file that does not open: " + read.error);
   }
+  if (read.tooLong) throw InputError(file, kExpected, "a file of more than 2 GiB");
+  return std::move(read.bytes);
+}
+
+PngHeader usableHeader(const std::string& bytes, const std::string& file) {
+  PngHeader header;
+  if (!readPngHeader(bytes, header)) throw InputError(file, kExpected, "a file that is no PNG");
+  const bool indexed = header.colourType == PngHeader::kIndexed;
+  const bool grey = header.colourType == PngHeader::kGrey && header.bits == 8;
+  if (!indexed && !grey) throw InputError(file, kExpected, describe(header));
+  return header;
 }
 
 }  // namespace
 
-LabelPicture LabelPicture::load(const std::string& file) {
-  const PngHeader header = readPngHeader(file);
-  const bool indexed = header.colourType == PngHeader::kIndexed;
-  const bool grey = header.colourType == PngHeader::kGrey && header.bits == 8;
-  if (!indexed && !grey) throw InputError(file, kExpected, header.describe());
-  QImage* loaded = nullptr;
-  FileIO::loadImage(file, loaded);
-  const std::unique_ptr<QImage> image(loaded);
-  if (!image) throw InputError(file, kExpected, "a PNG that cannot be decoded");
-  LabelPicture picture;
-  picture.w = static_cast<std::size_t>(image->width());
-  picture.h = static_cast<std::size_t>(image->height());
-  picture.pixels.reserve(picture.w * picture.h);
-  for (int y = 0; y < image->height(); ++y) {
-    for (int x = 0; x < image->width(); ++x) picture.pixels.push_back(numberAt(*image, x, y));
+LabelPicture LabelPicture::load(const std::string& file, const Hooks& hooks) {
+  const std::string bytes = readBytes(file);
+  const PngHeader header = usableHeader(bytes, file);
+  if (hooks.checkSize) hooks.checkSize(header.w, header.h);
+  LabelPicture picture{header.w, header.h, {}};
+  const PngRows read = readPngRows(bytes, [&](std::size_t y, const std::uint8_t* row) {
+    picture.pixels.resize(picture.w * picture.h);
+    std::copy_n(row, picture.w, picture.pixels.data() + y * picture.w);
+  });
+  const Wholeness whole = wholenessOf(read, picture.h);
+  if (!whole.error.empty()) {
+    throw InputError(file, kExpected, "a PNG that cannot be decoded: it " + whole.error);
+  }
+  if (hooks.warn) {
+    if (!whole.warning.empty()) hooks.warn(whole.warning);
+    const bool indexed = header.colourType == PngHeader::kIndexed;
+    if (indexed && picture.highest() >= read.colours) {
+      hooks.warn(beyondPalette(picture.highest(), read.colours));
+    }
+    for (const std::string& line : read.warnings) hooks.warn("may be damaged: " + line);
   }
   return picture;
 }

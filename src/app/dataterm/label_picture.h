@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,9 +16,17 @@ struct LabelPicture {
   std::size_t h = 0;
   std::vector<std::uint8_t> pixels;
 
+  // What a picture is loaded with; each may be empty.
+  struct Hooks {
+    // Gets what is odd about the file, a line each that goes on after its name.
+    std::function<void(const std::string&)> warn;
+    // Gets width and height before the pixels are decoded, and throws where they are wrong.
+    std::function<void(std::size_t, std::size_t)> checkSize;
+  };
+
   // Reads a PNG: the grey value of an 8-bit grey one, the raw index (not the colour) of an indexed
-  // one. Throws InputError for every other file.
-  static LabelPicture load(const std::string& file);
+  // one, even where the palette has no such colour. Throws InputError for every other file.
+  static LabelPicture load(const std::string& file, const Hooks& hooks = {{}, {}});
 
   // How many pixels have each of the numbers.
   std::array<std::size_t, 256> histogram() const;

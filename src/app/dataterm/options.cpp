@@ -17,6 +17,7 @@ const char* const kDatatermUsage =
                   [-sigma 5] [-thr 10]
                   [-truth F -proportions F [-spread 0.02]]
                   [-shares foreground|image] [-device auto|cuda|host] [-strict 0|1]
+                  [-max-megapixels 150] [-max-memory GIB]
 
 -image <filename>
     Image to segment, of any format that ratseg reads
@@ -53,6 +54,12 @@ const char* const kDatatermUsage =
 -strict 0|1
     Take warnings as errors: where there are any, end before the computation
     Default: 0
+-max-megapixels <float>
+    Refuse images of more pixels, in millions, before they are decoded
+    Default: 150
+-max-memory <float>
+    Refuse images that are estimated to need more memory, in GiB
+    Default: what is available
 )";
 
 namespace {
@@ -64,9 +71,10 @@ class Reader {
   Reader(int argc, const char* const* argv) : cmd_(argc, argv, "", nullptr, 0) {}
 
   void refuseUnknown() const {
-    static const std::string known[] = {"image",  "scribbles", "scribbled-image", "out",
-                                        "sigma",  "thr",       "truth",           "proportions",
-                                        "spread", "shares",    "device",          "strict"};
+    static const std::string known[] = {
+        "image",  "scribbles", "scribbled-image", "out",       "sigma",
+        "thr",    "truth",     "proportions",     "spread",    "shares",
+        "device", "strict",    "max-megapixels",  "max-memory"};
     for (const auto& [name, values] : cmd_.values) {
       bool isKnown = false;
       for (const std::string& k : known) isKnown = isKnown || k == name;
@@ -184,6 +192,9 @@ DatatermOptions DatatermOptions::parse(int argc, const char* const* argv) {
   reader.number("sigma", "a number greater than 0", options.sigma, isPositive);
   reader.number("thr", "a number greater than 0 and below 1e36", options.thr,
                 [](float v) { return v > 0 && v < 1e36f; });
+  const auto isLimit = [](double v) { return v > 0 && std::isfinite(v); };
+  reader.number("max-megapixels", "a number greater than 0", options.limits.megapixels, isLimit);
+  reader.number("max-memory", "a number greater than 0", options.limits.gib, isLimit);
   readTruth(reader, options);
   checkShares(reader, options);
   checkDevice(reader, options);

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "app/load_picture.h"
+
 namespace namespace_ratseg {
 
 // The command line of ratseg-dataterm.
@@ -19,6 +21,7 @@ struct DatatermOptions {
   bool sharesOfImage = false;  // -shares image (true) or foreground (false)
   std::string device;          // -device; empty: as RATSEG_DEVICE says
   bool strict = false;         // -strict: warnings are errors
+  PictureLimits limits;        // -max-megapixels and -max-memory, > 0
 
   // The cost of the void background label that -shares image appends: too dear to be chosen, and
   // finite, because the projection onto the simplex can lift a forbidden label.

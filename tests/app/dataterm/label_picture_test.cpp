@@ -2,9 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
+#include <stdexcept>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "app/dataterm/input_error.h"
 #include "app/dataterm/raw_png.h"
@@ -109,7 +113,70 @@ TEST_F(LabelPictureTest, OtherFilesAreRefused) {
 TEST_F(LabelPictureTest, ABrokenPngIsRefused) {
   const RawPng png{3, 2, 8, RawPng::kGrey, {"\x00\x01\x02\x03\xfe\xff", 6}, "", ""};
   std::ofstream(file_, std::ios::binary) << png.bytes().substr(0, 45);
-  EXPECT_EQ(complaint(), expectedBut("a PNG that cannot be decoded"));
+  EXPECT_EQ(complaint(), expectedBut("a PNG that cannot be decoded: it ends early: 0 of 2 rows are "
+                                     "there"));
+  std::string bytes = png.bytes();
+  bytes[45] = static_cast<char>(bytes[45] ^ 1);  // in the pixels
+  std::ofstream(file_, std::ios::binary) << bytes;
+  EXPECT_THAT(complaint(),
+              testing::StartsWith(expectedBut("a PNG that cannot be decoded: it is damaged: ")));
+  bytes = png.bytes();
+  bytes[29] = static_cast<char>(bytes[29] ^ 1);
+  std::ofstream(file_, std::ios::binary) << bytes;
+  EXPECT_EQ(complaint(), expectedBut("a PNG that cannot be decoded: it is damaged: IHDR: CRC "
+                                     "error; 0 of 2 rows are there"));
+}
+
+TEST_F(LabelPictureTest, IndicesBeyondThePaletteAreKept) {
+  const std::string palette(5 * 3, 'c');
+  std::vector<std::string> warnings;
+  const LabelPicture::Hooks hooks = {[&](const std::string& line) { warnings.push_back(line); },
+                                     {}};
+  const auto loadWith = [&](const RawPng& png) {
+    png.save(file_);
+    return LabelPicture::load(file_, hooks).pixels;
+  };
+  const std::string rows("\x00\x01\x02\x03\x04\x05\x06\xff", 8);
+  EXPECT_THAT(loadWith({4, 2, 8, RawPng::kIndexed, rows, palette, ""}),
+              ElementsAre(0, 1, 2, 3, 4, 5, 6, 255));
+  EXPECT_THAT(loadWith({4, 1, 4, RawPng::kIndexed, "\x14\x6f", palette, ""}),
+              ElementsAre(1, 4, 6, 15));
+  EXPECT_THAT(loadWith({4, 1, 2, RawPng::kIndexed, "\x6c", palette.substr(0, 6), ""}),
+              ElementsAre(1, 2, 3, 0));
+  EXPECT_THAT(warnings, ElementsAre("has colour numbers up to 255, but a palette of 5 colours",
+                                    "has colour numbers up to 15, but a palette of 5 colours",
+                                    "has colour numbers up to 3, but a palette of 2 colours"));
+}
+
+TEST_F(LabelPictureTest, InterlacedOnesAreReadAsStored) {
+  RawPng png{9, 10, 8, RawPng::kGrey, "", "", ""};
+  for (int k = 0; k < 90; ++k) png.rows += static_cast<char>(k * 2);
+  png.interlaced = true;
+  const auto picture = load(png);
+  ASSERT_EQ(picture.pixels.size(), 90u);
+  for (std::size_t k = 0; k < 90; ++k) EXPECT_EQ(picture.pixels[k], k * 2) << k;
+}
+
+TEST_F(LabelPictureTest, SizeIsAskedBeforeThePixelsAreDecoded) {
+  // 60000 x 60000 pixels that are not there.
+  RawPng{60000, 60000, 8, RawPng::kGrey, std::string(60000, 'x'), "", ""}.save(file_);
+  const auto refuse = [](std::size_t w, std::size_t h) {
+    throw std::runtime_error(std::to_string(w) + " x " + std::to_string(h));
+  };
+  try {
+    LabelPicture::load(file_, {{}, refuse});
+    ADD_FAILURE() << "taken";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(), "60000 x 60000");
+  }
+}
+
+TEST_F(LabelPictureTest, MayBeAPipe) {
+  const RawPng png{3, 1, 8, RawPng::kGrey, {"\x00\x01\x02", 3}, "", ""};
+  ASSERT_EQ(mkfifo(file_.c_str(), 0600), 0);
+  std::thread writer([&] { png.save(file_); });
+  EXPECT_THAT(LabelPicture::load(file_).pixels, ElementsAre(0, 1, 2));
+  writer.join();
 }
 
 TEST_F(LabelPictureTest, AnUnknownColourTypeIsRefused) {

@@ -20,10 +20,12 @@ struct RawPng {
   std::string rows;     // h rows of packed samples, without filter bytes
   std::string palette;  // red, green and blue of each index
   std::string transparency;
+  bool interlaced = false;  // of 8 bits only
 
   std::string bytes() const {
     std::string header = number(w) + number(h);
-    header += {static_cast<char>(bits), static_cast<char>(colourType), 0, 0, 0};
+    header += {static_cast<char>(bits), static_cast<char>(colourType), 0, 0,
+               static_cast<char>(interlaced ? 1 : 0)};
     std::string file = "\x89PNG\r\n\x1a\n" + chunk("IHDR", header);
     if (!palette.empty()) file += chunk("PLTE", palette);
     if (!transparency.empty()) file += chunk("tRNS", transparency);
@@ -48,7 +50,24 @@ struct RawPng {
            number(static_cast<int>(static_cast<std::uint32_t>(crc)));
   }
 
+  std::string inPasses() const {
+    static constexpr int x0[] = {0, 4, 0, 2, 0, 1, 0}, dx[] = {8, 8, 4, 4, 2, 2, 1};
+    static constexpr int y0[] = {0, 0, 4, 0, 2, 0, 1}, dy[] = {8, 8, 8, 4, 4, 2, 2};
+    std::string text;
+    for (int pass = 0; pass < 7; ++pass) {
+      for (int y = y0[pass]; y < h && x0[pass] < w; y += dy[pass]) {
+        text += '\0';
+        for (int x = x0[pass]; x < w; x += dx[pass]) {
+          text += rows[static_cast<std::size_t>(y) * static_cast<std::size_t>(w) +
+                       static_cast<std::size_t>(x)];
+        }
+      }
+    }
+    return text;
+  }
+
   std::string withFilterBytes() const {
+    if (interlaced) return inPasses();
     const std::size_t rowBytes = rows.size() / static_cast<std::size_t>(h);
     std::string text;
     for (std::size_t at = 0; at < rows.size(); at += rowBytes) {

@@ -1,0 +1,154 @@
+#include "app/load_picture.h"
+
+#include <QImage>
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <iomanip>
+#include <limits>
+#include <new>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "app/image_warnings.h"
+#include "util/available_memory.h"
+#include "util/imagetransforms.h"
+#include "util/pictures/complaints.h"
+#include "util/pictures/picture.h"
+#include "util/whole_file.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+using Kind = PictureError::Kind;
+
+constexpr double kMega = 1e6;
+
+std::string number(double value) {
+  return (std::ostringstream() << std::setprecision(10) << value).str();
+}
+
+// No format takes more than this for a picture, uncompressed and with 16 bits a channel.
+std::size_t mostFileBytes(const PictureLimits& limits) {
+  constexpr double kBytesPerPixel = 8, kBeside = 64 << 20, kMost = 1e15;
+  const double bytes = limits.megapixels * kMega * kBytesPerPixel + kBeside;
+  return static_cast<std::size_t>(std::min({bytes, limits.bytes(), kMost}));
+}
+
+Picture readPicture(const std::string& file, const PictureLimits& limits) {
+  const Complaints ignored;  // of formats that it might have been
+  const std::size_t most = mostFileBytes(limits);
+  const auto isPicture = [&file](const std::string& begin) {
+    return Picture::formatIsKnown(begin, file);
+  };
+  WholeFile read = readWholeFile(file, most, isPicture);
+  if (!read.error.empty()) throw PictureError(Kind::unreadable, read.error);
+  if (read.tooLong) {
+    throw PictureError(Kind::unusable,
+                       "has more than " + memoryText(static_cast<double>(most)) +
+                           " and is not read to its end (-max-megapixels M and -max-memory GIB "
+                           "allow more)");
+  }
+  Picture picture(std::move(read.bytes), file);
+  if (!picture.formatIsKnown()) {
+    throw PictureError(Kind::unknownFormat, "is not an image of a format that can be read");
+  }
+  return picture;
+}
+
+void checkSize(double w, double h, const PictureLimits& limits) {
+  const double pixels = w * h;
+  const std::string size = "has " + number(w) + " x " + number(h) + " pixels, ";
+  if (pixels > limits.megapixels * kMega) {
+    throw PictureError(Kind::unusable, size + number(std::ceil(pixels / kMega * 10) / 10) +
+                                           " megapixels, but at most " + number(limits.megapixels) +
+                                           " are allowed (-max-megapixels M allows others)");
+  }
+  const double needed = bytesToLoad(pixels);
+  if (needed > limits.bytes()) {
+    throw PictureError(Kind::unusable, size + "for which about " + memoryText(needed) +
+                                           " of memory are needed, but " +
+                                           memoryText(limits.bytes()) +
+                                           (limits.gib > 0 ? " are allowed" : " are available") +
+                                           " (-max-memory GIB allows others)");
+  }
+}
+
+// What the decoders said, in one line.
+std::string inOneLine(const std::vector<std::string>& complaints) {
+  std::string line;
+  for (const std::string& complaint : complaints) line += (line.empty() ? "" : "; ") + complaint;
+  return line;
+}
+
+void tell(const std::vector<std::string>& complaints,
+          const std::function<void(const std::string&)>& warn) {
+  constexpr std::size_t kMost = 10;
+  const std::size_t shown = std::min(kMost, complaints.size());
+  for (std::size_t k = 0; k < shown; ++k) warn("may be damaged: " + complaints[k]);
+  if (complaints.size() > shown) {
+    warn("may be damaged: " + std::to_string(complaints.size() - shown) + " more complaints");
+  }
+}
+
+QImage decode(const Picture& picture, const PictureLimits& limits, const Complaints& complaints) {
+  // The header of some formats does not tell the size.
+  constexpr double kMost = 1e15;
+  const double most = std::min({limits.bytes(), limits.megapixels * kMega * sizeof(RGB), kMost});
+  std::string error;
+  QImage decoded = picture.decode(static_cast<std::uint64_t>(most), error);
+  if (decoded.isNull()) {
+    const std::string said = inOneLine(complaints.lines());
+    throw PictureError(Kind::unusable,
+                       "cannot be decoded: " + error + (said.empty() ? "" : " (" + said + ")"));
+  }
+  checkSize(decoded.width(), decoded.height(), limits);
+  return decoded;
+}
+
+Image convert(const QImage& decoded) {
+  Image image;
+  RGB* pixels = nullptr;
+  try {
+    ImageTransforms::imageFromQImage_rgb(&decoded, pixels, image.w, image.h, true);
+  } catch (const std::bad_alloc&) {
+    throw PictureError(Kind::unusable, "does not fit into memory");
+  }
+  image.pixels.reset(pixels);
+  return image;
+}
+
+}  // namespace
+
+double PictureLimits::bytes() const {
+  constexpr double kGiB = 1 << 30;
+  if (gib > 0) return gib * kGiB;
+  const auto available = availableMemory();
+  return available ? static_cast<double>(*available) : std::numeric_limits<double>::infinity();
+}
+
+// The image as Qt has it, its conversion to 4 bytes a pixel, the colours, and what decoders take.
+double bytesToLoad(double pixels) {
+  constexpr double kDecoded = 8, kConverted = 4;
+  return pixels * (kDecoded + kConverted + sizeof(RGB));
+}
+
+Image loadPicture(const std::string& file, const PictureLimits& limits,
+                  const std::function<void(const std::string&)>& warn) {
+  const Picture picture = readPicture(file, limits);
+  const Complaints complaints;
+  checkSize(static_cast<double>(picture.w()), static_cast<double>(picture.h()), limits);
+  const Wholeness whole = picture.wholeness();
+  if (!whole.error.empty()) throw PictureError(Kind::unusable, whole.error);
+  Image image = convert(decode(picture, limits, complaints));
+  if (!whole.warning.empty()) warn(whole.warning);
+  tell(complaints.lines(), warn);
+  for (const std::string& line : imageWarnings(picture, image.pixels.get(), image.count())) {
+    warn(line);
+  }
+  return image;
+}
+
+}  // namespace namespace_ratseg

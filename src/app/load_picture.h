@@ -1,0 +1,57 @@
+#ifndef RATSEG_APP_LOAD_PICTURE_H
+#define RATSEG_APP_LOAD_PICTURE_H
+
+// The image of a run, as both programs load it.
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "util/rgb.h"
+
+namespace namespace_ratseg {
+
+struct Image {
+  std::unique_ptr<RGB[]> pixels;  // row-major, w * h
+  int w = 0;
+  int h = 0;
+
+  std::size_t count() const { return static_cast<std::size_t>(w) * static_cast<std::size_t>(h); }
+};
+
+// How large a picture may be.
+struct PictureLimits {
+  double megapixels = 150;  // -max-megapixels
+  double gib = 0;           // -max-memory; 0: what the system has available
+
+  // Bytes that may be used; infinite where the system does not say what it has available.
+  double bytes() const;
+};
+
+// Bytes that a picture of so many pixels takes while it is loaded, beside its file.
+double bytesToLoad(double pixels);
+
+// Why a picture cannot be loaded. what() goes on after the file's name or after "a file that":
+// "ends early: 12 of 30 rows are there".
+class PictureError : public std::runtime_error {
+ public:
+  enum class Kind {
+    unreadable,     // what() is the system's reason alone
+    unknownFormat,  // of none that Qt reads
+    unusable,
+  };
+  PictureError(Kind k, const std::string& reason) : std::runtime_error(reason), kind(k) {}
+  const Kind kind;
+};
+
+// Loads the image from the file of exactly that name, which is opened once and may be a pipe.
+// Throws PictureError. What the user may not know of an image that was loaded, warn gets, a line
+// each that goes on after the file's name.
+Image loadPicture(const std::string& file, const PictureLimits& limits,
+                  const std::function<void(const std::string&)>& warn);
+
+}  // namespace namespace_ratseg
+
+#endif
