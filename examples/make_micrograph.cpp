@@ -1,13 +1,18 @@
 // make_micrograph FOLDER [SEED]: draws a micrograph of 640 x 480 pixels into an existing folder:
 // image.png, truth.png (label numbers) and scribbles.png (label + 1), the latter two as indexed
-// pictures whose colours are only for the eye.
+// pictures whose colours are only for the eye. Where one of the files is another picture than the
+// one that would be drawn, nothing is written: scribbles may have been drawn into it by hand.
 
 #include <QImage>
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
+#include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "app/result_files.h"
@@ -37,7 +42,33 @@ bool save(const QImage& image, const std::string& file) {
   return ok;
 }
 
-bool saveAll(const Micrograph& m, const std::string& folder) {
+struct Picture {
+  std::string file;
+  QImage image;
+};
+
+// Whether the file exists and holds anything else.
+bool isOther(const Picture& picture) {
+  std::error_code ignored;
+  if (!std::filesystem::exists(picture.file, ignored)) return false;
+  QImage* loaded = nullptr;
+  FileIO::loadImage(picture.file, loaded);
+  const std::unique_ptr<QImage> there(loaded);
+  return !there || *there != picture.image;
+}
+
+bool saveAll(const std::vector<Picture>& pictures) {
+  const auto other = std::find_if(pictures.begin(), pictures.end(), isOther);
+  if (other != pictures.end()) {
+    std::cerr << "ERROR: " << other->file
+              << ": is another picture than the one to be drawn; nothing is written" << std::endl;
+    return false;
+  }
+  return std::all_of(pictures.begin(), pictures.end(),
+                     [](const Picture& picture) { return save(picture.image, picture.file); });
+}
+
+std::vector<Picture> picturesOf(const Micrograph& m, const std::string& folder) {
   QImage grey(m.w, m.h, QImage::Format_Grayscale8);
   copyPixels(m.grey, grey);
   QList<QRgb> labels;
@@ -49,8 +80,9 @@ bool saveAll(const Micrograph& m, const std::string& folder) {
   labels.prepend(qRgb(0, 0, 0));
   scribbles.setColorTable(labels);
   copyPixels(m.scribbles, scribbles);
-  return save(grey, folder + "/image.png") && save(truth, folder + "/truth.png") &&
-         save(scribbles, folder + "/scribbles.png");
+  return {{folder + "/image.png", grey},
+          {folder + "/truth.png", truth},
+          {folder + "/scribbles.png", scribbles}};
 }
 
 int run(int argc, char** argv) {
@@ -64,7 +96,7 @@ int run(int argc, char** argv) {
     std::cerr << "Usage: make_micrograph FOLDER [SEED]" << std::endl;
     return 1;
   }
-  return saveAll(Micrograph::draw(640, 480, seed), argv[1]) ? 0 : 1;
+  return saveAll(picturesOf(Micrograph::draw(640, 480, seed), argv[1])) ? 0 : 1;
 }
 
 }  // namespace

@@ -11,7 +11,8 @@ Builds ratseg and segments a picture three times: by the pixelwise best label, w
 prior, and with it. Prints how many pixels get their true label and the shares of the labels.
 
 FOLDER has image.* (any format), scribbles.png (8-bit grey or indexed; label + 1 where marked) and
-truth.png (label numbers, the background last). Without FOLDER a micrograph is drawn.
+truth.png (label numbers, the background last). Without FOLDER a micrograph is drawn; where these
+three pictures are in demo-out/ already, they are used as they are.
 
 -shares foreground|image   what the shares are of         (foreground)
                            (give "image" for two labels: shares of the foreground say nothing then)
@@ -53,6 +54,36 @@ while (($# > 0)); do
   esac
 done
 
+# What ratseg writes, without the prefix.
+result_files=(_result_labeling.gz _result_labeling.png _result_labeling_overlaid.png
+  _regularizer_weight.png)
+
+# Whether the demo without a folder writes a file of this name.
+is_demo_file() {
+  case $1 in
+    / | image.png | scribbles.png | truth.png | dataterm.gz | dataterm.log | proportions.txt | \
+      sheet.png | pixelwise.log | without.log | with.log)
+      return 0
+      ;;
+  esac
+  local prefix suffix
+  for prefix in pixelwise without with; do
+    for suffix in "${result_files[@]}"; do
+      [[ $1 != "$prefix$suffix" ]] || return 0
+    done
+  done
+  return 1
+}
+
+# Draws the micrograph unless its pictures are there.
+draw_pictures() {
+  if [[ -e $image && -e $scribbles && -e $truth ]]; then
+    echo "The pictures in $out are used as they are" >&2
+  else
+    "$bin/make_micrograph" "$out"
+  fi
+}
+
 # Sets image, scribbles, truth and out.
 find_pictures() {
   out=$root/demo-out
@@ -75,7 +106,11 @@ find_pictures() {
   for file in "$scribbles" "$truth"; do
     [[ -f $file ]] || die "expected a file \"$file\", but found none"
   done
-  out=$out/$(basename "$folder")
+  local name
+  name=$(basename "$folder")
+  ! is_demo_file "$name" || die "expected a folder of another name: \"$name\" in demo-out is for a" \
+    "file of the demo itself"
+  out=$out/$name
 }
 
 # Shows the warnings in a log that were not shown before.
@@ -91,7 +126,7 @@ show_warnings() {
 
 # Runs ratseg, whose output goes to a log: name of the results, mu, iterations.
 solve() {
-  rm -f "$out/$1"_*
+  rm -f "${result_files[@]/#/$out/$1}"
   local log=$out/$1.log
   local command=("$bin/ratseg" -image "$image" -dataterm "$out/dataterm.gz"
     -proportions "$out/proportions.txt" -lambda "${option[lambda]}" -mu "$2"
@@ -109,7 +144,7 @@ build release ratseg ratseg-dataterm make_micrograph compare_labelings
 bin=$root/build/release/bin
 mkdir -p "$out"
 echo "Results go to $out" >&2
-[[ -n $folder ]] || "$bin/make_micrograph" "$out"
+[[ -n $folder ]] || draw_pictures
 
 "$bin/ratseg-dataterm" -image "$image" -scribbles "$scribbles" -out "$out/dataterm.gz" \
   -sigma "${option[sigma]}" -thr "${option[thr]}" -truth "$truth" \

@@ -59,7 +59,9 @@ struct ResultFile {
 bool report(const ResultFile& file, const char* remark = "") {
   std::cout << (file.saved ? "Saved " : "ERROR saving ") << file.name << remark << std::endl;
   const std::string error = file.memoryMissing ? "there is not enough memory" : file.error;
-  if (!file.saved && !error.empty()) warn(inQuotes(file.name) + " cannot be saved: " + error);
+  if (!file.saved) {
+    warn(inQuotes(file.name) + " cannot be saved" + (error.empty() ? "" : ": " + error));
+  }
   return file.saved;
 }
 

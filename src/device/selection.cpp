@@ -58,6 +58,20 @@ std::string capabilityMissed() {
   return "";
 }
 
+// The first of several threads chooses, and the others wait for it.
+Backend& chooseByEnvironment() {
+  DeviceChoice choice = DeviceChoice::automatic;
+  std::string error;
+  if (!deviceChoiceFromEnvironment(choice, error)) {
+    std::cerr << error << std::endl;
+    std::exit(1);
+  }
+  static std::mutex choosing;
+  const std::lock_guard lock(choosing);
+  Backend* chosen = current;
+  return chosen != nullptr ? *chosen : chooseBackend(choice, std::cerr);
+}
+
 }  // namespace
 
 bool parseDeviceChoice(const std::string& text, DeviceChoice& choice) {
@@ -110,20 +124,6 @@ Backend& chooseBackend(DeviceChoice choice, std::ostream& notice) {
   chosen->getLastError();
   current = chosen;
   return *chosen;
-}
-
-// The first of several threads chooses, and the others wait for it.
-static Backend& chooseByEnvironment() {
-  DeviceChoice choice = DeviceChoice::automatic;
-  std::string error;
-  if (!deviceChoiceFromEnvironment(choice, error)) {
-    std::cerr << error << std::endl;
-    std::exit(1);
-  }
-  static std::mutex choosing;
-  const std::lock_guard lock(choosing);
-  Backend* chosen = current;
-  return chosen != nullptr ? *chosen : chooseBackend(choice, std::cerr);
 }
 
 Backend& backend() {

@@ -32,6 +32,8 @@ class Running {
     const std::vector<char*> envp = program::pointers(variables);
     child_ = fork();
     if (child_ == 0) {
+      // What a shell in the background ignores its children ignore as well.
+      for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_DFL);
       const int null = open("/dev/null", O_RDWR);
       const bool ready = dup2(null, 0) >= 0 && dup2(ends[1], 1) >= 0 && dup2(null, 2) >= 0 &&
                          chdir(program.folder.c_str()) == 0;

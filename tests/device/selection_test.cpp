@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "device/cuda/cuda_backend.h"
 #include "device/host/host_backend.h"
@@ -239,6 +241,24 @@ TEST(FirstUseDeathTest, ChoosingAMachineWithoutDevicesLeavesNoErrorPending) {
         std::exit(chosen.peekAtLastError());
       },
       testing::ExitedWithCode(cudaSuccess), "");
+}
+
+// Whether threads that are the first to ask, all at a time, get the same backend.
+bool threadsGetTheSameBackend() {
+  std::vector<Backend*> got(8);
+  std::vector<std::thread> threads;
+  for (Backend*& b : got) threads.emplace_back([&b] { b = &backend(); });
+  for (std::thread& thread : threads) thread.join();
+  return got == std::vector<Backend*>(8, &backend());
+}
+
+TEST(FirstUseDeathTest, IsOneChoiceForAllThreads) {
+  if (cudaBackendIfUsable() != nullptr) GTEST_SKIP() << "there is a CUDA GPU on this machine";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const EnvironmentVariable variable("RATSEG_DEVICE", nullptr);
+  const EnvironmentVariable threads("OMP_NUM_THREADS", "2");
+  EXPECT_EXIT(std::exit(threadsGetTheSameBackend() ? 0 : 1), testing::ExitedWithCode(0),
+              "^ratseg: no CUDA GPU found, computing on the host with 2 threads\n$");
 }
 
 TEST(FirstUseDeathTest, ABadHostDescriptionEndsTheProcess) {

@@ -101,9 +101,11 @@ class DemoRun : public testing::Test {
     RawPng{w, 1, 8, RawPng::kGrey, row, "", ""}.save(dir_.file("pictures/" + name));
   }
 
-  ProgramResult run(const std::vector<std::string>& options) const {
-    std::vector<std::string> words = {"bash", "project/scripts/demo.sh", "pictures", "-iterations",
-                                      "10"};
+  ProgramResult run(const std::vector<std::string>& options,
+                    const std::string& folder = "pictures") const {
+    std::vector<std::string> words = {"bash", "project/scripts/demo.sh"};
+    if (!folder.empty()) words.push_back(folder);
+    words.insert(words.end(), {"-iterations", "10"});
     words.insert(words.end(), options.begin(), options.end());
     return program_.run(words);
   }
@@ -151,6 +153,58 @@ TEST_F(DemoRun, EndsWithTheOutputOfARunThatFails) {
             std::string::npos)
       << result.err;
   EXPECT_NE(result.err.find("\nERROR: this failed: "), std::string::npos) << result.err;
+}
+
+TEST_F(DemoRun, UsesThePicturesThatAreThereAsTheyAre) {
+  namespace fs = std::filesystem;
+  const fs::path out = dir_.path() / "project/demo-out";
+  fs::create_directories(out);
+  for (const char* file : {"image.png", "scribbles.png", "truth.png"}) {
+    fs::copy_file(dir_.path() / "pictures" / file, out / file);
+  }
+  const auto size = fs::file_size(out / "scribbles.png");
+  const ProgramResult result = run({}, "");
+  const std::string name = fs::canonical(out).string();
+  EXPECT_EQ(result.err,
+            "Results go to " + name + "\nThe pictures in " + name + " are used as they are\n");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(fs::file_size(out / "scribbles.png"), size);
+
+  // One of them is drawn again only where the others are those that belong to it.
+  fs::remove(out / "image.png");
+  const ProgramResult refused = run({}, "");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(fs::file_size(out / "scribbles.png"), size);
+  EXPECT_FALSE(fs::exists(out / "image.png"));
+}
+
+// Results of the run before are removed, folders of other runs are not.
+TEST_F(DemoRun, LeavesFoldersNamedLikeItsResultsAlone) {
+  namespace fs = std::filesystem;
+  fs::rename(dir_.file("pictures"), dir_.file("with_a"));
+  ASSERT_EQ(run({}, "with_a").status, 0);
+  const fs::path out = dir_.path() / "project/demo-out";
+  for (const char* file : {"image.png", "scribbles.png", "truth.png"}) {
+    fs::copy_file(dir_.path() / "with_a" / file, out / file);
+  }
+  std::ofstream(out / "with_result_labeling.png") << "old";
+  std::ofstream(out / "with_notes.txt") << "mine";
+  EXPECT_EQ(run({}, "").status, 0);
+  EXPECT_TRUE(fs::exists(out / "with_a/with_result_labeling.gz"));
+  EXPECT_TRUE(fs::exists(out / "with_notes.txt"));
+  EXPECT_GT(fs::file_size(out / "with_result_labeling.png"), 3u);
+}
+
+TEST_F(DemoRun, RefusesAFolderNamedLikeOneOfItsFiles) {
+  namespace fs = std::filesystem;
+  for (const std::string name :
+       {"image.png", "dataterm.gz", "with.log", "sheet.png", "without_result_labeling.gz"}) {
+    fs::copy(dir_.file("pictures"), dir_.file(name), fs::copy_options::recursive);
+    const ProgramResult result = run({}, name);
+    EXPECT_EQ(result.err, "ERROR: expected a folder of another name: \"" + name +
+                              "\" in demo-out is for a file of the demo itself\n");
+    EXPECT_EQ(result.status, 1);
+  }
 }
 
 }  // namespace

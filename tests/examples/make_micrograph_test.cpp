@@ -3,6 +3,9 @@
 #include <QImage>
 #include <QString>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 #include "app/dataterm/label_picture.h"
 #include "support/program.h"
@@ -36,8 +39,38 @@ TEST_F(MakeMicrograph, WritesThePictureItsLabelsAndScribbles) {
 TEST_F(MakeMicrograph, TakesASeed) {
   ASSERT_EQ(program_.run({dir_.path().string()}).status, 0);
   const auto first = LabelPicture::load(dir_.file("truth.png")).pixels;
-  ASSERT_EQ(program_.run({dir_.path().string(), "8"}).status, 0);
-  EXPECT_NE(LabelPicture::load(dir_.file("truth.png")).pixels, first);
+  std::filesystem::create_directory(dir_.file("8"));
+  ASSERT_EQ(program_.run({dir_.file("8"), "8"}).status, 0);
+  EXPECT_NE(LabelPicture::load(dir_.file("8/truth.png")).pixels, first);
+}
+
+TEST_F(MakeMicrograph, LeavesOtherPicturesAlone) {
+  ASSERT_EQ(program_.run({dir_.path().string()}).status, 0);
+  const auto text = [&](const std::string& name) {
+    std::ifstream in(dir_.file(name), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  const std::string drawn = text("image.png");
+  EXPECT_EQ(program_.run({dir_.path().string()}).status, 0);
+  EXPECT_EQ(text("image.png"), drawn);
+
+  QImage scribbles(QString::fromStdString(dir_.file("scribbles.png")));
+  scribbles.setPixel(0, 0, scribbles.pixelIndex(0, 0) == 1 ? 2 : 1);
+  ASSERT_TRUE(scribbles.save(QString::fromStdString(dir_.file("scribbles.png"))));
+  const auto expectRefused = [&](const std::string& name) {
+    const std::string before = text(name);
+    std::filesystem::remove(dir_.file("image.png"));
+    const ProgramResult result = program_.run({dir_.path().string()});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err,
+              "ERROR: " + dir_.file(name) +
+                  ": is another picture than the one to be drawn; nothing is written\n");
+    EXPECT_EQ(text(name), before);
+    EXPECT_FALSE(std::filesystem::exists(dir_.file("image.png")));
+  };
+  expectRefused("scribbles.png");
+  std::ofstream(dir_.file("truth.png")) << "no picture";
+  expectRefused("truth.png");
 }
 
 TEST_F(MakeMicrograph, SaysHowItIsCalled) {

@@ -6,6 +6,7 @@
 
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/forwarding_backend.h"
@@ -331,6 +332,53 @@ TEST_F(CudaDefsTest, AvailabilityIsFalseWhereAMachineCountsNoDevicesWithoutAnErr
   CountsNothing nothing(machine_.backend);
   const BackendScope scope(nothing);
   EXPECT_FALSE(cudaCheckAvailability());
+}
+
+TEST_F(CudaDefsTest, EachThreadHasARingOfItsOwn) {
+  cudacalls_add("main", 1);
+  testing::internal::CaptureStdout();
+  std::thread([] {
+    EXPECT_EQ(lastcalls_ncur, 0);
+    EXPECT_EQ(lastcalls_pos, 0);
+    cuda_check("thread", 2);
+    cuda_check("thread", 3);
+    cudacalls_print();
+  }).join();
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Previous CUDA calls:\n0: thread, line 3\n1: thread, line 2\n");
+  EXPECT_EQ(lastcalls_ncur, 1);
+  EXPECT_EQ(lastcalls[0], std::make_pair(std::string("main"), 1ul));
+}
+
+TEST_F(CudaDefsTest, ThreadsAddCallSitesAtATime) {
+  std::vector<std::thread> threads;
+  for (unsigned long k = 0; k < 3; ++k) {
+    threads.emplace_back([k] {
+      const std::string file = "a path that is longer than a short string " + std::to_string(k);
+      for (unsigned long line = 0; line < 500; ++line) cuda_check(file, line);
+      for (const auto& call : lastcalls) EXPECT_EQ(call.first, file);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(CudaDefsTest, WaitingIsForAllThreads) {
+  cuda_check_setSync(true);
+  std::thread([] { EXPECT_TRUE(cuda_check_isSync()); }).join();
+}
+
+// Thread-local objects that were there before the ring are destroyed after it.
+TEST_F(CudaDefsTest, ChecksAtTheEndOfAThreadRecordNothing) {
+  struct ChecksAtTheEnd {
+    ~ChecksAtTheEnd() {
+      cuda_check("src/late", 1);
+      EXPECT_EQ(lastcalls_ncur, 0);
+    }
+  };
+  std::thread([] {
+    static thread_local ChecksAtTheEnd atTheEnd;
+    cuda_check("src/early", 1);
+  }).join();
 }
 
 TEST(CudaMallocException, PrintsOneLineOnStandardError) {

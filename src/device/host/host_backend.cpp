@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -14,8 +13,6 @@
 namespace namespace_ratseg {
 
 namespace {
-
-std::atomic<std::uint64_t> backendsMade = 0;
 
 constexpr std::size_t kAlignment = 256;  // as device allocations are aligned
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
@@ -57,48 +54,6 @@ const cudaDeviceProp& limitsOf(const HostConfig& config, std::size_t device) {
 
 }  // namespace
 
-// What a thread has of one backend; a list per thread, the one that was used last in front.
-struct HostBackend::ThreadState {
-  std::uint64_t backend;
-  int device = 0;
-  cudaError_t pending = cudaSuccess;
-  ThreadState* next = nullptr;
-};
-
-// The list is there as long as the thread, also behind the end of its other thread-local objects:
-// what is static may still release device memory then. It starts again from nothing in that case.
-struct HostBackend::ThreadStates {
-  static thread_local ThreadState* first;
-  ~ThreadStates() {
-    while (first != nullptr) delete std::exchange(first, first->next);
-  }
-};
-
-thread_local HostBackend::ThreadState* HostBackend::ThreadStates::first = nullptr;
-
-HostBackend::ThreadState& HostBackend::ofThread() const {
-  ThreadState* state = ThreadStates::first;
-  return state != nullptr && state->backend == id_ ? *state : newOfThread();
-}
-
-// Moves the backend's to the front, or makes it.
-HostBackend::ThreadState& HostBackend::newOfThread() const {
-  static thread_local ThreadStates releasedAtTheThreadsEnd;
-  ThreadState*& first = ThreadStates::first;
-  ThreadState** place = &first;
-  while (*place != nullptr && (*place)->backend != id_) place = &(*place)->next;
-  ThreadState* state = *place;
-  if (state != nullptr) {
-    *place = state->next;
-  } else {
-    limitHostThreads();  // is the thread's own, too
-    state = new ThreadState{id_};
-  }
-  state->next = first;
-  first = state;
-  return *state;
-}
-
 struct HostBackend::Event {
   int device;  // that it was made on
   std::chrono::steady_clock::time_point time = {};
@@ -106,7 +61,7 @@ struct HostBackend::Event {
 };
 
 HostBackend::HostBackend(HostConfig config)
-    : id_(++backendsMade),
+    : id_(newHostMachine()),
       config_(std::move(config)),
       used_(static_cast<std::size_t>(config_.devices)),
       peerEnabled_(static_cast<std::size_t>(config_.devices) *
@@ -115,8 +70,7 @@ HostBackend::HostBackend(HostConfig config)
 }
 
 HostBackend::~HostBackend() {
-  ofThread();
-  delete std::exchange(ThreadStates::first, ThreadStates::first->next);
+  forgetHostThreadState(id_);
   for (const auto& [ptr, allocation] : allocations_) std::free(const_cast<char*>(ptr));
 }
 
@@ -124,8 +78,6 @@ cudaError_t HostBackend::fail(cudaError_t error) {
   ofThread().pending = error;
   return error;
 }
-
-int HostBackend::currentDevice() const { return ofThread().device; }
 
 void HostBackend::observe(const char* name, std::size_t bytes, const LaunchShape& shape) {
   if (observer_) observer_(Call{name, currentDevice(), shape, bytes, -1});
@@ -209,9 +161,9 @@ cudaError_t HostBackend::free(void* ptr) {
   return cudaSuccess;
 }
 
-bool HostBackend::owns(const void* ptr, std::size_t bytes, int device) const {
+bool HostBackend::owns(const void* ptr, std::size_t bytes) const {
   const std::lock_guard lock(mutex_);
-  return contains(ptr, bytes, device);
+  return contains(ptr, bytes, kAnyDevice);
 }
 
 bool HostBackend::contains(const void* ptr, std::size_t bytes, int device) const {

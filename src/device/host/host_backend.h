@@ -11,6 +11,7 @@
 
 #include "device/backend.h"
 #include "device/host/host_config.h"
+#include "device/host/host_thread_state.h"
 
 namespace namespace_ratseg {
 
@@ -97,27 +98,22 @@ class HostBackend final : public Backend {
     int device;
   };
 
-  // What is the calling thread's own.
-  struct ThreadState;
-  struct ThreadStates;
-
   static constexpr int kAnyDevice = -1;
 
-  ThreadState& ofThread() const;
-  ThreadState& newOfThread() const;
-  int currentDevice() const;
+  HostThreadState& ofThread() const { return hostThreadState(id_); }
+  int currentDevice() const { return ofThread().device; }
   cudaError_t fail(cudaError_t error);
   bool validDevice(int device) const { return device >= 0 && device < config_.devices; }
-  // Whether the bytes lie inside one allocation, of any device or of the given one.
-  bool owns(const void* ptr, std::size_t bytes, int device = kAnyDevice) const;
+  // Whether the bytes lie inside one allocation of any device.
+  bool owns(const void* ptr, std::size_t bytes) const;
   bool endsAreOwn(const void* dst, const void* src, std::size_t bytes, cudaMemcpyKind kind) const;
-  // With the mutex held:
+  // With the mutex held; owns, of any device or of the given one:
   bool contains(const void* ptr, std::size_t bytes, int device) const;
   Event* find(cudaEvent_t event) const;
   bool isOfCurrentDevice(cudaStream_t stream) const;
   void observe(const char* name, std::size_t bytes, const LaunchShape& shape = {});
 
-  const std::uint64_t id_;  // no other backend of the process has had it
+  const std::uint64_t id_;
   HostConfig config_;
   mutable std::mutex mutex_;                       // guards what follows, up to the observer
   std::map<const char*, Allocation> allocations_;  // by first byte

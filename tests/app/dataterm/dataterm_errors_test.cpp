@@ -128,6 +128,54 @@ TEST_F(DatatermErrors, InputsAreNotOverwritten) {
               "-out first.png: expected a file of its own, but found that it is first.png as well");
 }
 
+TEST_F(DatatermErrors, FilesToBeWrittenAreNotTheSame) {
+  const auto refused = [&](const std::string& out, const std::string& proportions) {
+    const ProgramResult result = runWithTruth({{"-out", out}, {"-proportions", proportions}});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "ERROR: -proportions " + proportions +
+                              ": expected a file of its own, but found that it is " + out +
+                              " as well\n");
+  };
+  refused("x", "./x");
+  std::filesystem::create_directory(dir_.file("a"));
+  refused("x", "a/../x");
+  EXPECT_FALSE(std::filesystem::exists(dir_.file("x")));
+  std::filesystem::create_symlink("x", dir_.file("link"));
+  refused("x", "link");
+  refused("link", "x");
+  EXPECT_FALSE(std::filesystem::exists(dir_.file("x")));
+  std::ofstream(dir_.file("x")) << "old";
+  std::filesystem::create_hard_link(dir_.file("x"), dir_.file("hard"));
+  refused("hard", "x");
+  EXPECT_EQ(text("x"), "old");
+}
+
+TEST_F(DatatermErrors, InputsAreNotOverwrittenThroughLinks) {
+  std::filesystem::create_hard_link(dir_.file("scribbles.png"), dir_.file("hard"));
+  expectError(run({{"-out", "hard"}}),
+              "-out hard: expected a file of its own, but found that it is scribbles.png as well");
+  std::filesystem::create_symlink("truth.png", dir_.file("link"));
+  expectError(runWithTruth({{"-proportions", "link"}}),
+              "-proportions link: expected a file of its own, but found that it is truth.png as "
+              "well");
+}
+
+TEST_F(DatatermErrors, WarningsWhereTheyAreErrors) {
+  EXPECT_EQ(run({{"-strict", "1"}, {"-out", "other.gz"}}).status, 0);
+  saveGrey("scribbles.png", {1, 0, 3, 3, 3, 0, 0, 0, 0, 0, 0, 0});
+  const std::string warning =
+      "ratseg-dataterm: warning: label 1 has no scribbles in scribbles.png: it costs thr = 10 "
+      "everywhere\n";
+  const ProgramResult result = run({{"-strict", "1"}});
+  EXPECT_EQ(result.err, warning + "ERROR: 1 warning, and -strict 1 makes it an error\n");
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_FALSE(std::filesystem::exists(dir_.file("dataterm.gz")));
+  const ProgramResult usual = run({{"-strict", "0"}});
+  EXPECT_EQ(usual.err, warning);
+  EXPECT_EQ(usual.status, 0);
+}
+
 TEST_F(DatatermErrors, NoDevice) {
   program_.environment["RATSEG_HOST_DEVICES"] = "0";
   expectError(run(), "RATSEG_DEVICE: expected a device to compute on, but found none");

@@ -45,12 +45,14 @@ TEST(DatatermOptions, HaveDefaults) {
   EXPECT_EQ(options.spread, 0.02);
   EXPECT_FALSE(options.sharesOfImage);
   EXPECT_EQ(options.device, "");
+  EXPECT_FALSE(options.strict);
 }
 
 TEST(DatatermOptions, AreRead) {
-  const auto options = parse(
-      complete({"-truth", "t.png", "-proportions", "p.txt", "-spread", "0", "-sigma", "2.5", "-thr",
-                "1e2", "-shares", "image", "-device", "host", "-scribbled-image", "f.png"}));
+  const auto options = parse(complete(
+      {"-truth", "t.png", "-proportions", "p.txt", "-spread", "0", "-sigma", "2.5", "-thr", "1e2",
+       "-shares", "image", "-device", "host", "-scribbled-image", "f.png", "-strict", "1"}));
+  EXPECT_TRUE(options.strict);
   EXPECT_EQ(options.scribbledImage, "f.png");
   EXPECT_EQ(options.truth, "t.png");
   EXPECT_EQ(options.proportions, "p.txt");
@@ -93,7 +95,8 @@ TEST(DatatermOptions, UnknownOnesAndStrayWordsAreRefused) {
 }
 
 TEST(DatatermOptions, NumbersMustBeNumbersInTheirRange) {
-  for (const std::string value : {"0", "-1", "abc", "5x", "inf", "nan", "1e99"}) {
+  for (const std::string value :
+       {"0", "-1", "abc", "5x", "inf", "nan", "1e99", "1e-60", "0x5", "1,5", "+5", " 5"}) {
     EXPECT_EQ(complaint(complete({"-sigma", value})),
               "-sigma: expected a number greater than 0, but found \"" + value + "\"");
     EXPECT_EQ(complaint(complete({"-thr", value})),
@@ -101,7 +104,7 @@ TEST(DatatermOptions, NumbersMustBeNumbersInTheirRange) {
   }
   EXPECT_EQ(complaint(complete({"-thr", "1e36"})),
             "-thr: expected a number greater than 0 and below 1e36, but found \"1e36\"");
-  for (const std::string value : {"-0.1", "abc", "inf", "nan", "1e39"}) {
+  for (const std::string value : {"-0.1", "abc", "inf", "nan", "1e39", "0,1", "0x1", "0.1 "}) {
     EXPECT_EQ(complaint(complete({"-truth", "t", "-proportions", "p", "-spread", value})),
               "-spread: expected a number of at least 0, but found \"" + value + "\"");
   }
@@ -124,6 +127,8 @@ TEST(DatatermOptions, ChoicesMustBeOnesThatThereAre) {
             "-shares: expected foreground or image, but found \"picture\"");
   EXPECT_EQ(complaint(complete({"-device", "gpu"})),
             "-device: expected auto, cuda or host, but found \"gpu\"");
+  EXPECT_EQ(complaint(complete({"-strict", "yes"})), "-strict: expected 0 or 1, but found \"yes\"");
+  EXPECT_FALSE(parse(complete({"-strict", "0"})).strict);
 }
 
 }  // namespace

@@ -89,8 +89,8 @@ struct Params {
   int kind_prior = kind_prior_upperBound;  // others than the four count as none
   float mu = 10000.0f;  // weight of the prior; 0 = off; negative or FLT_MAX = strict, with the
                         // upper bound only; NaN is refused
-  float eps = 0.01f;    // tolerance of the upper-bound prior, > 0; NaN is refused, a negative one
-                        // is computed with and gives NaN
+  float eps = 0.01f;    // tolerance of the upper-bound prior, > 0; NaN is refused; a negative one
+                        // is computed with, to a labeling without meaning
   int engine = engine_auto;  // how run() computes; results are the same up to rounding
 
   // Fewer iterations to the same optimum with the upper-bound prior and with none, by an exact step
