@@ -46,7 +46,7 @@ def one(bench, program, kind, room):
 def stage(bench, report, options):
     bench = Bench(bench.folder / "disks", bench.bin, bench.tools, SIZES)
     for program in options.programs:
-        bench.versions(program)
+        bench.made(program)
 
     def attempt(task):
         program, kind, room = task

@@ -11,18 +11,18 @@ def whole_files(program, folder, versions):
     """Each result is there and is the old or the new one, to the byte. Which ones are new."""
     faults, new = [], set()
     for name in program.results:
-        path = Path(folder) / name
-        try:
-            found = path.read_bytes()
-        except OSError:
-            faults.append(("result lost", name))
-            continue
         old_bytes, new_bytes = versions[name]
+        try:
+            found = (Path(folder) / name).read_bytes()
+        except OSError:
+            if old_bytes is not None:
+                faults.append(("result lost", name))
+            continue
         if found == new_bytes:
             new.add(name)
         elif found != old_bytes:
             faults.append(("result torn", f"{name}: {len(found)} bytes, neither the "
-                           f"{len(old_bytes)} of before nor the {len(new_bytes)} of now"))
+                           f"{len(old_bytes or b'')} of before nor the {len(new_bytes)} of now"))
     return faults, new
 
 
@@ -62,9 +62,9 @@ def ending(program, run):
     if run.hung:
         return [("hang", "no end")]
     if run.status < 0:
-        name = signal.Signals(-run.status).name
+        kind = f"died of {signal.Signals(-run.status).name}"
         last = run.err.strip().splitlines()[-1:] or [""]
-        return [(f"died of {name}", last[0])]
+        return [(kind + (" after an ERROR line" if has_error_line(run) else ""), last[0])]
     faults = []
     if run.status not in program.statuses:
         faults.append((f"status {run.status}", run.err.strip()[-200:]))

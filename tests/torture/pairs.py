@@ -5,7 +5,7 @@ from judge import has_error_line, leftover_faults
 
 
 def faults_of(bench, program, folder, runs):
-    versions = bench.versions(program)
+    versions = bench.made(program)
     faults = leftover_faults(program, folder)
     owners = {}
     for name in program.results:
