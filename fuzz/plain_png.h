@@ -172,6 +172,7 @@ inline std::optional<PlainPicture> plainPicture(std::string_view file) {
                     (indexed && (picture.bits == 1 || picture.bits == 2 || picture.bits == 4));
   if (!bits || (!indexed && picture.colourType != 0)) return {};
   if (head[10] != 0 || head[11] != 0 || head[12] != 0) return {};
+  if (picture.w == 0 || picture.h == 0) return {};
   std::string stream, order;
   bool others = false;
   for (const PngChunk& chunk : chunks) {
