@@ -87,9 +87,9 @@ void tell(const std::vector<std::string>& complaints,
           const std::function<void(const std::string&)>& warn) {
   constexpr std::size_t kMost = 10;
   const std::size_t shown = std::min(kMost, complaints.size());
-  for (std::size_t k = 0; k < shown; ++k) warn("may be damaged: " + complaints[k]);
+  for (std::size_t k = 0; k < shown; ++k) warn("was read with a complaint: " + complaints[k]);
   if (complaints.size() > shown) {
-    warn("may be damaged: " + std::to_string(complaints.size() - shown) + " more complaints");
+    warn("was read with " + std::to_string(complaints.size() - shown) + " more complaints");
   }
 }
 
@@ -138,9 +138,10 @@ double bytesToLoad(double pixels) {
 Image loadPicture(const std::string& file, const PictureLimits& limits,
                   const std::function<void(const std::string&)>& warn) {
   const Picture picture = readPicture(file, limits);
-  const Complaints complaints;
+  Complaints complaints;
   checkSize(static_cast<double>(picture.w()), static_cast<double>(picture.h()), limits);
   const Wholeness whole = picture.wholeness();
+  for (const std::string& complaint : whole.complaints) complaints.add(complaint);
   if (!whole.error.empty()) throw PictureError(Kind::unusable, whole.error);
   Image image = convert(decode(picture, limits, complaints));
   if (!whole.warning.empty()) warn(whole.warning);

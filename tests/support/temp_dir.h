@@ -9,8 +9,8 @@
 // An empty folder that goes away with its owner.
 class TempDir {
  public:
-  TempDir() {
-    std::string name = (std::filesystem::temp_directory_path() / "ratseg-test-XXXXXX").string();
+  explicit TempDir(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+    std::string name = (parent / "ratseg-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp " + name);
     path_ = name;
   }

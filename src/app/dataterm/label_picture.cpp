@@ -71,7 +71,7 @@ LabelPicture LabelPicture::load(const std::string& file, const Hooks& hooks) {
     if (indexed && picture.highest() >= read.colours) {
       hooks.warn(beyondPalette(picture.highest(), read.colours));
     }
-    for (const std::string& line : read.warnings) hooks.warn("may be damaged: " + line);
+    for (const std::string& line : read.warnings) hooks.warn("was read with a complaint: " + line);
   }
   return picture;
 }

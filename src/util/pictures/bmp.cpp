@@ -70,6 +70,10 @@ class RLEWalk {
     if (!ended) return {"", "has no end mark"};
     if (strays_) return {"", "is damaged: pixels lie outside of its size"};
     if (highest_ >= header_.colours) return {"", beyondPalette(highest_, header_.colours)};
+    if (longest_ < header_.w) {
+      return {"", "has rows of at most " + std::to_string(longest_) + " pixels, but a width of " +
+                      std::to_string(header_.w)};
+    }
     if (std::min(header_.h, y_ + (x_ > 0 ? 1 : 0)) == header_.h) return {};
     return {"", "holds " + std::to_string(rows) + " of " + std::to_string(header_.h) +
                     " rows; the others are taken as empty"};
@@ -117,6 +121,7 @@ class RLEWalk {
 
   void advance(std::size_t count) {
     x_ += count;
+    longest_ = std::max(longest_, x_);
     strays_ = strays_ || x_ > header_.w || y_ >= header_.h;
   }
 
@@ -125,6 +130,7 @@ class RLEWalk {
   std::size_t at_;
   std::uint64_t x_ = 0;
   std::uint64_t y_ = 0;
+  std::uint64_t longest_ = 0;  // of all rows
   std::size_t highest_ = 0;
   bool strays_ = false;
 };

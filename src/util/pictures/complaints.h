@@ -15,6 +15,8 @@ class Complaints {
   Complaints(const Complaints&) = delete;
   Complaints& operator=(const Complaints&) = delete;
 
+  void add(const std::string& complaint);
+
   // What was collected: each complaint once, as a line without control characters.
   std::vector<std::string> lines() const;
 

@@ -17,6 +17,8 @@ std::mutex mutex;
 std::vector<std::string> collected;
 
 void collect(std::string text) {
+  constexpr char kFromLibpng[] = "libpng warning: ";  // as Qt passes it on
+  if (text.starts_with(kFromLibpng)) text.erase(0, sizeof kFromLibpng - 1);
   constexpr std::size_t kLongest = 200;
   if (text.size() > kLongest) text = text.substr(0, kLongest) + "...";
   const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7f; };
@@ -59,6 +61,8 @@ Complaints::~Complaints() {
   TIFFSetWarningHandler(before_->tiffWarning);
   delete before_;
 }
+
+void Complaints::add(const std::string& complaint) { collect(complaint); }
 
 std::vector<std::string> Complaints::lines() const {
   const std::lock_guard lock(mutex);

@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include "util/pictures/byte_reader.h"
 #include "util/pictures/picture.h"
 #include "util/pictures/png_reader.h"
 
@@ -77,6 +78,10 @@ void Picture::ask(QImageReader& reader) {
   const QSize size = reader.size();
   w_ = static_cast<std::uint64_t>(std::max(0, size.width()));
   h_ = static_cast<std::uint64_t>(std::max(0, size.height()));
+  if (bytes_.starts_with("GIF8")) {  // Qt names the picture's size, but decodes the screen.
+    w_ = ByteReader(bytes_).little16(6);
+    h_ = ByteReader(bytes_).little16(8);
+  }
   turned_ = reader.transformation() != QImageIOHandler::TransformationNone;
   deep_ = isDeep(reader.imageFormat());
 }

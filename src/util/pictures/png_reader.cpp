@@ -101,8 +101,9 @@ PngRows readPngRows(std::string_view file, const TakeRow& takeRow) {
     source.result.error = "out of memory";
   }
   png_destroy_read_struct(&png, &info, nullptr);
-  const std::string_view end = file.substr(file.size() - std::min<std::size_t>(8, file.size()));
-  source.result.endMark = end.find("IEND") != std::string_view::npos;
+  using std::string_view_literals::operator""sv;
+  const std::size_t mark = file.rfind("\0\0\0\0IEND"sv);
+  source.result.endMark = mark != std::string_view::npos && mark + 12 > file.size();
   return source.result;
 }
 
@@ -119,7 +120,10 @@ Wholeness wholenessOf(const PngRows& read, std::size_t h) {
 Wholeness checkPNG(std::string_view file) {
   PngHeader header;
   if (!readPngHeader(file, header)) return {"ends early: its header is not complete", ""};
-  return wholenessOf(readPngRows(file, {}), header.h);
+  const PngRows read = readPngRows(file, {});
+  Wholeness whole = wholenessOf(read, header.h);
+  whole.complaints = read.warnings;
+  return whole;
 }
 
 }  // namespace namespace_ratseg

@@ -125,17 +125,24 @@ Wholeness checkXBM(std::string_view file) {
   return {};
 }
 
+// Its last 26 bytes tell where two more areas are, if there are any.
 Wholeness checkTGA(std::string_view file) {
   const ByteReader in(file);
-  constexpr std::size_t kHeader = 18;
-  if (!in.has(kHeader, 0)) return {endsEarly(in.size(), kHeader, "bytes of its header"), ""};
+  constexpr std::size_t kHeader = 18, kEnd = 26;
+  if (!in.has(kHeader, kEnd)) {
+    return {endsEarly(in.size(), kHeader + kEnd, "bytes of its header"), ""};
+  }
+  const std::size_t end = in.size() - kEnd;
   const bool runs = (in.byte(2) & 8) != 0;
   const std::size_t map = in.byte(1) == 1 ? in.little16(5) * ((in.byte(7) + 7u) / 8) : 0;
   const std::size_t front = kHeader + in.byte(0) + map;
   const std::uint64_t pixels = std::uint64_t{in.little16(12)} * in.little16(14);
   const std::uint64_t needed = front + pixels * ((in.byte(16) + 7u) / 8);
-  if (runs || in.has(needed, 0)) return {};
-  return {endsEarly(in.size(), needed, "bytes"), ""};
+  if (runs) return {};
+  if (end < needed) return {endsEarly(end, needed, "bytes"), ""};
+  const bool more = in.little32(end) != 0 || in.little32(end + 4) != 0;
+  if (more || end == needed) return {};
+  return {"", "holds " + std::to_string(end - needed) + " bytes more than its size needs"};
 }
 
 }  // namespace namespace_ratseg

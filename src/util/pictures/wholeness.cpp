@@ -1,5 +1,6 @@
 #include "util/pictures/wholeness.h"
 
+#include <algorithm>
 #include <array>
 
 #include "util/pictures/byte_reader.h"
@@ -22,7 +23,19 @@ Wholeness checkWebP(std::string_view file) {
   return checkLength(file, std::size_t{8} + ByteReader(file).little32(4));
 }
 
-Wholeness checkICNS(std::string_view file) { return checkLength(file, ByteReader(file).big32(4)); }
+// Pictures, each behind its kind and its length; some of them are PNG files.
+Wholeness checkICNS(std::string_view file) {
+  const ByteReader in(file);
+  const Wholeness cut = checkLength(file, in.big32(4));
+  for (std::size_t at = 8; cut.error.empty() && in.has(at, 8);) {
+    const std::size_t length = std::max<std::size_t>(8, in.big32(at + 4));
+    const std::string_view picture = file.substr(at + 8, length - 8);
+    const Wholeness whole = picture.starts_with(kPngMark) ? checkPNG(picture) : Wholeness{};
+    if (!whole.error.empty()) return {"holds a PNG that " + whole.error, ""};
+    at += length;
+  }
+  return cut;
+}
 
 // An animation of PNG chunks: lengths, names, data, check sums; the last one is MEND.
 Wholeness checkMNG(std::string_view file) {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace namespace_ratseg {
 
@@ -15,6 +16,7 @@ struct Wholeness {
   std::string error;    // pixels are missing or damaged; empty where none are known to be
   std::string warning;  // all pixels that are shown are there, but something else is not as it
                         // should be
+  std::vector<std::string> complaints = {};  // of the library that read it
 };
 
 // Of a file of any format; of one that is not known here, nothing is said.

@@ -40,13 +40,13 @@ QImage image() {
   return result;
 }
 
-std::string encoded(const char* format, bool progressive = false) {
+std::string encoded(const std::string& format, bool progressive = false) {
   QByteArray bytes;
   QBuffer buffer(&bytes);
   buffer.open(QIODevice::WriteOnly);
-  QImageWriter writer(&buffer, format);
+  QImageWriter writer(&buffer, QByteArray::fromStdString(format));
   writer.setProgressiveScanWrite(progressive);
-  EXPECT_TRUE(writer.write(image())) << format;
+  EXPECT_TRUE(writer.write(format == "ICNS" ? image().scaled(32, 32) : image())) << format;
   return bytes.toStdString();
 }
 
@@ -131,6 +131,8 @@ TEST(WholenessOfBMP, HeadersThatLie) {
   const std::string runs = BMP{.bits = 8, .runs = true}.bytes();
   EXPECT_THAT(checkWholeness(with(runs, 18, raw_pictures::little32(23))),
               IsWarnedOf("is damaged: pixels lie outside of its size"));
+  EXPECT_THAT(checkWholeness(with(runs, 18, raw_pictures::little32(25))),
+              IsWarnedOf("has rows of at most 24 pixels, but a width of 25"));
   EXPECT_THAT(checkWholeness(with(runs, 22, raw_pictures::little32(19))),
               IsWarnedOf("holds 17 of 19 rows; the others are taken as empty"));
 }
@@ -306,14 +308,22 @@ TEST(WholenessOfOthers, TellHowMuchIsThere) {
               IsRefused("ends early: 50 of " + std::to_string(webp.size()) + " bytes are there"));
   EXPECT_THAT(checkWholeness("icns\0\0\1\0body"s),
               IsRefused("ends early: 12 of 256 bytes are there"));
+  std::string icon = encoded("ICNS");
+  EXPECT_THAT(checkWholeness(icon), IsWhole());
+  icon[icon.size() / 2] = static_cast<char>(icon[icon.size() / 2] ^ 1);
+  EXPECT_THAT(checkWholeness(icon).error, testing::StartsWith("holds a PNG that is damaged: "));
   EXPECT_THAT(checkWholeness("\x8aMNG\r\n\x1a\n\0\0\0\0MENDcrc_"s), IsWhole());
   EXPECT_THAT(checkWholeness("\x8aMNG\r\n\x1a\n\0\0\0\1MEND"s),
               IsRefused("ends early: its end mark is missing"));
   const std::string tga = raw_pictures::tga();
   EXPECT_THAT(checkTGA(tga), IsWhole());
-  EXPECT_THAT(checkTGA(tga.substr(0, 500)), IsRefused("ends early: 500 of 1242 bytes are there"));
+  EXPECT_THAT(checkTGA(with(tga, 14, "\x12")),
+              IsRefused("ends early: 1242 of 1314 bytes are there"));
+  EXPECT_THAT(checkTGA(with(tga, 14, "\x10")),
+              IsWarnedOf("holds 72 bytes more than its size needs"));
+  EXPECT_THAT(checkTGA(with(with(tga, 14, "\x10"), tga.size() - 26, "\x01")), IsWhole());
   EXPECT_THAT(checkTGA(tga.substr(0, 10)),
-              IsRefused("ends early: 10 of 18 bytes of its header are there"));
+              IsRefused("ends early: 10 of 44 bytes of its header are there"));
 }
 
 }  // namespace
