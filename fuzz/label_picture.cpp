@@ -2,7 +2,6 @@
 
 #include "app/dataterm/label_picture.h"
 
-#include <QtGlobal>
 #include <algorithm>
 
 #include "app/dataterm/input_error.h"
@@ -13,11 +12,17 @@ using namespace namespace_ratseg;
 
 namespace {
 
-std::optional<LabelPicture> load(const std::string& file) {
+// warned says whether it was warned of.
+std::optional<LabelPicture> load(const std::string& file, bool& warned) {
   static const fuzz::MemoryFile disk;
   disk.write(file);
   try {
-    return LabelPicture::load(disk.path());
+    LabelPicture::Hooks hooks;
+    hooks.warn = [&warned](const std::string& line) {
+      warned = true;
+      FUZZ_EXPECT(!fuzz::hasControl(line), "a warning is one line without control characters");
+    };
+    return LabelPicture::load(disk.path(), hooks);
   } catch (const InputError& error) {
     FUZZ_EXPECT(!fuzz::hasControl(error.what()), "an error is one line without control characters");
     return {};
@@ -35,16 +40,16 @@ bool fitsPalette(const fuzz::PlainPicture& picture, const std::string& file) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
   const std::string file = fuzz::pictureOf({reinterpret_cast<const char*>(data), size});
   if (fuzz::announcedPixels(file) > std::uint64_t{1} << 16) return 0;
-  const std::optional<LabelPicture> got = load(file);
+  bool warned = false;
+  const std::optional<LabelPicture> got = load(file, warned);
   const std::optional<fuzz::PlainPicture> plain = fuzz::plainPicture(file);
   const bool interlaced = file.size() > 28 && file[28] != 0;
   if (got) {
     FUZZ_EXPECT(got->pixels.size() == got->w * got->h && got->w > 0 && got->h > 0,
                 "there is a number for each pixel");
-    FUZZ_EXPECT(plain.has_value() || interlaced, "only whole pictures are accepted");
+    FUZZ_EXPECT(plain.has_value() || interlaced, "only pictures with all pixels are accepted");
     std::size_t counted = 0;
     for (std::size_t k : got->histogram()) counted += k;
     FUZZ_EXPECT(counted == got->pixels.size(), "the histogram counts each pixel once");
@@ -52,6 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (got && plain) {
     FUZZ_EXPECT(got->w == plain->w && got->h == plain->h, "the size is that of the file");
     FUZZ_EXPECT(got->pixels == plain->pixels, "the numbers are those of the file");
+    FUZZ_EXPECT(plain->right || warned, "what is wrong with a picture is said");
   }
   if (plain && plain->plain && plain->w > 0 && plain->h > 0) {
     FUZZ_EXPECT(got || !fitsPalette(*plain, file), "a whole picture is accepted");

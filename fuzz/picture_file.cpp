@@ -1,15 +1,16 @@
-// Picture files of any format (the first byte: plain_png.h): FileIO::loadImage and what else FileIO
-// says of them.
+// Picture files of any format (the first byte: plain_png.h): FileIO::loadImage and Picture.
 
 #include <QImage>
-#include <QImageReader>
-#include <QString>
 #include <QtGlobal>
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
 
 #include "plain_png.h"
 #include "target.h"
 #include "util/fileio.h"
+#include "util/pictures/complaints.h"
+#include "util/pictures/picture.h"
 #include "util/rgb.h"
 
 using namespace namespace_ratseg;
@@ -17,12 +18,7 @@ using namespace namespace_ratseg;
 namespace {
 
 // Larger pictures would only take time.
-constexpr qint64 kMostPixels = 1 << 16;
-
-bool isSmall(const std::string& path) {
-  const QSize size = QImageReader(QString::fromStdString(path)).size();
-  return qint64{size.width()} * size.height() <= kMostPixels;
-}
+constexpr std::uint64_t kMostPixels = 1 << 16;
 
 // Pixels of 8 bits per channel are the same, whatever they were loaded as.
 void expectPixels(const QImage& image, const RGB* pixels) {
@@ -45,12 +41,35 @@ void expectPixels(const QImage& image, const RGB* pixels) {
   }
 }
 
+// A folder in memory where there is one: files take the place of others there, which files without
+// a folder cannot.
+class Folder {
+ public:
+  Folder() {
+    for (std::string place : {"/dev/shm/fuzz-XXXXXX", "/tmp/fuzz-XXXXXX"}) {
+      if (mkdtemp(place.data()) == nullptr) continue;
+      path_ = place;
+      return;
+    }
+    std::abort();
+  }
+  ~Folder() { std::filesystem::remove_all(path_); }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
 void expectRoundTrip(const QImage& image) {
-  static const fuzz::MemoryFile disk;
+  static const Folder folder;
+  const std::string file = folder.file("saved.png");
   const QImage opaque = image.convertToFormat(QImage::Format_RGB32);
-  FUZZ_EXPECT(FileIO::saveImagePNG(&opaque, disk.path()), "a picture is saved");
+  FUZZ_EXPECT(FileIO::saveImagePNG(&opaque, file), "a picture is saved");
   QImage* loaded = nullptr;
-  FUZZ_EXPECT(FileIO::loadImage(disk.path(), loaded), "a saved picture loads");
+  FUZZ_EXPECT(FileIO::loadImage(file, loaded), "a saved picture loads");
   const std::unique_ptr<QImage> again(loaded);
   FUZZ_EXPECT(again->convertToFormat(QImage::Format_RGB32) == opaque, "and is the same");
 }
@@ -63,8 +82,9 @@ void expectFailure(const std::string& path, const std::string& error) {
   FUZZ_EXPECT(pixels == nullptr && w == -3 && h == -4, "a failure changes nothing");
 }
 
-void expectSuccess(const std::string& path, const QImage& image) {
-  FUZZ_EXPECT(FileIO::imageFormatIsKnown(path), "what loads has a known format");
+void expectSuccess(const std::string& path, const QImage& image, const Picture& picture) {
+  FUZZ_EXPECT(picture.formatIsKnown(), "what loads has a known format");
+  FUZZ_EXPECT(picture.wholeness().error.empty(), "what loads is whole");
   RGB* pixels = nullptr;
   int w = 0, h = 0;
   FUZZ_EXPECT(FileIO::loadImage(path, pixels, w, h, true), "what loads once loads twice");
@@ -81,12 +101,19 @@ void expectSuccess(const std::string& path, const QImage& image) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
   static const fuzz::MemoryFile disk;
-  disk.write(fuzz::pictureOf({reinterpret_cast<const char*>(data), size}));
-  if (!isSmall(disk.path())) return 0;
-  FileIO::imageAsksToBeTurned(disk.path());
-  FileIO::imageHas16Bits(disk.path());
+  const std::string file = fuzz::pictureOf({reinterpret_cast<const char*>(data), size});
+  disk.write(file);
+  // What decoders say is not to be seen.
+  const Complaints complaints;
+  const Picture picture(file, disk.path());
+  if (picture.w() * picture.h() > kMostPixels) return 0;
+  const Wholeness whole = picture.wholeness();
+  FUZZ_EXPECT(!fuzz::hasControl(whole.error + whole.warning), "what is said of it is a line");
+  const auto plain = fuzz::plainPicture(file);
+  if (plain && plain->plain && plain->w > 0 && plain->h > 0) {
+    FUZZ_EXPECT(whole.error.empty(), "a picture with all pixels is whole");
+  }
   QImage* loaded = nullptr;
   std::string error;
   const bool ok = FileIO::loadImage(disk.path(), loaded, &error);
@@ -94,8 +121,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   FUZZ_EXPECT(ok == (image != nullptr), "there is an image where loading succeeds");
   if (!ok) {
     expectFailure(disk.path(), error);
-  } else if (qint64{image->width()} * image->height() <= kMostPixels) {
-    expectSuccess(disk.path(), *image);
+  } else if (std::uint64_t(image->width()) * image->height() <= kMostPixels) {
+    expectSuccess(disk.path(), *image, picture);
   }
   return 0;
 }

@@ -98,8 +98,9 @@ inline std::uint64_t announcedPixels(std::string_view file) {
 struct PlainPicture {
   std::size_t w = 0, h = 0;
   int bits = 0, colourType = 0;
-  std::vector<std::uint8_t> pixels;
-  bool plain = true;  // the file has the chunks IHDR, PLTE, IDAT and IEND alone
+  std::vector<std::uint8_t> pixels = {};
+  bool right = true;  // all checksums are right, and nothing is missing, too much or in disorder
+  bool plain = true;  // right, and the chunks are IHDR, PLTE, IDAT and IEND alone
 };
 
 // What undoing a filter adds to a byte, from the bytes on the left, above, and above on the left.
@@ -140,43 +141,54 @@ inline bool unfilter(std::string& rows, std::size_t stride, std::size_t h) {
   return true;
 }
 
-// Exactly size bytes of a zlib stream, which must end there with the right checksum.
-inline std::optional<std::string> inflated(std::string& stream, std::size_t size) {
+// The first size bytes of a zlib stream; right says whether it ends there, with the right checksum.
+inline std::optional<std::string> inflated(const std::string& stream, std::size_t size,
+                                           bool& right) {
+  z_stream z = {};
+  if (inflateInit(&z) != Z_OK) std::abort();
   std::string out(size + 1, '\0');
-  uLongf got = out.size();
-  uLong used = stream.size();
-  const int status = uncompress2(reinterpret_cast<Bytef*>(out.data()), &got,
-                                 reinterpret_cast<const Bytef*>(stream.data()), &used);
-  if (status != Z_OK || got != size || used != stream.size()) return {};
+  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(stream.data()));
+  z.avail_in = static_cast<uInt>(stream.size());
+  z.next_out = reinterpret_cast<Bytef*>(out.data());
+  z.avail_out = static_cast<uInt>(out.size());
+  const int status = inflate(&z, Z_FINISH);
+  right = status == Z_STREAM_END && z.total_out == size && z.avail_in == 0;
+  const bool enough = z.total_out >= size;
+  inflateEnd(&z);
+  if (!enough) return {};
   out.resize(size);
   return out;
 }
 
-// The pixels of an 8-bit grey or an indexed file that is whole and not interlaced; nothing for all
-// others.
+// The pixels of an 8-bit grey or an indexed file that has them all and is not interlaced; nothing
+// for all others.
 inline std::optional<PlainPicture> plainPicture(std::string_view file) {
   const std::vector<PngChunk> chunks = chunksOf(file);
   if (chunks.empty() || chunks[0].name != "IHDR" || chunks[0].data.size() != 13) return {};
   const std::string& head = chunks[0].data;
-  PlainPicture picture = {bigEndian(head, 0), bigEndian(head, 4), head[8], head[9], {}, true};
+  PlainPicture picture = {bigEndian(head, 0), bigEndian(head, 4), head[8], head[9]};
   const bool indexed = picture.colourType == 3;
   const bool bits = picture.bits == 8 ||
                     (indexed && (picture.bits == 1 || picture.bits == 2 || picture.bits == 4));
   if (!bits || (!indexed && picture.colourType != 0)) return {};
   if (head[10] != 0 || head[11] != 0 || head[12] != 0) return {};
+  if (picture.w == 0 || picture.h == 0) return {};
   std::string stream, order;
+  bool others = false;
   for (const PngChunk& chunk : chunks) {
     const bool critical = (chunk.name[0] & 0x20) == 0;
-    if (critical && !chunk.right) return {};
+    picture.right = picture.right && chunk.right;
+    others = others || !critical;
     if (chunk.name == "IDAT") stream += chunk.data;
-    picture.plain = picture.plain && critical && chunk.right;
-    if (order.empty() || order.substr(order.size() - 4) != chunk.name) order += chunk.name;
+    if (critical && !order.ends_with(chunk.name)) order += chunk.name;
   }
-  picture.plain = picture.plain && order == (indexed ? "IHDRPLTEIDATIEND" : "IHDRIDATIEND");
-  if (chunks.back().name != "IEND") return {};
+  bool right = false;
   const std::size_t stride = (picture.w * static_cast<std::size_t>(picture.bits) + 7) / 8;
-  std::optional<std::string> rows = inflated(stream, (stride + 1) * picture.h);
+  std::optional<std::string> rows = inflated(stream, (stride + 1) * picture.h, right);
   if (!rows || !unfilter(*rows, stride, picture.h)) return {};
+  picture.right =
+      picture.right && right && order == (indexed ? "IHDRPLTEIDATIEND" : "IHDRIDATIEND");
+  picture.plain = picture.right && !others;
   const std::size_t perByte = 8 / static_cast<std::size_t>(picture.bits);
   for (std::size_t y = 0; y < picture.h; ++y) {
     for (std::size_t x = 0; x < picture.w; ++x) {

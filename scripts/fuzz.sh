@@ -54,7 +54,9 @@ look() {
 # What an input breaks, in a line; nothing where it breaks nothing (any more).
 broken_by() {
   local log
-  if log=$(timeout 60 "$work/fuzz-bin/fuzz_$1" "$2" 2>&1); then return 0; fi
+  if log=$(timeout 60 "$work/fuzz-bin/fuzz_$1" -artifact_prefix="$work/log/" "$2" 2>&1); then
+    return 0
+  fi
   grep -a -m 1 -o -E 'broken: .*|runtime error: .*|ERROR: (AddressSanitizer|LeakSanitizer): [a-z-]*' \
     <<<"$log" || echo "status other than 0, or more than 60 s"
 }

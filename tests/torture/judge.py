@@ -11,24 +11,29 @@ def whole_files(program, folder, versions):
     """Each result is there and is the old or the new one, to the byte. Which ones are new."""
     faults, new = [], set()
     for name in program.results:
-        path = Path(folder) / name
-        try:
-            found = path.read_bytes()
-        except OSError:
-            faults.append(("result lost", name))
-            continue
         old_bytes, new_bytes = versions[name]
+        try:
+            found = (Path(folder) / name).read_bytes()
+        except OSError:
+            if old_bytes is not None:
+                faults.append(("result lost", name))
+            continue
         if found == new_bytes:
             new.add(name)
         elif found != old_bytes:
             faults.append(("result torn", f"{name}: {len(found)} bytes, neither the "
-                           f"{len(old_bytes)} of before nor the {len(new_bytes)} of now"))
+                           f"{len(old_bytes or b'')} of before nor the {len(new_bytes)} of now"))
     return faults, new
 
 
 def leftovers(program, folder, others=()):
     known = {*program.results, *others}
     return sorted(p.name for p in Path(folder).iterdir() if p.name not in known)
+
+
+def leftover_faults(program, folder, others=()):
+    left = leftovers(program, folder, others)
+    return [("leftover", f"{len(left)}: {', '.join(left[:3])}")] if left else []
 
 
 def has_error_line(run):
@@ -57,9 +62,9 @@ def ending(program, run):
     if run.hung:
         return [("hang", "no end")]
     if run.status < 0:
-        name = signal.Signals(-run.status).name
+        kind = f"died of {signal.Signals(-run.status).name}"
         last = run.err.strip().splitlines()[-1:] or [""]
-        return [(f"died of {name}", last[0])]
+        return [(kind + (" after an ERROR line" if has_error_line(run) else ""), last[0])]
     faults = []
     if run.status not in program.statuses:
         faults.append((f"status {run.status}", run.err.strip()[-200:]))
@@ -74,7 +79,7 @@ def judge(program, folder, versions, run, others=()):
     faults += ending(program, run)
     if not run.hung and run.status >= 0:
         faults += reports(program, run, new)
-    faults += [("leftover", name) for name in leftovers(program, folder, others)]
+    faults += leftover_faults(program, folder, others)
     if run.status >= 0:
         faults += [("foreign line", line) for line in foreign_lines(program, run.err)[:1]]
     return faults
@@ -91,5 +96,5 @@ def judge_killed(program, folder, versions, run, signal_number):
         if program.says_saved and named(run, "Saved", name) and name not in new:
             faults.append(("Saved, but is not", name))
     if signal_number != signal.SIGKILL:
-        faults += [("leftover", name) for name in leftovers(program, folder)]
+        faults += leftover_faults(program, folder)
     return faults

@@ -1,12 +1,12 @@
 """Two runs with the same results at the same time: the files are all of one of them."""
 
 from programs import finish
-from judge import has_error_line, leftovers
+from judge import has_error_line, leftover_faults
 
 
 def faults_of(bench, program, folder, runs):
-    versions = bench.versions(program)
-    faults = [("leftover", name) for name in leftovers(program, folder)]
+    versions = bench.made(program)
+    faults = leftover_faults(program, folder)
     owners = {}
     for name in program.results:
         try:

@@ -168,6 +168,7 @@ def stage(bench, report, options):
             report.add((program.name, place, "-"), faults,
                        f"places --program {program.name} --call '{place}'")
 
-    report.each(attempt, [(program, place) for program in options.programs if program.results
+    report.each(attempt, [(program, place) for program in options.programs
+                          if program.results and program.overwrites
                           for place in PLACES
                           if not options.call_given or place in options.calls])

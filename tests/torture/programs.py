@@ -26,6 +26,7 @@ class Program:
     messages: str = r"ERROR|    "  # how a line on standard error begins
     statuses: tuple = (0, 1)
     quiet: tuple = ()  # statuses beside 0 that need no ERROR line
+    overwrites: bool = True  # otherwise it refuses to, and runs where there are no results yet
     slow: bool = False  # of a size of its own; the short form leaves most runs of it out
 
 
@@ -45,7 +46,7 @@ PROGRAMS = (
         ("dataterm.gz", "proportions.txt"),
         messages=r"ERROR|    |ratseg: |ratseg-dataterm: "),
     Program("make_micrograph", (".", "{seed}"), ("image.png", "truth.png", "scribbles.png"),
-            says_saved=False, slow=True),
+            says_saved=False, overwrites=False, slow=True),
     Program(
         "compare_labelings",
         ("-truth", "{in}/truth.png", "-scribbles", "{in}/scribbles.png", "-labelings",
@@ -88,8 +89,8 @@ class Bench:
         words = [word.format(**values) for word in program.arguments]
         return [str(self.path_of(program)), *words]
 
-    def versions(self, program):
-        """For each result its old and its new bytes."""
+    def made(self, program):
+        """For each result its bytes of the old problem and of the new one."""
         if program.name not in self.results:
             made = {}
             for which in ("old", "new"):
@@ -103,10 +104,16 @@ class Bench:
                                           for name in program.results}
         return self.results[program.name]
 
+    def versions(self, program):
+        """For each result its bytes before a run, None for no file, and after it."""
+        return {name: (old if program.overwrites else None, new)
+                for name, (old, new) in self.made(program).items()}
+
     def fill(self, program, folder):
         """Puts the old results into a folder."""
         for name, (old, _) in self.versions(program).items():
-            (Path(folder) / name).write_bytes(old)
+            if old is not None:
+                (Path(folder) / name).write_bytes(old)
 
     @contextlib.contextmanager
     def fresh(self, program, label):

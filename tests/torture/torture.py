@@ -129,7 +129,7 @@ def main():
         os.chmod(folder, 0o755)  # Some runs are another user's.
         bench = Bench(folder, options.bin, options.tools)
         for program in options.programs:
-            bench.versions(program)
+            bench.made(program)
         for stage in options.stages:
             STAGES[stage](bench, report, options)
     report.print_table()
