@@ -2,10 +2,12 @@
 // RATSEG_HOST_PEER, RATSEG_HOST_MEMORY, RATSEG_DEVICE, RATSEG_ISA and those of the strips.
 
 #include <charconv>
+#include <iostream>
 #include <optional>
 
 #include "algorithms/rat_segments/alg/host_isa.h"
 #include "algorithms/rat_segments/alg/strip_sweep.h"
+#include "device/console.h"
 #include "device/host/host_config.h"
 #include "device/selection.h"
 #include "exit_throws.h"
@@ -74,9 +76,21 @@ void tryIsa(const std::string& value) {
   }
 }
 
+// One that ends by an exception.
+class ThrowingConsole final : public Console {
+ public:
+  std::ostream& out() override { return std::cout; }
+  std::ostream& error() override { return std::cerr; }
+
+ private:
+  void doEnd() override { throw fuzz::Ended{1}; }
+};
+
 void tryStrips(const char* name, const std::string& value, bool known) {
   const Variable variable(name, value);
   const fuzz::Captured captured;
+  ThrowingConsole console;
+  const ConsoleScope scope(console);
   bool ok = true;
   try {
     stripWishFromEnvironment();
