@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # scripts/fuzz.sh [MINUTES] [TARGET...]: builds the fuzz targets of fuzz/ with clang's libFuzzer and
 # sanitizers (preset "fuzz") and lets each, or those that are named, look for MINUTES (5) for inputs
-# at which a parser breaks its promises; as many at a time as there are cores, with the lowest
+# at which a parser breaks its promises; as many at a time as there are cores (or JOBS), with the lowest
 # priority. Prints for each target the inputs tried, the edges reached and what was found; ends with
 # status 1 if anything was.
 #
@@ -14,7 +14,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 source "$(dirname "${BASH_SOURCE[0]}")/tools.sh"
 
 most_files=60
-cores=$(nproc)
+cores=${JOBS:-$(nproc)}
 most_bytes=100000
 minutes=5
 if [[ ${1-} =~ ^[0-9]+$ ]]; then
