@@ -7,6 +7,7 @@
 
 #include "device/console.h"
 #include "device/cuda/cuda_backend.h"
+#include "device/quoted.h"
 #include "device/selection.h"
 
 namespace namespace_ratseg {
@@ -111,8 +112,8 @@ unsigned wished(const char* variable, const char* expected, Allowed&& allowed) {
   const bool digits = word.find_first_not_of("0123456789") == std::string::npos;
   const unsigned value = digits && word.size() <= 3 ? static_cast<unsigned>(std::stoi(word)) : 0;
   if (allowed(value)) return value;
-  console().error() << "ERROR: " << variable << " must be " << expected << ", but is \"" << word
-                    << "\"" << std::endl;
+  console().error() << "ERROR: " << variable << " must be " << expected << ", but is "
+                    << inQuotes(word) << std::endl;
   console().end();
 }
 
