@@ -140,11 +140,11 @@ int run(int argc, const char* const* argv) {
 }  // namespace namespace_ratseg
 
 int main(int argc, char** argv) {
-  namespace_ratseg::setProgramName("compare_labelings");
   namespace_ratseg::prepareProcess(STDERR_FILENO);
   // What Qt says of plugins that it cannot open is not for the user.
   qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
   try {
+    namespace_ratseg::setProgramName("compare_labelings");
     return namespace_ratseg::run(argc, argv);
   } catch (const std::bad_alloc&) {
     namespace_ratseg::endForLackOfMemory();

@@ -120,11 +120,11 @@ int run(int argc, char** argv) {
 }  // namespace namespace_ratseg
 
 int main(int argc, char** argv) {
-  namespace_ratseg::setProgramName("make_micrograph");
   namespace_ratseg::prepareProcess(STDERR_FILENO);
   // What Qt says of plugins that it cannot open is not for the user.
   qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
   try {
+    namespace_ratseg::setProgramName("make_micrograph");
     return namespace_ratseg::run(argc, argv);
   } catch (const std::bad_alloc&) {
     namespace_ratseg::endForLackOfMemory();
