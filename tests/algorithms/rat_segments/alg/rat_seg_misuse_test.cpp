@@ -428,6 +428,18 @@ TEST(CallsThatComeTwice, RunGoesOnWhereItEnded) {
   s.solver.free();
 }
 
+TEST(RefusedRun, HasNoIterations) {
+  const HostMachine machine;
+  Solver s;
+  outputOf([&] { s.allocAndSetUp(); });
+  s.solver.run();
+  EXPECT_EQ(s.solver.getStatistics().iterations, s.p.par.Nsteps);
+  s.solver.getParams().mu = kNaN;
+  outputOf([&] { s.solver.run(); });
+  EXPECT_EQ(s.solver.getStatistics().iterations, 0u);
+  s.solver.free();
+}
+
 // Bands of one device are computed as bands of two.
 TEST(DeviceThatIsGivenTwice, HasTwoBands) {
   const HostMachine machine(hostConfig(2));
