@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "algorithms/rat_segments/alg/host_engine.h"
+#include "algorithms/rat_segments/alg/fused_host/host_engine.h"
 #include "support/solver_problem.h"
 
 namespace namespace_ratseg {

@@ -8,7 +8,7 @@
 #include <limits>
 #include <string>
 
-#include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
+#include "algorithms/rat_segments/alg/plain/checked_steps.h"
 #include "device/console.h"
 #include "device/runtime.h"
 #include "util/cudautil.h"

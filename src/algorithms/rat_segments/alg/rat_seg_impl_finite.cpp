@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/plain/checked_steps.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
-#include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
 #include "device/host/host_launch.h"
 #include "device/runtime.h"
 #include "device/selection.h"

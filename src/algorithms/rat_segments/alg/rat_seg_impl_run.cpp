@@ -9,12 +9,12 @@
 #include <optional>
 #include <vector>
 
-#include "algorithms/rat_segments/alg/certifier.h"
-#include "algorithms/rat_segments/alg/host_engine.h"
+#include "algorithms/rat_segments/alg/certificate/certifier.h"
+#include "algorithms/rat_segments/alg/fused_host/host_engine.h"
+#include "algorithms/rat_segments/alg/plain/checked_steps.h"
+#include "algorithms/rat_segments/alg/plain/rat_seg_launch.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
-#include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
-#include "algorithms/rat_segments/alg/rat_seg_kernels.h"
-#include "algorithms/rat_segments/alg/strip_engine.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_engine.h"
 #include "device/console.h"
 #include "device/runtime.h"
 #include "device/selection.h"

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "algorithms/rat_segments/alg/strip_engine.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_engine.h"
 #include "device/runtime.h"
 #include "support/environment.h"
 #include "support/forwarding_backend.h"
