@@ -9,6 +9,7 @@
 #include <string>
 
 #include "algorithms/rat_segments/alg/plain/checked_steps.h"
+#include "algorithms/rat_segments/alg/plain/plain_steps.h"
 #include "device/console.h"
 #include "device/runtime.h"
 #include "util/cudautil.h"
@@ -286,33 +287,9 @@ bool RatSegImpl::sizesHold(const char* method) const {
   return false;
 }
 
-void RatSegImpl::select(int d, unsigned long line) {
-  cudaSetDevice(dev[d]);
-  check(line);
-}
-
-// Selects device d of the list for work that reads the memory of device other: it starts when what
-// other has queued so far is done. The host does not wait.
-void RatSegImpl::selectAfter(int d, int other, unsigned long line) {
-  if (dev[d] != dev[other]) {
-    select(other, line);
-    cudaEventRecord(arrays[other].queued);
-    check(line);
-    select(d, line);
-    cudaStreamWaitEvent(0, arrays[other].queued);
-    check(line);
-    return;
-  }
-  select(d, line);
-}
-
-void RatSegImpl::deviceSynchronizeAll() {
-  for (int d = 0; d < bands(); ++d) {
-    select(d, __LINE__);
-    cudaDeviceSynchronize();
-    check(__LINE__);
-  }
-}
+void RatSegImpl::copyExtraRegions_p() { PlainSteps(*this).copyExtraRegions_p(); }
+void RatSegImpl::copyExtraRegions_u() { PlainSteps(*this).copyExtraRegions_u(); }
+void RatSegImpl::computeSumU__save_on_gpu0() { PlainSteps(*this).computeSumU__save_on_gpu0(); }
 
 float RatSegImpl::energy_gap(float* ep0, float* ed0) {
   if (ep0 != nullptr) *ep0 = 0.0f;

@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "algorithms/rat_segments/alg/certificate/certificate_kernels.h"
-#include "algorithms/rat_segments/alg/rat_seg.h"
+#include "algorithms/rat_segments/alg/params.h"
 
 namespace namespace_ratseg {
 

@@ -32,7 +32,7 @@ Values toHost(const cudaarray<float>& array) {
   return {values.begin(), values.end()};
 }
 
-SharePrior priorOf(const RatSegImpl& solver) {
+SharePrior priorOf(const SolverState& solver) {
   const gpudata& g = solver.arrays[0];
   SharePrior prior;
   prior.kind = solver.par.kind_prior;
@@ -50,7 +50,7 @@ SharePrior priorOf(const RatSegImpl& solver) {
 
 }  // namespace
 
-Certifier::Certifier(RatSegImpl& solver) : solver_(solver), prior_(priorOf(solver)) {
+Certifier::Certifier(SolverState& solver) : solver_(solver), prior_(priorOf(solver)) {
   const std::size_t n = solver.par.n;
   const std::size_t wanted = backend().isHost() ? kRowsOnHost : kRowsOnGpu;
   bands_.resize(static_cast<std::size_t>(solver.bands()));

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "algorithms/rat_segments/alg/certificate/certificate.h"
-#include "algorithms/rat_segments/alg/rat_seg_impl.h"
+#include "algorithms/rat_segments/alg/plain/solver_state.h"
 #include "util/cudaarray.h"
 
 namespace namespace_ratseg {
@@ -18,7 +18,7 @@ namespace namespace_ratseg {
 class Certifier {
  public:
   // Allocates the parts' sums on each device; solver must outlive the certifier.
-  explicit Certifier(RatSegImpl& solver);
+  explicit Certifier(SolverState& solver);
 
   // Iterations from iteration step on up to the next check, at least 1: there is one after every
   // certifyModulo iterations, and after the last. The accelerated iteration, which may be done
@@ -40,7 +40,7 @@ class Certifier {
   void launch(int d);
   ShareDuals gather(std::vector<double>& sums);
 
-  RatSegImpl& solver_;
+  SolverState& solver_;
   SharePrior prior_;
   std::size_t checked_ = 0;  // iterations before the last check
   std::vector<Band> bands_;

@@ -37,7 +37,7 @@ void convertRows(gpudata& g, std::size_t w, std::size_t n, Convert&& convert) {
 
 }  // namespace
 
-bool HostEngine::canRun(const RatSegImpl& solver) {
+bool HostEngine::canRun(const SolverState& solver) {
   if (!backend().isHost()) return false;
   for (int d = 1; d < solver.bands(); ++d) {
     if (!solver.canAccess(d, d - 1) || !solver.canAccess(d - 1, d)) return false;
@@ -46,8 +46,8 @@ bool HostEngine::canRun(const RatSegImpl& solver) {
   return true;
 }
 
-HostEngine::HostEngine(RatSegImpl& solver, const HostSweep& sweep)
-    : solver_(solver), sweep_(sweep) {
+HostEngine::HostEngine(SolverState& solver, const StepSizes& sizes, const HostSweep& sweep)
+    : solver_(solver), plain_(solver), sizes_(sizes), sweep_(sweep) {
   const Params& par = solver.par;
   const auto count = static_cast<std::size_t>(solver.bands());
   const auto threads = static_cast<std::size_t>(hostThreads());
@@ -136,15 +136,15 @@ void HostEngine::gatherSums() {
   }
 }
 
-void HostEngine::prepareBands(float tau, float sigma, float theta_bar) {
+void HostEngine::prepareBands() {
   const Params& par = solver_.par;
   const float pixels = static_cast<float>(par.w * par.h);
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     SweepBand& b = bands_[d];
     b.lambda = par.lambda;
-    b.dualStep = sigma / 2.0f;
-    b.primalStep = tau / (solver_.constGamma / pixels + 4.0f);
-    b.theta_bar = theta_bar;
+    b.dualStep = sizes_.sigma / 2.0f;
+    b.primalStep = sizes_.tau / (solver_.constGamma / pixels + 4.0f);
+    b.theta_bar = kThetaBar;
     const float* gamma = solver_.arrays[d].gamma;
     for (std::size_t i = 0; i < par.n; ++i) {
       coupling_[d][i] = gamma[i] * solver_.constGamma / pixels;
@@ -152,16 +152,20 @@ void HostEngine::prepareBands(float tau, float sigma, float theta_bar) {
   }
 }
 
-void HostEngine::step(float tau, float sigma, float theta_bar) {
+void HostEngine::advance(std::size_t count) {
+  for (std::size_t k = 0; k < count; ++k) step();
+}
+
+void HostEngine::step() {
   gatherSums();
-  solver_.updateShares(tau, sigma);
-  prepareBands(tau, sigma, theta_bar);
+  plain_.updateShares(sizes_.tau, sizes_.sigma);
+  prepareBands();
   const auto edges = [&](std::size_t k) {
     const FlushDenormals flush;
     sweep_.dualRow(bands_[pieces_[k].band], pieces_[k].last, scratch());
   };
   const auto exchange = [&] {
-    solver_.copyExtraRegions_p();
+    plain_.copyExtraRegions_p();
     admitLaunches("ratseg_sweep");
   };
   const auto sweep = [&](std::size_t k) {
@@ -175,7 +179,7 @@ void HostEngine::step(float tau, float sigma, float theta_bar) {
   };
   admitLaunches("ratseg_sweep_edges");
   parallelForInTwoParts(pieces_.size(), work(), edges, exchange, sweep);
-  solver_.copyExtraRegions_u();
+  plain_.copyExtraRegions_u();
 }
 
 }  // namespace namespace_ratseg

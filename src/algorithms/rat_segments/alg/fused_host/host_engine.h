@@ -4,8 +4,9 @@
 #include <cstddef>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/engine.h"
 #include "algorithms/rat_segments/alg/fused_host/host_sweep.h"
-#include "algorithms/rat_segments/alg/rat_seg_impl.h"
+#include "algorithms/rat_segments/alg/plain/plain_steps.h"
 
 namespace namespace_ratseg {
 
@@ -18,24 +19,21 @@ namespace namespace_ratseg {
 // the piece below needs them; then each thread sweeps its piece, and each row takes its dual and
 // its primal step. A row's dual step reads u_bar of the row below, which has not taken its primal
 // step yet.
-class HostEngine {
+class HostEngine final : public Engine {
  public:
   // Whether the current backend and the bands allow the engine: the host, and peer access between
   // all neighbours (without it boundary rows are moved by the copy engine, whose rows differ).
-  static bool canRun(const RatSegImpl& solver);
+  static bool canRun(const SolverState& solver);
 
   // Takes the solver's arrays over: while the engine has them, the rows of p are split.
-  explicit HostEngine(RatSegImpl& solver, const HostSweep& sweep = hostSweep());
-  ~HostEngine();
+  HostEngine(SolverState& solver, const StepSizes& sizes, const HostSweep& sweep = hostSweep());
+  ~HostEngine() override;
   HostEngine(const HostEngine&) = delete;
   HostEngine& operator=(const HostEngine&) = delete;
 
-  // Hands the arrays over to others, whole, and takes them back. No step in between.
-  void handOver();
-  void takeOver();
-
-  // One iteration with the primal step tau, the dual step sigma and the over-relaxation theta_bar.
-  void step(float tau, float sigma, float theta_bar);
+  void advance(std::size_t count) override;
+  void handOver() override;
+  void takeOver() override;
 
  private:
   // A piece of a band's rows that one thread sweeps.
@@ -43,13 +41,16 @@ class HostEngine {
     std::size_t band, first, last;
   };
 
+  void step();
   void gatherSums();
-  void prepareBands(float tau, float sigma, float theta_bar);
+  void prepareBands();
   void admitLaunches(const char* name);
   std::size_t work() const;
   float* scratch() const;  // the calling thread's, for the sweep
 
-  RatSegImpl& solver_;
+  SolverState& solver_;
+  PlainSteps plain_;
+  StepSizes sizes_;
   bool hasArrays_ = false;
   const HostSweep& sweep_;
   std::vector<SweepBand> bands_;

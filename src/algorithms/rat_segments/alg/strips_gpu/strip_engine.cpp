@@ -30,7 +30,7 @@ std::size_t freeMemory() {
 
 }  // namespace
 
-bool StripEngine::canRun(const RatSegImpl& solver) {
+bool StripEngine::canRun(const SolverState& solver) {
   for (int d = 0; d < solver.bands(); ++d) {
     cudaDeviceProp device;
     cudaGetDeviceProperties(&device, solver.dev[d]);
@@ -43,20 +43,20 @@ bool StripEngine::canRun(const RatSegImpl& solver) {
   return true;
 }
 
-std::unique_ptr<StripEngine> StripEngine::make(RatSegImpl& solver, float tau, float sigma,
-                                               float theta_bar, const StripWish& wish) {
-  std::unique_ptr<StripEngine> engine(new StripEngine(solver, tau, sigma, theta_bar));
+std::unique_ptr<StripEngine> StripEngine::make(SolverState& solver, const StepSizes& sizes,
+                                               const StripWish& wish) {
+  std::unique_ptr<StripEngine> engine(new StripEngine(solver, sizes));
   if (!engine->allocate(wish)) return nullptr;
   engine->createQueues();
   engine->takeOver();
   return engine;
 }
 
-StripEngine::StripEngine(RatSegImpl& solver, float tau, float sigma, float theta_bar)
+StripEngine::StripEngine(SolverState& solver, const StepSizes& sizes)
     : solver_(solver),
-      tau_(tau),
-      sigma_(sigma),
-      theta_bar_(theta_bar),
+      plain_(solver),
+      tau_(sizes.tau),
+      sigma_(sizes.sigma),
       bands_(static_cast<std::size_t>(solver.bands())) {}
 
 void StripEngine::select(std::size_t d) {
@@ -136,7 +136,7 @@ void StripEngine::createQueues() {
 // u_bar.
 void StripEngine::takeOver() {
   solver_.constAlpha = solver_.constAlphaOfPrior();
-  solver_.computeSumU__save_on_gpu0();
+  plain_.computeSumU__save_on_gpu0();
   fillHaloOfU();
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     gpudata& g = solver_.arrays[d];
@@ -201,7 +201,7 @@ StripEngine::~StripEngine() {
 }
 
 LaunchShape StripEngine::perLabel(cudaStream_t stream) const {
-  LaunchShape shape = solver_.perLabel();
+  LaunchShape shape = plain_.perLabel();
   shape.stream = stream;
   return shape;
 }
@@ -218,10 +218,10 @@ void StripEngine::nextGamma(std::size_t parity) {
   Band& b = bands_[0];
   select(0);
   if (solver_.accelerates()) {
-    solver_.launchExactShares(b.stream,
-                              {b.a[1 - parity], b.gamma[1 - parity], b.a[parity], b.a[parity],
-                               b.gamma[parity], b.alpha[parity], b.beta[parity], b.sum[parity]},
-                              4.0f * sigma_);
+    plain_.launchExactShares(b.stream,
+                             {b.a[1 - parity], b.gamma[1 - parity], b.a[parity], b.a[parity],
+                              b.gamma[parity], b.alpha[parity], b.beta[parity], b.sum[parity]},
+                             4.0f * sigma_);
   } else {
     const Params& par = solver_.par;
     copyLabels(b.stream, b.gamma[parity], b.gamma[1 - parity]);

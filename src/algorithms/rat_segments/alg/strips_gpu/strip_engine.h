@@ -6,7 +6,8 @@
 #include <memory>
 #include <vector>
 
-#include "algorithms/rat_segments/alg/rat_seg_impl.h"
+#include "algorithms/rat_segments/alg/engine.h"
+#include "algorithms/rat_segments/alg/plain/plain_steps.h"
 #include "algorithms/rat_segments/alg/strips_gpu/strip_launch.h"
 
 namespace namespace_ratseg {
@@ -27,41 +28,41 @@ namespace namespace_ratseg {
 //
 // With the exact step of the shares (math.md, section 12) a second kernel takes that step, and the
 // shares of the next iteration are known beside its multipliers.
-class StripEngine {
+class StripEngine final : public Engine {
  public:
   // Whether the bands allow the engine: peer access between all that exchange anything (without it
   // boundary rows are moved by the copy engine, whose rows differ), planes of less than 2^31
   // elements, and no more labels than a block has threads.
-  static bool canRun(const RatSegImpl& solver);
+  static bool canRun(const SolverState& solver);
 
   // Takes the solver's arrays over until it is destroyed; null when a device has no room for the
   // second arrays and 64 MiB for what comes after them.
-  static std::unique_ptr<StripEngine> make(RatSegImpl& solver, float tau, float sigma,
-                                           float theta_bar, const StripWish& wish = {});
-  ~StripEngine();
+  static std::unique_ptr<StripEngine> make(SolverState& solver, const StepSizes& sizes,
+                                           const StripWish& wish = {});
+  ~StripEngine() override;
   StripEngine(const StripEngine&) = delete;
   StripEngine& operator=(const StripEngine&) = delete;
 
   // At most this many iterations are queued at a time.
   static constexpr std::size_t kStepsAtOnce = 24;
 
-  // Steps from this one on that run() may queue at once: up to the next one that reports.
+  // Up to the next iteration that reports.
   static std::size_t stepsAhead(const Params& par, std::size_t step);
+  std::size_t stepsAhead(std::size_t step) const override { return stepsAhead(solver_.par, step); }
 
   // Queues count iterations, at most kStepsAtOnce. The host waits only for recordings before the
   // last two, so that a run that is to stop has little left to do.
-  void advance(std::size_t count);
+  void advance(std::size_t count) override;
 
-  // Hands the arrays over to others, whole, and takes them back. No step in between.
-  void handOver();
-  void takeOver();
+  void handOver() override;
+  void takeOver() override;
 
   // Whether the last kStepsAtOnce iterations that were queued at once were a recorded graph.
   bool replayed() const { return replayed_; }
 
   // Brings gamma of all devices and sum_u of device 0 up to date, behind what is queued, and with
   // the exact step of the shares a, a_bar, alpha and beta, which otherwise always are.
-  void publish();
+  void publish() override;
 
  private:
   // Between two calls all that the bands' queues hold comes before the end of band 0's first one.
@@ -87,7 +88,7 @@ class StripEngine {
     cudaEvent_t mark = nullptr, edge = nullptr, first = nullptr;
   };
 
-  StripEngine(RatSegImpl& solver, float tau, float sigma, float theta_bar);
+  StripEngine(SolverState& solver, const StepSizes& sizes);
   bool allocate(const StripWish& wish);
   void fillHaloOfU();
   void createQueues();
@@ -123,8 +124,9 @@ class StripEngine {
   void gatherSums();
   void nextGamma(std::size_t parity);
 
-  RatSegImpl& solver_;
-  float tau_, sigma_, theta_bar_;
+  SolverState& solver_;
+  PlainSteps plain_;
+  float tau_, sigma_, theta_bar_ = kThetaBar;
   std::vector<Band> bands_;
   std::array<std::unique_ptr<StripReplay>, kPhases> replays_;
   std::array<cudaEvent_t, 2> ends_ = {};  // of the last two recordings that were queued

@@ -17,7 +17,7 @@
 #include <type_traits>
 
 #include "algorithms/rat_segments/alg/kernels/prior_kernels.h"
-#include "algorithms/rat_segments/alg/rat_seg.h"
+#include "algorithms/rat_segments/alg/params.h"
 #include "algorithms/rat_segments/alg/strips_gpu/strip_launch.h"
 #include "device/types.h"
 

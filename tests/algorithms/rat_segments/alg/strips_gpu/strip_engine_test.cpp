@@ -40,7 +40,7 @@ void chooseWeight(RatSegImpl& solver) {
 
 std::unique_ptr<StripEngine> makeEngine(RatSegImpl& solver, const StripWish& wish = {}) {
   const float tau = solver.par.dt_multiplier;
-  return StripEngine::make(solver, tau, 1.0f / tau, 1.0f, wish);
+  return StripEngine::make(solver, {tau, 1.0f / tau}, wish);
 }
 
 // With the steps that the run takes.
@@ -227,7 +227,7 @@ TEST(StripEngine, PublishesTheSharesOfAnAcceleratedRunInBetween) {
   setUp(solver, p);
   chooseWeight(solver);
   const float dt = 2.0f * p.par.dt_multiplier / p.par.lambda;
-  const auto engine = StripEngine::make(solver, 1.25f * dt, 1.0f / dt, 1.0f);
+  const auto engine = StripEngine::make(solver, {1.25f * dt, 1.0f / dt});
   for (const std::size_t steps : {5u, 3u}) {
     engine->advance(steps);
     engine->publish();
