@@ -1,6 +1,8 @@
 // Prints how well labelings of ratseg do beside the true labels, and puts them side by side into
 // one picture.
 
+#include <unistd.h>
+
 #include <QImage>
 #include <QPainter>
 #include <QtGlobal>
@@ -8,12 +10,14 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "app/dataterm/input_error.h"
 #include "app/dataterm/label_picture.h"
 #include "app/dataterm/scribble_problem.h"
+#include "app/process.h"
 #include "app/result_files.h"
 #include "labeling_scores.h"
 #include "util/cmd.h"
@@ -134,8 +138,11 @@ int run(int argc, const char* const* argv) {
 }  // namespace namespace_ratseg
 
 int main(int argc, char** argv) {
+  namespace_ratseg::prepareProcess(STDERR_FILENO);
   try {
     return namespace_ratseg::run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    namespace_ratseg::endForLackOfMemory();
   } catch (const std::exception& e) {
     std::cerr << "ERROR: " << e.what() << std::endl;
     return 1;

@@ -3,6 +3,8 @@
 // pictures whose colours are only for the eye. Where one of the files is another picture than the
 // one that would be drawn, nothing is written: scribbles may have been drawn into it by hand.
 
+#include <unistd.h>
+
 #include <QImage>
 #include <algorithm>
 #include <charconv>
@@ -11,12 +13,15 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "app/process.h"
 #include "app/result_files.h"
 #include "micrograph.h"
+#include "util/file_replacement.h"
 #include "util/fileio.h"
 
 namespace namespace_ratseg {
@@ -34,12 +39,6 @@ void copyPixels(const std::vector<std::uint8_t>& pixels, QImage& image) {
 QRgb toQRgb(const RGB& c) {
   return qRgb(static_cast<int>(c.x * 255), static_cast<int>(c.y * 255),
               static_cast<int>(c.z * 255));
-}
-
-bool save(const QImage& image, const std::string& file) {
-  const bool ok = FileIO::saveImagePNG(&image, file);
-  if (!ok) std::cerr << "ERROR: " << file << ": cannot be written" << std::endl;
-  return ok;
 }
 
 struct Picture {
@@ -64,8 +63,23 @@ bool saveAll(const std::vector<Picture>& pictures) {
               << ": is another picture than the one to be drawn; nothing is written" << std::endl;
     return false;
   }
-  return std::all_of(pictures.begin(), pictures.end(),
-                     [](const Picture& picture) { return save(picture.image, picture.file); });
+  std::vector<std::unique_ptr<FileReplacement>> files;
+  std::vector<FileReplacement*> made;
+  const auto fails = [](const Picture& picture, const std::string& reason) {
+    std::cerr << "ERROR: " << picture.file << ": cannot be written: " << reason << std::endl;
+    return false;
+  };
+  for (const Picture& picture : pictures) {
+    files.push_back(std::make_unique<FileReplacement>(picture.file));
+    made.push_back(files.back().get());
+    std::string reason;
+    if (!FileIO::makeImagePNG(*made.back(), picture.image, &reason)) return fails(picture, reason);
+  }
+  const std::vector<int> errors = finishTogether(made);
+  for (std::size_t k = 0; k < errors.size(); ++k) {
+    if (errors[k] != 0) return fails(pictures[k], textOfErrno(errors[k]));
+  }
+  return true;
 }
 
 std::vector<Picture> picturesOf(const Micrograph& m, const std::string& folder) {
@@ -102,4 +116,11 @@ int run(int argc, char** argv) {
 }  // namespace
 }  // namespace namespace_ratseg
 
-int main(int argc, char** argv) { return namespace_ratseg::run(argc, argv); }
+int main(int argc, char** argv) {
+  namespace_ratseg::prepareProcess(STDERR_FILENO);
+  try {
+    return namespace_ratseg::run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    namespace_ratseg::endForLackOfMemory();
+  }
+}

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -72,13 +71,6 @@ bool warnIfUnreadable(const std::string& file) {
     return false;
   }
   return true;
-}
-
-std::string inQuotes(const std::string& text, std::size_t longest) {
-  std::string shown = text.substr(0, longest);
-  const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; };
-  std::replace_if(shown.begin(), shown.end(), isControl, '?');
-  return "\"" + shown + (text.size() > longest ? "...\"" : "\"");
 }
 
 }  // namespace namespace_ratseg

@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <string>
 
+#include "device/quoted.h"
+
 namespace namespace_ratseg {
 
 // Prints the message as a line on standard output and ends the process with status 1.
@@ -36,9 +38,6 @@ std::string warningsAreErrors();
 // Warns of a file that does not exist, may not be read or is a folder. False, with nothing said,
 // when it is none of these.
 bool warnIfUnreadable(const std::string& file);
-
-// Text in double quotes, fit for a line: cut after so many bytes and without control characters.
-std::string inQuotes(const std::string& text, std::size_t longest = 60);
 
 }  // namespace namespace_ratseg
 

@@ -10,6 +10,7 @@
 
 #include "device/cuda/cuda_backend.h"
 #include "device/host/host_backend.h"
+#include "device/quoted.h"
 
 namespace namespace_ratseg {
 
@@ -100,7 +101,7 @@ bool deviceChoiceFromEnvironment(DeviceChoice& choice, std::string& error) {
     return true;
   }
   if (parseDeviceChoice(value, choice)) return true;
-  error = "ERROR: RATSEG_DEVICE must be auto, cuda or host, but is \"" + std::string(value) + "\"";
+  error = "ERROR: RATSEG_DEVICE must be auto, cuda or host, but is " + inQuotes(value);
   return false;
 }
 

@@ -1,5 +1,6 @@
 #include "util/part_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -14,8 +15,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
-#include <system_error>
+#include <memory>
 
 namespace namespace_ratseg {
 
@@ -127,7 +127,8 @@ bool PartFile::tryName(const std::string& path) {
   // can.
   const bool taken = flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   if (taken || fstat(file, &status) != 0 || status.st_nlink == 0) {
-    close(file);
+    descriptor_ = file;
+    remove();
     errno = EEXIST;
     return false;
   }
@@ -183,16 +184,16 @@ void PartFile::remove() {
 
 std::vector<std::string> removeDeadPartFiles(const std::string& filename) {
   std::vector<std::string> removed;
-  const std::filesystem::path file(filename);
-  const std::string of = file.filename().string();
-  const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
-  std::error_code error;
-  std::filesystem::directory_iterator entry(folder, error);
-  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-    const std::string path = (file.parent_path() / entry->path().filename()).string();
-    if (isPartOf(entry->path().filename().string(), of) && removeIfDead(path)) {
-      removed.push_back(path);
-    }
+  const std::size_t slash = filename.rfind('/') + 1;  // 0 where there is none
+  const std::string folder = filename.substr(0, slash);
+  const std::string of = filename.substr(slash);
+  // (The standard library's iterator ends the process where it finds no memory.)
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.empty() ? "." : folder.c_str()),
+                                                    &closedir);
+  if (entries == nullptr) return removed;
+  while (const dirent* entry = readdir(entries.get())) {
+    const std::string path = folder + entry->d_name;
+    if (isPartOf(entry->d_name, of) && removeIfDead(path)) removed.push_back(path);
   }
   return removed;
 }

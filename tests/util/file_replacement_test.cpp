@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -145,10 +146,23 @@ TEST_F(FileReplacementTest, WhatALinkNamesIsReplacedAndTheLinkStays) {
   EXPECT_TRUE(std::filesystem::is_symlink(file_));
 }
 
-TEST_F(FileReplacementTest, DevicesAreWrittenThemselves) {
-  EXPECT_EQ(replace("/dev/null", "new"), 0);
-  EXPECT_EQ(replace("/dev/full", "new"), ENOSPC);
-  EXPECT_FALSE(std::filesystem::is_regular_file("/dev/null"));
+// (A fault here must not replace the machine's own devices: the pipe and the device are of this
+// test.)
+TEST_F(FileReplacementTest, PipesAndDevicesAreWrittenThemselves) {
+  ASSERT_EQ(mkfifo(file_.c_str(), 0600), 0);
+  std::string got;
+  std::thread reader([&] { got = read(file_); });
+  EXPECT_EQ(replace(file_, "new"), 0);
+  reader.join();
+  EXPECT_EQ(got, "new");
+  EXPECT_TRUE(std::filesystem::is_fifo(file_));
+  const std::string full = dir_.file("full");
+  if (mknod(full.c_str(), S_IFCHR | 0666, makedev(1, 7)) != 0) return;  // only root may
+  const int opened = ::open(full.c_str(), O_WRONLY);
+  if (opened < 0) return;  // not on this file system
+  close(opened);
+  EXPECT_EQ(replace(full, "new"), ENOSPC);
+  EXPECT_TRUE(std::filesystem::is_character_file(full));
 }
 
 TEST_F(FileReplacementTest, SaysWhyThereCanBeNoSuchFile) {

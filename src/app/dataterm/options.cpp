@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "app/dataterm/input_error.h"
+#include "device/quoted.h"
 #include "device/selection.h"
 #include "util/cmd.h"
 
@@ -64,8 +65,6 @@ const char* const kDatatermUsage =
 
 namespace {
 
-std::string quoted(const std::string& text) { return "\"" + text + "\""; }
-
 class Reader {
  public:
   Reader(int argc, const char* const* argv) : cmd_(argc, argv, "", nullptr, 0) {}
@@ -114,7 +113,7 @@ class Reader {
     const char* end = word.data() + word.size();
     const auto [stop, error] = std::from_chars(word.data(), end, value);
     if (error != std::errc() || stop != end || !isValid(value)) {
-      throw InputError("-" + name, expected, quoted(word));
+      throw InputError("-" + name, expected, inQuotes(word));
     }
     target = value;
   }
@@ -125,7 +124,7 @@ class Reader {
 
 void refuseLeadingWords(int argc, const char* const* argv) {
   if (argc > 1 && argv[1][0] != '-') {
-    throw InputError("command line", "an option", quoted(argv[1]));
+    throw InputError("command line", "an option", inQuotes(argv[1]));
   }
 }
 
@@ -134,7 +133,7 @@ void checkShares(const Reader& reader, DatatermOptions& options) {
   std::string shares = "foreground";
   reader.text("shares", expected, shares);
   if (shares != "foreground" && shares != "image") {
-    throw InputError("-shares", expected, quoted(shares));
+    throw InputError("-shares", expected, inQuotes(shares));
   }
   options.sharesOfImage = shares == "image";
 }
@@ -144,14 +143,14 @@ void checkDevice(const Reader& reader, DatatermOptions& options) {
   DeviceChoice ignored;
   if (reader.text("device", expected, options.device) &&
       !parseDeviceChoice(options.device, ignored)) {
-    throw InputError("-device", expected, quoted(options.device));
+    throw InputError("-device", expected, inQuotes(options.device));
   }
 }
 
 void checkStrict(const Reader& reader, DatatermOptions& options) {
   std::string strict = "0";
   reader.text("strict", "0 or 1", strict);
-  if (strict != "0" && strict != "1") throw InputError("-strict", "0 or 1", quoted(strict));
+  if (strict != "0" && strict != "1") throw InputError("-strict", "0 or 1", inQuotes(strict));
   options.strict = strict == "1";
 }
 

@@ -1,5 +1,6 @@
 #include "device/host/host_config.h"
 #include "device/console.h"
+#include "device/quoted.h"
 
 #include <omp.h>
 
@@ -23,7 +24,7 @@ bool readNumber(const char* name, long long lo, long long hi, long long& value,
   const auto [stop, code] = std::from_chars(text, end, read);
   if (code != std::errc() || stop != end || read < lo || read > hi) {
     error = "ERROR: " + std::string(name) + " must be a whole number from " + std::to_string(lo) +
-            " to " + std::to_string(hi) + ", but is \"" + text + "\"";
+            " to " + std::to_string(hi) + ", but is " + inQuotes(text);
     return false;
   }
   value = read;

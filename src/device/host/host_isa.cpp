@@ -1,6 +1,7 @@
 #include "device/host/host_isa.h"
 
 #include "device/console.h"
+#include "device/quoted.h"
 
 #include <cstdlib>
 #include <iostream>
@@ -43,7 +44,7 @@ bool findHostIsa(const std::vector<HostIsa>& isas, const std::string& name, Host
     names += (names.empty() ? "" : ", ") + std::string(nameOf(isa));
   }
   error = "ERROR: RATSEG_ISA must be one that this program has and this processor runs (" + names +
-          "), but is \"" + name + "\"";
+          "), but is " + inQuotes(name);
   return false;
 }
 

@@ -3,8 +3,6 @@
 #include <atomic>
 #include <utility>
 
-#include "device/host/host_config.h"
-
 namespace namespace_ratseg {
 
 namespace {
@@ -53,10 +51,7 @@ HostThreadState& hostThreadState(std::uint64_t machine) {
   }
   static thread_local EntriesEnd end;
   Entry* entry = takeOut(machine);
-  if (entry == nullptr) {
-    limitHostThreads();  // each thread has a number of its own
-    entry = new Entry{machine, {}, nullptr};
-  }
+  if (entry == nullptr) entry = new Entry{machine, {}, nullptr};
   entry->next = entries;
   entries = entry;
   return entry->state;

@@ -16,8 +16,8 @@ struct HostThreadState {
 // A number that no other machine of the process has had: addresses come again.
 std::uint64_t newHostMachine();
 
-// The calling thread's state of a machine; as above at its first call. It ends with the thread. What
-// is destroyed behind that may still ask, and gets a new one.
+// The calling thread's state of a machine; as above at its first call. It ends with the thread.
+// What is destroyed behind that may still ask, and gets a new one.
 HostThreadState& hostThreadState(std::uint64_t machine);
 
 // Releases the calling thread's state of a machine that ends.

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "device/console.h"
+#include "device/quoted.h"
 
 namespace namespace_ratseg {
 
@@ -109,8 +110,8 @@ unsigned wished(const char* variable, const char* expected, Allowed&& allowed) {
   const bool digits = word.find_first_not_of("0123456789") == std::string::npos;
   const unsigned value = digits && word.size() <= 3 ? static_cast<unsigned>(std::stoi(word)) : 0;
   if (allowed(value)) return value;
-  console().error() << "ERROR: " << variable << " must be " << expected << ", but is \"" << word
-                    << "\"" << std::endl;
+  console().error() << "ERROR: " << variable << " must be " << expected << ", but is "
+                    << inQuotes(word) << std::endl;
   console().end();
 }
 
