@@ -10,6 +10,7 @@
 
 #include "algorithms/rat_segments/alg/plain/checked_steps.h"
 #include "algorithms/rat_segments/alg/plain/plain_steps.h"
+#include "device/ceil_div.h"
 #include "device/console.h"
 #include "device/runtime.h"
 #include "util/cudautil.h"
@@ -17,8 +18,6 @@
 namespace namespace_ratseg {
 
 namespace {
-
-std::size_t ceilDiv(std::size_t a, std::size_t b) { return b == 0 ? 0 : (a + b - 1) / b; }
 
 dim3 shape3(std::size_t x, std::size_t y, std::size_t z) {
   return {static_cast<unsigned>(x), static_cast<unsigned>(y), static_cast<unsigned>(z)};

@@ -8,6 +8,7 @@
 
 #include "algorithms/rat_segments/alg/plain/checked_steps.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
+#include "device/ceil_div.h"
 #include "device/host/host_launch.h"
 #include "device/runtime.h"
 #include "device/selection.h"
@@ -33,7 +34,7 @@ bool anyBeyond(std::uint32_t magnitude, const float* values, std::size_t count) 
 }
 
 bool anyBeyondOnHost(std::uint32_t magnitude, const float* values, std::size_t count) {
-  std::vector<char> found((count + kChunk - 1) / kChunk);
+  std::vector<char> found(ceilDiv(count, kChunk));
   parallelFor(found.size(), count, [&](std::size_t c) {
     found[c] = anyBeyond(magnitude, values + c * kChunk, std::min(kChunk, count - c * kChunk));
   });

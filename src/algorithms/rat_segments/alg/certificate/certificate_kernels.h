@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "algorithms/rat_segments/alg/kernels/disc_radius_kernels.h"
 #include "device/types.h"
 
 // Before a loop whose steps do not depend on each other: the compiler need not check.
@@ -16,12 +17,6 @@
 #define RATSEG_INDEPENDENT _Pragma("GCC ivdep")
 #else
 #define RATSEG_INDEPENDENT
-#endif
-
-// Files that are compiled for one instruction set name it, so that no function of one set can be
-// taken for another's.
-#ifndef RATSEG_ISA
-#define RATSEG_ISA isa_any
 #endif
 
 namespace namespace_ratseg {
@@ -123,10 +118,7 @@ class CertificateTile {
         labelBelow_(labelBelow) {
     for (int l = 0; l < LANES; ++l) {
       const float g = b.weight != nullptr ? b.weight[y * b.w + x + l] : 1.0f;
-      const bool unbounded = b.lambda >= FLT_MAX || (g >= FLT_MAX && b.lambda > 0.0f);
-      const double bounded =
-          b.lambda != 0.0f ? static_cast<double>(g) * (static_cast<double>(b.lambda) / 2.0) : 0.0;
-      radius_[l] = unbounded ? HUGE_VAL : bounded;
+      radius_[l] = discRadius(g, b.lambda, HUGE_VAL);
       halfInverse_[l] = radius_[l] > 0.0 ? 0.5 / radius_[l] : 0.0;
       least_[l] = leastForbidden_[l] = leastForced_[l] = HUGE_VAL;
       data_[l] = size_[l] = slopes_[l] = excess_[l] = special_[l] = 0.0;

@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "algorithms/rat_segments/alg/certificate/certificate_kernels.h"
+#include "device/launchers.h"
 #include "device/types.h"
 
 namespace namespace_ratseg {
@@ -24,6 +25,10 @@ class CertificateKernels {
                                       std::size_t count, const float* gamma, const float* alpha,
                                       const float* beta, std::size_t n) = 0;
 
+  // Those of each backend; the CUDA ones only in builds with that backend.
+  static CertificateKernels& host();
+  static CertificateKernels& cuda();
+
  protected:
   ~CertificateKernels() =
       default;  // there to the end: threads may still launch while the process ends
@@ -35,12 +40,8 @@ constexpr std::size_t certificateSharedBytes(std::size_t threads, std::size_t n)
   return threads / 32 * 2 * n * sizeof(double) + n * sizeof(unsigned);
 }
 
-// The launchers of the current backend.
-CertificateKernels& certificateKernels();
-
-// The launchers of each backend. The CUDA ones exist only in builds with the CUDA backend.
-CertificateKernels& hostCertificateKernels();
-CertificateKernels& cudaCertificateKernels();
+// Those of the current backend.
+inline CertificateKernels& certificateKernels() { return currentLaunchers<CertificateKernels>(); }
 
 }  // namespace namespace_ratseg
 

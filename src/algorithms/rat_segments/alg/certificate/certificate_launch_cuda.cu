@@ -130,7 +130,7 @@ class CudaCertificateKernels final : public CertificateKernels {
 
 }  // namespace
 
-CertificateKernels& cudaCertificateKernels() {
+CertificateKernels& CertificateKernels::cuda() {
   static CudaCertificateKernels kernels;
   return kernels;
 }

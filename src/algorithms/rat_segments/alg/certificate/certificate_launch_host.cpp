@@ -64,7 +64,7 @@ class HostCertificateKernels final : public CertificateKernels {
 
 }  // namespace
 
-CertificateKernels& hostCertificateKernels() {
+CertificateKernels& CertificateKernels::host() {
   static HostCertificateKernels kernels;
   return kernels;
 }

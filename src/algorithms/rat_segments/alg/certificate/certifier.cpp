@@ -4,6 +4,7 @@
 
 #include "algorithms/rat_segments/alg/certificate/certificate_launch.h"
 #include "algorithms/rat_segments/alg/plain/checked_steps.h"
+#include "device/ceil_div.h"
 #include "device/runtime.h"
 #include "device/selection.h"
 
@@ -56,9 +57,9 @@ Certifier::Certifier(SolverState& solver) : solver_(solver), prior_(priorOf(solv
   bands_.resize(static_cast<std::size_t>(solver.bands()));
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     const std::size_t h = solver.arrays[d].h;
-    const std::size_t rows = std::max(wanted, (h + kMostParts - 1) / kMostParts);
+    const std::size_t rows = std::max(wanted, ceilDiv(h, kMostParts));
     Band& band = bands_[d];
-    band.parts = (h + rows - 1) / rows;
+    band.parts = ceilDiv(h, rows);
     cudaSetDevice(solver.dev[d]);
     check(kCertifierLines + __LINE__);
     band.partSums.alloc(band.parts * certificateSums(n));

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cfloat>
 
+#include "device/ceil_div.h"
 #include "device/host/flush_denormals.h"
 #include "device/host/host_launch.h"
 #include "device/runtime.h"
@@ -16,7 +17,7 @@ constexpr std::size_t kWorkOfAnElement = 4;  // in elements of a plain loop (kPa
 
 bool hasSpecialCosts(const float* rho, std::size_t count) {
   constexpr std::size_t kChunk = 65536;
-  std::vector<char> found((count + kChunk - 1) / kChunk);
+  std::vector<char> found(ceilDiv(count, kChunk));
   parallelFor(found.size(), count, [&](std::size_t c) {
     const float* end = rho + std::min(count, (c + 1) * kChunk);
     found[c] =

@@ -114,8 +114,8 @@ std::size_t scratchFloats(std::size_t w, std::size_t n) {
   return padded(w) + (blockTiles(n) * (n + 1) + n) * kLanes;
 }
 
-// Radii of the discs of row y: g lambda/2, FLT_MAX where there is no bound (a negative radius is
-// none).
+// Radii of the discs of row y, as discRadius (disc_radius_kernels.h) has them, for vectors; FLT_MAX
+// where there is no bound (a negative radius is none).
 void rowRadii(const SweepBand& b, std::size_t y, float* radius) {
   const float half = b.lambda / 2.0f;
   const mask unbounded = splat(b.lambda) >= FLT_MAX;

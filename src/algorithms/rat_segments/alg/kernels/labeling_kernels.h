@@ -18,6 +18,7 @@
 #include <cfloat>
 #include <cstddef>
 
+#include "algorithms/rat_segments/alg/kernels/disc_radius_kernels.h"
 #include "device/types.h"
 #include "util/cudaproj.h"
 #include "util/linalg.h"
@@ -40,8 +41,7 @@ RATSEG_HD inline void ratseg_dual_p(float2* __restrict__ p, const float* __restr
   float radius[LANES];
   for (int l = 0; l < LANES; ++l) {
     const float g = weight != nullptr ? weight[y * w + x + l] : 1.0f;
-    const bool unbounded = lambda >= FLT_MAX || (g >= FLT_MAX && lambda > 0.0f);
-    radius[l] = unbounded ? FLT_MAX : (lambda != 0.0f ? g * (lambda / 2.0f) : 0.0f);
+    radius[l] = discRadius(g, lambda, FLT_MAX);
   }
 
   for (std::size_t i = 0; i < n; ++i) {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "device/launchers.h"
 #include "device/types.h"
 
 namespace namespace_ratseg {
@@ -87,16 +88,16 @@ class RatSegKernels {
   virtual void ratseg_free_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
                                   float* sum_u, std::size_t NOmega, std::size_t n) = 0;
 
+  // Those of each backend; the CUDA ones only in builds with that backend.
+  static RatSegKernels& host();
+  static RatSegKernels& cuda();
+
  protected:
   ~RatSegKernels() = default;  // there to the end: threads may still launch while the process ends
 };
 
-// The launchers of the current backend.
-RatSegKernels& ratSegKernels();
-
-// The launchers of each backend. The CUDA ones exist only in builds with the CUDA backend.
-RatSegKernels& hostRatSegKernels();
-RatSegKernels& cudaRatSegKernels();
+// Those of the current backend.
+inline RatSegKernels& ratSegKernels() { return currentLaunchers<RatSegKernels>(); }
 
 }  // namespace namespace_ratseg
 

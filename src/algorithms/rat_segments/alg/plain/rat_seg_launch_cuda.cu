@@ -326,7 +326,7 @@ class CudaRatSegKernels final : public RatSegKernels {
 
 }  // namespace
 
-RatSegKernels& cudaRatSegKernels() {
+RatSegKernels& RatSegKernels::cuda() {
   static CudaRatSegKernels kernels;
   return kernels;
 }

@@ -207,7 +207,7 @@ class HostRatSegKernels final : public RatSegKernels {
 
 }  // namespace
 
-RatSegKernels& hostRatSegKernels() {
+RatSegKernels& RatSegKernels::host() {
   static HostRatSegKernels kernels;
   return kernels;
 }

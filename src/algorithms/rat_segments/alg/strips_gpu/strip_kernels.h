@@ -16,9 +16,11 @@
 #include <cstddef>
 #include <type_traits>
 
+#include "algorithms/rat_segments/alg/kernels/disc_radius_kernels.h"
 #include "algorithms/rat_segments/alg/kernels/prior_kernels.h"
 #include "algorithms/rat_segments/alg/params.h"
 #include "algorithms/rat_segments/alg/strips_gpu/strip_launch.h"
+#include "device/ceil_div.h"
 #include "device/types.h"
 
 #ifdef __CUDA_ARCH__
@@ -84,9 +86,8 @@ struct StripRadius {
 };
 
 RATSEG_HD inline StripRadius stripRadius(float weight, float lambda) {
-  const bool unbounded = lambda >= FLT_MAX || (weight >= FLT_MAX && lambda > 0.0f);
-  float r = lambda != 0.0f ? weight * (lambda / 2.0f) : 0.0f;
-  if (unbounded || r < 0.0f) r = FLT_MAX;
+  float r = discRadius(weight, lambda, FLT_MAX);
+  if (r < 0.0f) r = FLT_MAX;
   return {r, r * r};
 }
 
@@ -259,12 +260,11 @@ RATSEG_HD inline bool stripOfThread(const StripBand& b, unsigned warp, unsigned 
 
 // Tiles of a launch, and the pixel of a thread in one of them. False when there is none.
 RATSEG_HD inline unsigned stripTiles(const StripBand& b, unsigned tileRows) {
-  return (b.w + kTileColumns - 1) / kTileColumns *
-         ((b.rowEnd - b.rowBegin + tileRows - 1) / tileRows);
+  return ceilDiv(b.w, kTileColumns) * ceilDiv(b.rowEnd - b.rowBegin, tileRows);
 }
 RATSEG_HD inline bool pixelOfThread(const StripBand& b, unsigned tileRows, unsigned tile,
                                     unsigned thread, unsigned& x, unsigned& y) {
-  const unsigned columns = (b.w + kTileColumns - 1) / kTileColumns;
+  const unsigned columns = ceilDiv(b.w, kTileColumns);
   x = tile % columns * kTileColumns + thread % kTileColumns;
   y = b.rowBegin + tile / columns * tileRows + thread / kTileColumns;
   return x < b.w && y < b.rowEnd;

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "algorithms/rat_segments/alg/strips_gpu/strip_shape.h"
+#include "device/launchers.h"
 #include "device/types.h"
 
 namespace namespace_ratseg {
@@ -101,15 +102,16 @@ class StripKernels {
   virtual std::unique_ptr<StripReplay> record(cudaStream_t stream,
                                               const std::function<void()>& steps) = 0;
 
+  // Those of each backend; the CUDA ones only in builds with that backend.
+  static StripKernels& host();
+  static StripKernels& cuda();
+
  protected:
   ~StripKernels() = default;  // there to the end: threads may still launch while the process ends
 };
 
-StripKernels& hostStripKernels();
-StripKernels& cudaStripKernels();  // in builds with CUDA only
-
 // Those of the current backend.
-StripKernels& stripKernels();
+inline StripKernels& stripKernels() { return currentLaunchers<StripKernels>(); }
 
 }  // namespace namespace_ratseg
 

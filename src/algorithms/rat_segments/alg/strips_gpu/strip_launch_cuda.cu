@@ -4,6 +4,7 @@
 
 #include "algorithms/rat_segments/alg/strips_gpu/strip_kernels.h"
 #include "algorithms/rat_segments/alg/strips_gpu/strip_launch.h"
+#include "device/ceil_div.h"
 #include "device/cuda/cuda_launch.h"
 #include "device/cuda/warp.h"
 
@@ -16,9 +17,7 @@ constexpr unsigned kStripThreads = kMostStripThreads;
 static_assert(kStripLanes == kWarp);
 constexpr unsigned kTileThreads = 256;
 
-unsigned flatGrid(std::size_t count) {
-  return static_cast<unsigned>((count + kFlatThreads - 1) / kFlatThreads);
-}
+unsigned flatGrid(std::size_t count) { return static_cast<unsigned>(ceilDiv(count, kFlatThreads)); }
 
 // What a thread of a strip needs from the columns beside its own, from the lanes beside it.
 template <int PX>
@@ -269,7 +268,7 @@ class CudaStripKernels final : public StripKernels {
 
 }  // namespace
 
-StripKernels& cudaStripKernels() {
+StripKernels& StripKernels::cuda() {
   static CudaStripKernels kernels;
   return kernels;
 }

@@ -6,13 +6,12 @@
 
 #include "algorithms/rat_segments/alg/strips_gpu/strip_kernels.h"
 #include "algorithms/rat_segments/alg/strips_gpu/strip_launch.h"
+#include "device/ceil_div.h"
 #include "device/host/host_launch.h"
 
 namespace namespace_ratseg {
 
 namespace {
-
-std::size_t ceilDiv(std::size_t a, std::size_t b) { return (a + b - 1) / b; }
 
 void takeSharesStep(const StripShares& s) {
   for (std::size_t i = 0; i < s.n; ++i) tile::stripSharesDual(s, i);
@@ -124,7 +123,7 @@ class HostStripKernels final : public StripKernels {
 
 }  // namespace
 
-StripKernels& hostStripKernels() {
+StripKernels& StripKernels::host() {
   static HostStripKernels kernels;
   return kernels;
 }

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <string>
 
+#include "device/ceil_div.h"
 #include "device/console.h"
 #include "device/quoted.h"
 
@@ -18,8 +19,6 @@ constexpr std::size_t kWarpsToWait = 2;  // that a scheduler keeps going while o
 constexpr unsigned kTileRows = 8;
 constexpr std::size_t kBlocksInSharedMemory = 3;  // fewer at a time do not keep the memory busy
 constexpr std::size_t kReservedBytes = 1024;  // of shared memory, which each block takes besides
-
-std::size_t ceilDiv(std::size_t a, std::size_t b) { return (a + b - 1) / b; }
 
 std::size_t processors(const cudaDeviceProp& device) {
   return static_cast<std::size_t>(std::max(device.multiProcessorCount, 1));

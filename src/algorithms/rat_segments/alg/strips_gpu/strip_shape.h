@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "device/ceil_div.h"
 #include "device/types.h"
 
 namespace namespace_ratseg {
@@ -38,7 +39,7 @@ constexpr int stripBlocksAtOnce(int labels) { return labels >= 6 ? 3 : 4; }
 // Warps side by side on rows of that many threads. Neighbours have two lanes in common.
 RATSEG_HD constexpr unsigned stripWarpsOfRow(unsigned threads) {
   constexpr unsigned kOwn = kStripLanes - 2;
-  return threads <= kStripLanes ? 1 : (threads - 2 + kOwn - 1) / kOwn;
+  return threads <= kStripLanes ? 1 : ceilDiv(threads - 2, kOwn);
 }
 
 // What a measurement asks of the shape of strips; 0 = as the device and the image need it.
