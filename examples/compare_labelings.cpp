@@ -17,6 +17,7 @@
 #include "app/dataterm/input_error.h"
 #include "app/dataterm/label_picture.h"
 #include "app/dataterm/scribble_problem.h"
+#include "app/messages.h"
 #include "app/process.h"
 #include "app/result_files.h"
 #include "labeling_scores.h"
@@ -128,6 +129,7 @@ int run(int argc, const char* const* argv) {
   printTable(comparison);
   if (cmd.hasArg("sheet")) {
     const std::string file = values(cmd, "sheet")[0];
+    removeLeftovers(file);
     const QImage sheet = drawSheet(values(cmd, "image")[0], comparison);
     if (!FileIO::saveImagePNG(&sheet, file)) throw InputError(file, "a writable file", "none");
   }
@@ -139,7 +141,10 @@ int run(int argc, const char* const* argv) {
 
 int main(int argc, char** argv) {
   namespace_ratseg::prepareProcess(STDERR_FILENO);
+  // What Qt says of plugins that it cannot open is not for the user.
+  qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
   try {
+    namespace_ratseg::setProgramName("compare_labelings");
     return namespace_ratseg::run(argc, argv);
   } catch (const std::bad_alloc&) {
     namespace_ratseg::endForLackOfMemory();

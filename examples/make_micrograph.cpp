@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <QImage>
+#include <QtGlobal>
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -18,6 +19,7 @@
 #include <system_error>
 #include <vector>
 
+#include "app/messages.h"
 #include "app/process.h"
 #include "app/result_files.h"
 #include "micrograph.h"
@@ -63,6 +65,7 @@ bool saveAll(const std::vector<Picture>& pictures) {
               << ": is another picture than the one to be drawn; nothing is written" << std::endl;
     return false;
   }
+  for (const Picture& picture : pictures) removeLeftovers(picture.file);
   std::vector<std::unique_ptr<FileReplacement>> files;
   std::vector<FileReplacement*> made;
   const auto fails = [](const Picture& picture, const std::string& reason) {
@@ -118,7 +121,10 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   namespace_ratseg::prepareProcess(STDERR_FILENO);
+  // What Qt says of plugins that it cannot open is not for the user.
+  qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
   try {
+    namespace_ratseg::setProgramName("make_micrograph");
     return namespace_ratseg::run(argc, argv);
   } catch (const std::bad_alloc&) {
     namespace_ratseg::endForLackOfMemory();

@@ -6,6 +6,9 @@
 
 namespace namespace_ratseg {
 
+// Text with a ? for each control character, line ends among them.
+std::string inLine(std::string text);
+
 // Text in double quotes, fit for a line: cut after so many bytes and without control characters.
 std::string inQuotes(const std::string& text, std::size_t longest = 60);
 

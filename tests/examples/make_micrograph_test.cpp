@@ -85,7 +85,8 @@ TEST_F(MakeMicrograph, SaysThatItCannotWrite) {
   const std::string folder = dir_.file("nowhere");
   const ProgramResult result = program_.run({folder});
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.err, "ERROR: " + folder + "/image.png: cannot be written\n");
+  EXPECT_EQ(result.err,
+            "ERROR: " + folder + "/image.png: cannot be written: No such file or directory\n");
 }
 
 }  // namespace

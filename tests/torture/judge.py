@@ -73,6 +73,21 @@ def ending(program, run):
     return faults
 
 
+# How libraries say that they end a process for lack of memory, or go on without it.
+LIBRARIES = re.compile(r"libgomp: |Fatal glibc error: |GLib |.*GLib-ERROR|qt\.|"
+                       r"Could not allocate dispatch index array")
+
+
+def ended_in_library(program, run, faults):
+    """Whether the faults are those of a library that ended the process, or spoke, for lack of
+    memory: nothing is torn or left, and a line says it, the program's own or the library's."""
+    lines = foreign_lines(program, run.err)
+    said = bool(has_error_line(run)) or any(map(LIBRARIES.match, run.err.splitlines()))
+    ends = re.compile(r"died of SIG(SEGV|ABRT|TRAP)|foreign line|no ERROR line|status 1$")
+    return said and all(ends.match(kind) for kind, _ in faults) and all(
+        LIBRARIES.match(line) for line in lines if run.status >= 0)
+
+
 def judge(program, folder, versions, run, others=()):
     """The faults of a run that was to end by itself."""
     faults, new = whole_files(program, folder, versions)

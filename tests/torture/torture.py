@@ -31,6 +31,7 @@ class Report:
         self.lock = threading.Lock()
         self.runs = collections.Counter()
         self.faults = collections.defaultdict(list)
+        self.notes = collections.Counter()
         self.skipped = {}
 
     def each(self, attempt, tasks):
@@ -44,6 +45,11 @@ class Report:
             self.runs[where] += 1
             for kind, seen in faults:
                 self.faults[where, kind].append((seen, repeat))
+
+    def note(self, where, what):
+        """Something of a run that is no fault."""
+        with self.lock:
+            self.notes[where, what] += 1
 
     def skip(self, what, why):
         with self.lock:
@@ -61,6 +67,8 @@ class Report:
             kinds = {kind: len(found) for (place, kind), found in self.faults.items()
                      if place == where}
             text = ", ".join(f"{count} {kind}" for kind, count in sorted(kinds.items())) or "none"
+            text += "".join(f" ({count} {what})" for (place, what), count
+                            in sorted(self.notes.items()) if place == where)
             print(f"{where[0]:<18} {where[1]:<17} {where[2]:<8} {runs:>6}  {text}")
 
     def print_faults(self, all_of_them):
