@@ -23,11 +23,11 @@ dim3 shape3(std::size_t x, std::size_t y, std::size_t z) {
   return {static_cast<unsigned>(x), static_cast<unsigned>(y), static_cast<unsigned>(z)};
 }
 
-constexpr std::size_t kMostRowsOfGrid = 65535;
+constexpr std::size_t kMaxRowsOfGrid = 65535;
 
 // Makes a block of x by y threads higher and narrower until a grid covers h rows.
 void coverRows(std::size_t& x, std::size_t& y, std::size_t h) {
-  while (ceilDiv(h, y) > kMostRowsOfGrid && x > 1) {
+  while (ceilDiv(h, y) > kMaxRowsOfGrid && x > 1) {
     x /= 2;
     y *= 2;
   }

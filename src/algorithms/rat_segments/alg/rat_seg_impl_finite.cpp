@@ -22,7 +22,7 @@ constexpr std::size_t kChunk = 65536;  // floats that are looked at at a time
 // The bits of a value but its sign: beyond those of infinity are NaN.
 constexpr std::uint32_t kMagnitude = 0x7fffffff;
 constexpr std::uint32_t kInfinity = 0x7f800000;
-constexpr std::uint32_t kGreatestNumber = kInfinity - 1;
+constexpr std::uint32_t kMaxNumber = kInfinity - 1;
 
 bool anyBeyond(std::uint32_t magnitude, const float* values, std::size_t count) {
   std::uint32_t found = 0;
@@ -56,13 +56,12 @@ bool anyBeyondOnDevice(std::uint32_t magnitude, const float* values, std::size_t
 
 // Elements first to first + count of an array; one that is not allocated has none.
 bool areFinite(const cudaarray<float>& array, std::size_t first, std::size_t count) {
-  return !array.isAllocated() ||
-         !anyBeyondOnDevice(kGreatestNumber, array.get_ptr() + first, count);
+  return !array.isAllocated() || !anyBeyondOnDevice(kMaxNumber, array.get_ptr() + first, count);
 }
 
 bool areFinite(const cudaarray<float2>& array, std::size_t first, std::size_t count) {
   return !array.isAllocated() ||
-         !anyBeyondOnDevice(kGreatestNumber, &(array.get_ptr() + first)->x, 2 * count);
+         !anyBeyondOnDevice(kMaxNumber, &(array.get_ptr() + first)->x, 2 * count);
 }
 
 bool areNumbers(const cudaarray<float>& array, std::size_t first, std::size_t count) {

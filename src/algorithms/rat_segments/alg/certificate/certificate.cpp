@@ -15,7 +15,7 @@ namespace {
 using Values = std::vector<double>;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kGreatest = FLT_MAX;
+constexpr double kMax = FLT_MAX;
 
 bool isUpperBound(const SharePrior& p) { return p.kind == Params::kind_prior_upperBound; }
 
@@ -23,7 +23,7 @@ bool isUpperBound(const SharePrior& p) { return p.kind == Params::kind_prior_upp
 bool isStrict(const SharePrior& p, std::size_t i) {
   if (p.kind == Params::kind_prior_lowerBound) return p.mu > 0.0;
   if (!isUpperBound(p) || p.mu == 0.0) return false;
-  return p.mu < 0.0 || p.mu >= kGreatest || p.sigmas[i] == 0.0 || p.eps == 0.0;
+  return p.mu < 0.0 || p.mu >= kMax || p.sigmas[i] == 0.0 || p.eps == 0.0;
 }
 
 // What label i may have of the foreground.
@@ -209,7 +209,7 @@ double shareBound(const SharePrior& prior, const ShareDuals& duals) {
 }
 
 Certificate certificate(const SharePrior& prior, const Values& sums, const ShareDuals& duals) {
-  constexpr double kGreatestSlope = 1.4142135623730951;  // of one label of a labeling
+  constexpr double kMaxSlope = 1.4142135623730951;  // of one label of a labeling
   const std::size_t n = prior.n;
   Values shares(n);
   Values labelingShares(n);
@@ -221,7 +221,7 @@ Certificate certificate(const SharePrior& prior, const Values& sums, const Share
   Certificate c;
   c.energy = relaxed.value;
   c.labelingEnergy = labelingEnergyOf(prior, sums, labelingShares);
-  c.bound = sums[kReduced] + shareBound(prior, duals) - kGreatestSlope * sums[kExcess];
+  c.bound = sums[kReduced] + shareBound(prior, duals) - kMaxSlope * sums[kExcess];
   c.gap = relativeGap(c.energy, c.bound, relaxed.size);
   c.labelingGap = relativeGap(c.labelingEnergy, c.bound, relaxed.size);
   return c;

@@ -10,11 +10,11 @@ namespace namespace_ratseg {
 
 namespace {
 
-constexpr unsigned kMostWarps = 32;
+constexpr unsigned kMaxWarps = 32;
 
 // sums[k] = the sum over the block of each thread's terms[k].
 __device__ void blockSums(double* sums, const double* terms) {
-  __shared__ double warps[kMostWarps][kCertificateTerms];
+  __shared__ double warps[kMaxWarps][kCertificateTerms];
   for (int k = 0; k < kCertificateTerms; ++k) {
     const double sum = warpSum(terms[k]);
     if (threadIdx.x % kWarp == 0) warps[threadIdx.x / kWarp][k] = sum;

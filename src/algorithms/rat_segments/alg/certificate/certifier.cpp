@@ -17,7 +17,7 @@ using Values = std::vector<double>;
 // Rows of one part: a GPU wants many blocks, the host rows whose neighbours it has just seen.
 constexpr std::size_t kRowsOnGpu = 1;
 constexpr std::size_t kRowsOnHost = 8;
-constexpr std::size_t kMostParts = 2048;
+constexpr std::size_t kMaxParts = 2048;
 
 // The accelerated iteration's first check: a check costs as much as about six iterations, and
 // borders still move when the energy of easy pictures hardly does.
@@ -57,7 +57,7 @@ Certifier::Certifier(SolverState& solver) : solver_(solver), prior_(priorOf(solv
   bands_.resize(static_cast<std::size_t>(solver.bands()));
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     const std::size_t h = solver.arrays[d].h;
-    const std::size_t rows = std::max(wanted, ceilDiv(h, kMostParts));
+    const std::size_t rows = std::max(wanted, ceilDiv(h, kMaxParts));
     Band& band = bands_[d];
     band.parts = ceilDiv(h, rows);
     cudaSetDevice(solver.dev[d]);

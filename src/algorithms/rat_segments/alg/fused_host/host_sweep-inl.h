@@ -17,7 +17,7 @@ namespace namespace_ratseg::RATSEG_ISA {
 
 namespace {
 
-constexpr float kLeastSquare = 1e-36f;
+constexpr float kMinSquare = 1e-36f;
 constexpr float kFar = 64.0f;  // from values beyond this, the greatest is subtracted first: beside
                                // large ones the 1 that the labels sum to would be lost
 
@@ -144,7 +144,7 @@ inline void dualStep(const SweepBand& b, const Row& r, const Tile& tile, std::si
   const vec here = tile.load(r.bar + x);
   px += b.dualStep * (tile.rightOf(r.bar + x, here) - here);
   py += b.dualStep * (tile.load(r.barBelow + x) - here);
-  const vec shrink = minOf(radius * inverseSqrt(px * px + (py * py + kLeastSquare)), splat(1.0f));
+  const vec shrink = minOf(radius * inverseSqrt(px * px + (py * py + kMinSquare)), splat(1.0f));
   px *= shrink;
   py *= shrink;
   tile.store(r.px + x, px);

@@ -90,14 +90,14 @@ RATSEG_HD inline ShareSlopes shareSlopes(const ShareStepInput& in, const float* 
 template <class Lanes>
 RATSEG_HD inline double shareOfForeground(const ShareStepInput& in, const float* gamma,
                                           double before, const Lanes& lanes) {
-  constexpr int kMostSteps = 200;
+  constexpr int kMaxSteps = 200;
   constexpr double kTolerance = 1e-10;
-  constexpr double kLeastStart = 1e-6;
+  constexpr double kMinStart = 1e-6;
   const double barrier = static_cast<double>(in.eps) * static_cast<double>(in.n - 1) / in.pixels;
-  double B = before > kLeastStart ? before : kLeastStart;
+  double B = before > kMinStart ? before : kMinStart;
   double lo = 0.0;
   double hi = DBL_MAX;
-  for (int k = 0; k < kMostSteps; ++k) {
+  for (int k = 0; k < kMaxSteps; ++k) {
     const ShareSlopes h = shareSlopes(in, gamma, barrier, B, lanes);
     (h.first < 0.0 ? lo : hi) = B;
     double next = B - h.first / h.second;

@@ -12,22 +12,27 @@
 
 namespace namespace_ratseg {
 
-// The fused engine of the GPUs: one run of the iteration, in one kernel per iteration on one band.
-// It computes what the plain engine computes, up to rounding. It runs on the host's devices too,
-// where it is slow and there for tests.
+// The fused engine of the GPUs: on one band, an iteration is one kernel. It computes what the plain
+// engine computes, up to rounding. It runs on the host's devices too, slowly, for tests.
 //
-// The sums of an iteration are there when its kernel ends, so the multipliers gamma of the next
-// iteration are computed by its last block; the prior's step, which the next but one needs, is
-// taken by a block of its own beside the pixels. Labeling and dual field are read from one array
-// and written to another: 20 bytes read and 12 written per pixel and label (u, the u before, p,
-// rho; u, p), and 12 bytes of memory more than the plain engine's.
+// What kernel k does on one band:
+// - the multipliers gamma of its iteration are there: kernel k - 1 computed them;
+// - it takes the dual step and the step of the labeling at all pixels, and adds up their sums;
+// - beside the pixels, which do not need it, a block of its own takes the prior's step (alpha, beta
+//   and a);
+// - the last block to finish adds up the sums of all blocks, and computes gamma of iteration k + 1
+//   from them and from a_bar.
+//
+// Labeling and dual field are read from one array and written to another: 20 bytes read and 12
+// written per pixel and label (u, the u before, p, rho; u, p), and 12 bytes of memory more than the
+// plain engine's.
 //
 // Each band has two queues: the second computes the rows that neighbours wait for and exchanges
 // them while the first is busy with the rows between. Iterations are replayed as a recorded graph
 // of all bands.
 //
-// With the exact step of the shares (math.md, section 12) a second kernel takes that step, and the
-// shares of the next iteration are known beside its multipliers.
+// With the exact step of the shares (docs/math.md, section 12) that step is a second kernel behind
+// the sums. It gives gamma and the shares of the next iteration together.
 class StripEngine final : public Engine {
  public:
   // Whether the bands allow the engine: peer access between all that exchange anything (without it

@@ -13,7 +13,7 @@ namespace namespace_ratseg {
 namespace {
 
 constexpr unsigned kFlatThreads = 256;
-constexpr unsigned kStripThreads = kMostStripThreads;
+constexpr unsigned kStripThreads = kMaxStripThreads;
 static_assert(kStripLanes == kWarp);
 constexpr unsigned kTileThreads = 256;
 

@@ -13,7 +13,7 @@ namespace namespace_ratseg {
 
 namespace {
 
-constexpr unsigned kMostRows = 24;      // beyond it, repeated border rows cost next to nothing
+constexpr unsigned kMaxRows = 24;       // beyond it, repeated border rows cost next to nothing
 constexpr std::size_t kSchedulers = 4;  // of a processor; each issues the instructions of its warps
 constexpr std::size_t kWarpsToWait = 2;  // that a scheduler keeps going while one waits for memory
 constexpr unsigned kTileRows = 8;
@@ -38,7 +38,7 @@ std::size_t turns(std::size_t strips, std::size_t rows, std::size_t schedulers,
 
 int compiledLabels(std::size_t n) {
   if (n <= 8) return static_cast<int>(n);
-  return n <= 12 ? 12 : kMostRegisterLabels;
+  return n <= 12 ? 12 : kMaxRegisterLabels;
 }
 
 StripShape registerShape(std::size_t w, std::size_t h, std::size_t n, const cudaDeviceProp& device,
@@ -55,11 +55,11 @@ StripShape registerShape(std::size_t w, std::size_t h, std::size_t n, const cuda
   const auto threadsOfRow = static_cast<unsigned>(w / static_cast<std::size_t>(s.pixels));
   const std::size_t warpsOfRow = stripWarpsOfRow(threadsOfRow);
   const auto warpsAtOnce = static_cast<std::size_t>(stripBlocksAtOnce(s.labels)) *
-                           (kMostStripThreads / kStripLanes) / kSchedulers;
+                           (kMaxStripThreads / kStripLanes) / kSchedulers;
   const auto turnsWith = [&](unsigned rows) {
     return turns(warpsOfRow * ceilDiv(h, rows), rows, schedulers, warpsAtOnce);
   };
-  for (unsigned rows = 2; rows <= kMostRows; ++rows) {
+  for (unsigned rows = 2; rows <= kMaxRows; ++rows) {
     if (turnsWith(rows) < turnsWith(s.rows)) s.rows = rows;
   }
   if (wish.rows > 0) s.rows = wish.rows;
@@ -67,7 +67,7 @@ StripShape registerShape(std::size_t w, std::size_t h, std::size_t n, const cuda
   // Blocks for all processors before blocks of more than one warp.
   const std::size_t strips = warpsOfRow * ceilDiv(h, s.rows);
   const auto blocks = [&] { return ceilDiv(strips * kStripLanes, s.threads); };
-  while (s.threads < kMostStripThreads && blocks() > processors(device)) s.threads *= 2;
+  while (s.threads < kMaxStripThreads && blocks() > processors(device)) s.threads *= 2;
   if (wish.threads > 0) s.threads = wish.threads;
   return s;
 }
@@ -96,7 +96,7 @@ StripShape tileShape(std::size_t n, const cudaDeviceProp& device) {
   s.sharedBytes = bytes();
   const std::size_t atOnce =
       std::clamp<std::size_t>(ofProcessor / (s.sharedBytes + kReservedBytes), 1, kTileBlocks);
-  s.mostBlocks = static_cast<unsigned>(processors(device) * atOnce);
+  s.maxBlocks = static_cast<unsigned>(processors(device) * atOnce);
   return s;
 }
 
@@ -129,13 +129,13 @@ StripWish stripWishFromEnvironment() {
 
 StripShape stripShape(std::size_t w, std::size_t h, std::size_t n, const cudaDeviceProp& device,
                       const StripWish& wish) {
-  return n <= kMostRegisterLabels ? registerShape(w, h, n, device, wish) : tileShape(n, device);
+  return n <= kMaxRegisterLabels ? registerShape(w, h, n, device, wish) : tileShape(n, device);
 }
 
 unsigned stripBlocks(const StripShape& s, std::size_t w, std::size_t rows) {
   if (s.labels == 0) {
     const std::size_t tiles = ceilDiv(w, kTileColumns) * ceilDiv(rows, s.tileRows);
-    return static_cast<unsigned>(std::min<std::size_t>(tiles, s.mostBlocks));
+    return static_cast<unsigned>(std::min<std::size_t>(tiles, s.maxBlocks));
   }
   const auto threadsOfRow = static_cast<unsigned>(w / static_cast<std::size_t>(s.pixels));
   const std::size_t strips = stripWarpsOfRow(threadsOfRow) * ceilDiv(rows, s.rows);

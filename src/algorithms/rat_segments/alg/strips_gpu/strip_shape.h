@@ -10,7 +10,7 @@ namespace namespace_ratseg {
 
 // How the sweep is cut into blocks of threads.
 //
-// Up to kMostRegisterLabels labels a warp walks down a strip of `rows` rows, with the values of all
+// Up to kMaxRegisterLabels labels a warp walks down a strip of `rows` rows, with the values of all
 // labels in registers and `pixels` adjacent columns per thread; a block has threads / 32 strips.
 // With more labels a block works on tiles of 32 x tileRows pixels (or threads x 1), one after the
 // other, with the values of all labels in shared memory, or in the rows that it will write where
@@ -21,18 +21,18 @@ struct StripShape {
   unsigned threads = 32;  // of a block
   unsigned rows = 1;      // of a strip; of several bands' first rows too
   unsigned tileRows = 1;
-  unsigned mostBlocks = 1;      // that work on tiles
+  unsigned maxBlocks = 1;       // that work on tiles
   bool sharedScratch = false;   // values in shared memory
   std::size_t sharedBytes = 0;  // of a block
 };
 
-inline constexpr int kMostRegisterLabels = 16;
-inline constexpr unsigned kMostStripThreads = 128;  // of a block that walks strips
-inline constexpr unsigned kStripLanes = 32;         // of a warp
+inline constexpr int kMaxRegisterLabels = 16;
+inline constexpr unsigned kMaxStripThreads = 128;  // of a block that walks strips
+inline constexpr unsigned kStripLanes = 32;        // of a warp
 inline constexpr unsigned kTileColumns = 32;
 inline constexpr unsigned kTileBlocks = 4;  // of tiles, at most at a time on a processor
 
-// Blocks of kMostStripThreads that a processor holds at a time: as many as leave each thread the
+// Blocks of kMaxStripThreads that a processor holds at a time: as many as leave each thread the
 // registers that it needs without spilling (scripts/kernel_report.py).
 constexpr int stripBlocksAtOnce(int labels) { return labels >= 6 ? 3 : 4; }
 

@@ -351,8 +351,8 @@ TEST(StripShape, KeepsBlocksWithinSharedMemory) {
   const std::size_t ofProcessor = 228 << 10;
   for (std::size_t n = 17; n <= 1024; ++n) {
     const StripShape s = stripShape(640, 480, n, largeDevice());
-    const std::size_t blocks = s.mostBlocks / 132;
-    ASSERT_EQ(s.mostBlocks % 132, 0u);
+    const std::size_t blocks = s.maxBlocks / 132;
+    ASSERT_EQ(s.maxBlocks % 132, 0u);
     ASSERT_LE(blocks * (s.sharedBytes + 1024), ofProcessor) << n;
     ASSERT_TRUE(blocks == 4 || (blocks + 1) * (s.sharedBytes + 1024) > ofProcessor) << n;
     ASSERT_GE(blocks, 3u) << n;
