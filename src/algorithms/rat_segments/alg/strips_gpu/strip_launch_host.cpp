@@ -6,6 +6,8 @@
 
 #include "algorithms/rat_segments/alg/strips_gpu/strip_kernels.h"
 #include "algorithms/rat_segments/alg/strips_gpu/strip_launch.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_shares_kernels.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_tile_kernels.h"
 #include "device/ceil_div.h"
 #include "device/host/host_launch.h"
 

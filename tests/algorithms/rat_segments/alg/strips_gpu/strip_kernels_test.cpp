@@ -2,6 +2,9 @@
 // precision forms, and the shapes of its launches.
 
 #include "algorithms/rat_segments/alg/strips_gpu/strip_kernels.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_pixel_kernels.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_shares_kernels.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_tile_kernels.h"
 
 #include <gtest/gtest.h>
 
