@@ -5,7 +5,7 @@
 #include <iostream>
 #include <optional>
 
-#include "algorithms/rat_segments/alg/strips_gpu/strip_launch.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_shape.h"
 #include "device/console.h"
 #include "device/host/host_config.h"
 #include "device/host/host_isa.h"
