@@ -26,7 +26,7 @@
 #include <string>
 #include <vector>
 
-#include "algorithms/rat_segments/alg/host_sweep.h"
+#include "algorithms/rat_segments/alg/fused_host/host_sweep.h"
 #include "algorithms/rat_segments/alg/rat_seg.h"
 #include "device/host/host_launch.h"
 #include "device/runtime.h"

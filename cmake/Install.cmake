@@ -20,6 +20,7 @@ install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # The solver, the choice of a device, packed arrays and pictures.
 foreach(header
+    algorithms/rat_segments/alg/params.h
     algorithms/rat_segments/alg/rat_seg.h
     device/backend.h
     device/selection.h

@@ -5,10 +5,10 @@
 #include <iostream>
 #include <optional>
 
-#include "algorithms/rat_segments/alg/host_isa.h"
-#include "algorithms/rat_segments/alg/strip_sweep.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_shape.h"
 #include "device/console.h"
 #include "device/host/host_config.h"
+#include "device/host/host_isa.h"
 #include "device/selection.h"
 #include "exit_throws.h"
 #include "target.h"

@@ -15,7 +15,7 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 FLAGS = ["-std=c++20", "-O3", "-DNDEBUG", "-DRATSEG_WITH_CUDA=1", f"-I{ROOT}/src",
          "-Xcompiler=-Wall,-Wextra,-ffp-contract=off", "--Werror=all-warnings", "-Xptxas=-v"]
-FLAGS_OF_FILE = {"strip_sweep_cuda.cu": ["-ftz=true"]}  # as in its folder's CMakeLists.txt
+FLAGS_OF_FILE = {"strip_launch_cuda.cu": ["-ftz=true"]}  # as in its folder's CMakeLists.txt
 
 
 def kernel_name(mangled):

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 
 namespace namespace_ratseg {
@@ -44,6 +45,10 @@ void printInvalidDeviceFunctionHint() {
   console().out() << "**" << std::endl;
 }
 
+// Whether the calling thread leaves scopes because of an exception, which a check must not end with
+// another one: the end of a console may be an exception.
+bool isUnwinding() { return std::uncaught_exceptions() > 0; }
+
 [[noreturn]] void endProcess() {
   if (lastcalls_ncur > 0) cudacalls_print();
   console().end();
@@ -69,6 +74,7 @@ void cuda_check(const std::string& file, unsigned long line) {
     cudacalls_add(file, line);
     return;
   }
+  if (isUnwinding()) return;
   console().out() << std::endl;
   console().out() << file << ", line " << line;
   console().out() << ": " << cudaGetErrorString(error) << " (" << cudaErrorNumber(error) << ")"
@@ -83,6 +89,7 @@ void cuda_check_malloc(const std::string& file, unsigned long line) {
     cudacalls_add(file, line);
     return;
   }
+  if (isUnwinding()) return;
   if (error == cudaErrorMemoryAllocation) throw cudaMallocException(file, static_cast<int>(line));
   console().out() << std::endl;
   console().out() << file << ", line " << line << ": " << cudaGetErrorString(error) << std::endl;

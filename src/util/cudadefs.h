@@ -3,7 +3,8 @@
 
 // Checks after calls of the device runtime. A failed call is fatal: the check prints where and what
 // it was and the last call sites that passed, on standard output, and ends the process with
-// status 1. Only running out of device memory can be recovered from (cuda_check_malloc).
+// status 1. Only running out of device memory can be recovered from (cuda_check_malloc). While an
+// exception is under way a failed call is only forgotten: the exception has the reason.
 //
 // Each thread has its own pending error and its own ring of call sites.
 

@@ -8,7 +8,6 @@
 
 #include "device/cuda/cuda_backend.h"
 #include "device/runtime.h"
-#include "device/selection.h"
 #include "util/cudadefs.h"
 #include "util/cudautil_launch.h"
 #include "util/device_scope.h"
@@ -44,13 +43,6 @@ void printDevices(const int* dev, const cudaDeviceProp* prop, int count) {
 }
 
 }  // namespace
-
-CudaUtilKernels& cudaUtilKernels() {
-  if constexpr (kBuiltWithCuda) {
-    if (!backend().isHost()) return cudaCudaUtilKernels();
-  }
-  return hostCudaUtilKernels();
-}
 
 int CudaUtil::numDevices() {
   int count = 0;

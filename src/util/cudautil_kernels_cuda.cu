@@ -19,7 +19,7 @@ class CudaCudaUtilKernels final : public CudaUtilKernels {
 
 }  // namespace
 
-CudaUtilKernels& cudaCudaUtilKernels() {
+CudaUtilKernels& CudaUtilKernels::cuda() {
   static CudaCudaUtilKernels kernels;
   return kernels;
 }

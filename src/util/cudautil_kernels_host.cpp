@@ -16,7 +16,7 @@ class HostCudaUtilKernels final : public CudaUtilKernels {
 
 }  // namespace
 
-CudaUtilKernels& hostCudaUtilKernels() {
+CudaUtilKernels& CudaUtilKernels::host() {
   static HostCudaUtilKernels kernels;
   return kernels;
 }

@@ -1,6 +1,7 @@
 #ifndef RATSEG_UTIL_CUDAUTIL_LAUNCH_H
 #define RATSEG_UTIL_CUDAUTIL_LAUNCH_H
 
+#include "device/launchers.h"
 #include "device/types.h"
 
 namespace namespace_ratseg {
@@ -12,16 +13,17 @@ class CudaUtilKernels {
   // One thread: *arch = compiledArch().
   virtual void get_CUDA_ARCH(const LaunchShape& shape, int* arch) = 0;
 
+  // Those of each backend; the CUDA ones only in builds with that backend.
+  static CudaUtilKernels& host();
+  static CudaUtilKernels& cuda();
+
  protected:
   ~CudaUtilKernels() =
       default;  // there to the end: threads may still launch while the process ends
 };
 
-CudaUtilKernels& hostCudaUtilKernels();
-CudaUtilKernels& cudaCudaUtilKernels();  // in builds with CUDA only
-
 // Those of the current backend.
-CudaUtilKernels& cudaUtilKernels();
+inline CudaUtilKernels& cudaUtilKernels() { return currentLaunchers<CudaUtilKernels>(); }
 
 }  // namespace namespace_ratseg
 

@@ -6,8 +6,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "device/cuda/cuda_backend.h"
-#include "device/selection.h"
+#include "device/ceil_div.h"
 #include "util/cudadefs.h"
 #include "util/cudautil.h"
 #include "util/sum_launch.h"
@@ -22,8 +21,6 @@ constexpr std::size_t kMaxPlain = 4;        // elements that one thread adds up
 constexpr std::size_t kMaxBlockWork = 512;  // elements that one block adds up
 constexpr std::size_t kScratchPerElement =
     256;  // elements per partial sum that scratch has room for
-
-std::size_t ceilDiv(std::size_t a, std::size_t b) { return (a + b - 1) / b; }
 
 // Threads of the smallest block that adds up n > kMaxPlain elements, or the largest there is.
 int blockSize(std::size_t n) {
@@ -44,13 +41,6 @@ std::size_t sharedElementsShuffle(int threads) {
 }
 
 }  // namespace
-
-SumKernels& sumKernels() {
-  if constexpr (kBuiltWithCuda) {
-    if (!backend().isHost()) return cudaSumKernels();
-  }
-  return hostSumKernels();
-}
 
 template <class T>
 cuda_summator<T>::cuda_summator() : sm(CudaUtil::cudaArch()) {}

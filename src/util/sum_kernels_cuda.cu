@@ -130,7 +130,7 @@ class CudaSumKernels final : public SumKernels {
 
 }  // namespace
 
-SumKernels& cudaSumKernels() {
+SumKernels& SumKernels::cuda() {
   static CudaSumKernels kernels;
   return kernels;
 }

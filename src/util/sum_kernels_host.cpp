@@ -78,7 +78,7 @@ class HostSumKernels final : public SumKernels {
 
 }  // namespace
 
-SumKernels& hostSumKernels() {
+SumKernels& SumKernels::host() {
   static HostSumKernels kernels;
   return kernels;
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "device/launchers.h"
 #include "device/types.h"
 
 namespace namespace_ratseg {
@@ -30,15 +31,16 @@ class SumKernels {
   virtual void cuda_sum_kernel__warpFirst_shfl(int N, const LaunchShape& shape, float* sumArray,
                                                const float* a, std::size_t n) = 0;
 
+  // Those of each backend; the CUDA ones only in builds with that backend.
+  static SumKernels& host();
+  static SumKernels& cuda();
+
  protected:
   ~SumKernels() = default;  // there to the end: threads may still launch while the process ends
 };
 
-SumKernels& hostSumKernels();
-SumKernels& cudaSumKernels();  // in builds with CUDA only
-
 // Those of the current backend.
-SumKernels& sumKernels();
+inline SumKernels& sumKernels() { return currentLaunchers<SumKernels>(); }
 
 }  // namespace namespace_ratseg
 

@@ -9,7 +9,7 @@ if(count EQUAL 0)
   message(FATAL_ERROR "no headers under ${SOURCE}/src")
 endif()
 
-# host_sweep_kernels.h is made for files that name their instruction set.
+# host_sweep-inl.h is made for files that name their instruction set.
 set(flags -std=c++20 -fsyntax-only -fopenmp -Wall -Wextra -Werror -Wno-psabi -Wno-unused-function
   -DRATSEG_WITH_CUDA=0 -DRATSEG_ISA=isa_check -DRATSEG_ISA_NAME="check" -I ${SOURCE}/src)
 set(failed "")

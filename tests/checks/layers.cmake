@@ -3,9 +3,23 @@
 # Checks which way the includes of SOURCE/src run (docs/architecture.md), prints one line per
 # violation, and fails if there is any:
 # - src/device, src/util, src/algorithms, src/library and src/app include only what stands before them here;
+# - in the solver's folder every room includes only itself and the rooms below it; what stands in the
+#   folder itself may include all rooms, which know nothing of it but params.h and engine.h;
 # - the CUDA headers are included by src/device/cuda and by *_cuda.cu only;
 # - Qt is included by src/app and by *_qt.cpp only.
+cmake_minimum_required(VERSION 3.25)
+
 set(layers device util algorithms library app)
+
+set(solver algorithms/rat_segments/alg)
+set(rooms kernels dataterm plain fused_host strips_gpu certificate)
+set(below_kernels "")
+set(below_dataterm kernels)
+set(below_plain kernels dataterm)
+set(below_fused_host kernels plain)
+set(below_strips_gpu kernels plain)
+set(below_certificate kernels plain)
+set(known_to_rooms params.h engine.h)
 
 file(GLOB_RECURSE files RELATIVE ${SOURCE} ${SOURCE}/src/*.h ${SOURCE}/src/*.cpp ${SOURCE}/src/*.cu)
 list(SORT files)
@@ -35,6 +49,15 @@ foreach(file IN LISTS files)
     set(may_qt ON)
   endif()
 
+  # The room of the solver that the file stands in, if any.
+  set(room "")
+  if(file MATCHES "^src/${solver}/([^/]+)/")
+    set(room ${CMAKE_MATCH_1})
+    if(NOT room IN_LIST rooms)
+      violation("stands in none of the solver's rooms ${rooms}")
+    endif()
+  endif()
+
   file(STRINGS ${SOURCE}/${file} lines REGEX "^[ \t]*#[ \t]*include")
   foreach(line IN LISTS lines)
     string(REGEX REPLACE ".*include[ \t]*[<\"]([^>\"]*)[>\"].*" "\\1" header "${line}")
@@ -42,6 +65,14 @@ foreach(file IN LISTS files)
     list(FIND layers "${target}" target_level)
     if(target_level GREATER level)
       violation("${layer} may not include ${header}")
+    endif()
+    if(NOT room STREQUAL "" AND header MATCHES "^${solver}/")
+      string(REPLACE "${solver}/" "" target "${header}")
+      string(REGEX REPLACE "/.*" "" target "${target}")
+      if(NOT target IN_LIST below_${room} AND NOT target STREQUAL room
+          AND NOT target IN_LIST known_to_rooms)
+        violation("the room ${room} may not include ${header}")
+      endif()
     endif()
     if(header MATCHES "^(cuda_runtime|cuda|cub/|thrust/|device_launch)" AND NOT may_cuda)
       violation("only src/device/cuda and *_cuda.cu may include ${header}")

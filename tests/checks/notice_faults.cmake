@@ -37,6 +37,19 @@ expect(layers src/util/x.cu "#include <cuda_runtime.h>\n" 1
   "src/util/x.cu: only src/device/cuda and *_cuda.cu may include cuda_runtime.h")
 expect(layers src/util/x.cpp "#include <QImage>\n" 1
   "src/util/x.cpp: only src/app and *_qt.cpp may include QImage")
+set(solver algorithms/rat_segments/alg)
+expect(layers src/${solver}/strips_gpu/x.cpp "#include \"${solver}/plain/x.h\"\n" 0
+  "2 files, 0 violations")
+expect(layers src/${solver}/rat_seg_impl.cpp "#include \"${solver}/strips_gpu/x.h\"\n" 0
+  "2 files, 0 violations")
+expect(layers src/${solver}/plain/x.cpp "#include \"${solver}/params.h\"\n" 0
+  "2 files, 0 violations")
+expect(layers src/${solver}/plain/x.cpp "#include \"${solver}/strips_gpu/x.h\"\n" 1
+  "src/${solver}/plain/x.cpp: the room plain may not include ${solver}/strips_gpu/x.h")
+expect(layers src/${solver}/plain/x.cpp "#include \"${solver}/rat_seg_impl.h\"\n" 1
+  "src/${solver}/plain/x.cpp: the room plain may not include ${solver}/rat_seg_impl.h")
+expect(layers src/${solver}/attic/x.cpp "" 1
+  "src/${solver}/attic/x.cpp: stands in none of the solver's rooms")
 expect(layers src/extra/x.cpp "" 1 "src/extra/x.cpp: stands in none of the folders")
 
 expect(headers src/util/x.h "#include \"util/rgb.h\"\ninline RGB f() { return {}; }\n" 0

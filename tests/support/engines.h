@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "algorithms/rat_segments/alg/host_engine.h"
+#include "algorithms/rat_segments/alg/fused_host/host_engine.h"
 #include "support/solver_problem.h"
 
 namespace namespace_ratseg {
@@ -27,9 +27,9 @@ inline SolverResult solveFused(SolverProblem p, const HostSweep& sweep,
     g.weightHat = solver.kind_weight != RatSegImpl::kind_weight_none ? g.weight.get_ptr() : nullptr;
   }
   {
-    HostEngine engine(solver, sweep);
     const float tau = p.par.dt_multiplier;
-    for (std::size_t k = 0; k < p.par.Nsteps; ++k) engine.step(tau, 1.0f / tau, 1.0f);
+    HostEngine engine(solver, {tau, 1.0f / tau}, sweep);
+    engine.advance(p.par.Nsteps);
   }
   SolverResult result = resultOf(solver);
   solver.free();

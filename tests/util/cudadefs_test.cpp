@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -193,6 +194,32 @@ TEST_F(CudaDefsTest, ErrorsWithoutANameHereShowTheRuntimesOwnNumber) {
         cuda_check("src/launch", 77);
       },
       ExitedWithCode(1), StrEq("\nsrc/launch, line 77: unknown error (719)\n"));
+}
+
+TEST_F(CudaDefsTest, ChecksForgetErrorsWhileAnExceptionIsUnderWay) {
+  using Check = void (*)(const std::string&, unsigned long);
+  struct FailsAtItsEnd {
+    Check check;
+    ~FailsAtItsEnd() {
+      failWithInvalidDevice();
+      check("src/end", 7);
+    }
+  };
+  for (const Check check : {Check(cuda_check), Check(cuda_check_malloc)}) {
+    std::string reason;
+    const std::string said = output([&] {
+      try {
+        const FailsAtItsEnd end{check};
+        throw std::runtime_error("first");
+      } catch (const std::runtime_error& e) {
+        reason = e.what();
+      }
+    });
+    EXPECT_EQ(reason, "first");
+    EXPECT_EQ(said, "");
+    EXPECT_FALSE(peekCudaError());
+    EXPECT_EQ(lastcalls_ncur, 0);
+  }
 }
 
 TEST_F(CudaDefsTest, CheckWaitsForTheDeviceOnlyWhenAskedTo) {

@@ -22,7 +22,7 @@ __device__ T warpSum(T value) {
   return value;
 }
 
-// The labels of a step shared out to the lanes of a warp (share_step.h).
+// The labels of a step shared out to the lanes of a warp (exact_shares_kernels.h).
 struct WarpLanes {
   std::size_t lane = threadIdx.x % kWarp, lanes = kWarp;
 

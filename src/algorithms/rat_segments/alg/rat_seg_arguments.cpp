@@ -13,11 +13,11 @@ namespace namespace_ratseg {
 
 namespace {
 
-constexpr std::size_t kMostThreads = 1024;  // of a block
+constexpr std::size_t kMaxThreads = 1024;  // of a block
 
 // At most this many elements of a band's largest array: their bytes, those of all arrays together
 // too, can then be counted.
-constexpr std::size_t kMostElements = std::numeric_limits<std::size_t>::max() / 64;
+constexpr std::size_t kMaxElements = std::numeric_limits<std::size_t>::max() / 64;
 
 // The parts are put together first, so that lines of several threads do not mix.
 template <class... Part>
@@ -52,8 +52,8 @@ bool areDevices(const std::vector<int>& numbers) {
 
 bool isCountable(const Params& par) {
   if (par.w == 0 || par.h == 0 || par.n == 0) return true;  // alloc() says so
-  if (par.h < kMostElements && par.w <= kMostElements / (par.h + 1) &&
-      par.n <= kMostElements / (par.h + 1) / par.w) {
+  if (par.h < kMaxElements && par.w <= kMaxElements / (par.h + 1) &&
+      par.n <= kMaxElements / (par.h + 1) / par.w) {
     return true;
   }
   return refuse("alloc", "w, h and n must give arrays that can be addressed, but are ", par.w, ", ",
@@ -61,9 +61,9 @@ bool isCountable(const Params& par) {
 }
 
 bool isBlock(const Params& par) {
-  if (par.threadsx == 0 || par.threadsy <= kMostThreads / par.threadsx) return true;
-  return refuse("alloc", "threadsx times threadsy must be at most ", kMostThreads,
-                ", but they are ", par.threadsx, " and ", par.threadsy);
+  if (par.threadsx == 0 || par.threadsy <= kMaxThreads / par.threadsx) return true;
+  return refuse("alloc", "threadsx times threadsy must be at most ", kMaxThreads, ", but they are ",
+                par.threadsx, " and ", par.threadsy);
 }
 
 }  // namespace

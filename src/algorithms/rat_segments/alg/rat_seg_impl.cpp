@@ -8,7 +8,9 @@
 #include <limits>
 #include <string>
 
-#include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
+#include "algorithms/rat_segments/alg/plain/checked_steps.h"
+#include "algorithms/rat_segments/alg/plain/plain_steps.h"
+#include "device/ceil_div.h"
 #include "device/console.h"
 #include "device/runtime.h"
 #include "util/cudautil.h"
@@ -17,17 +19,15 @@ namespace namespace_ratseg {
 
 namespace {
 
-std::size_t ceilDiv(std::size_t a, std::size_t b) { return b == 0 ? 0 : (a + b - 1) / b; }
-
 dim3 shape3(std::size_t x, std::size_t y, std::size_t z) {
   return {static_cast<unsigned>(x), static_cast<unsigned>(y), static_cast<unsigned>(z)};
 }
 
-constexpr std::size_t kMostRowsOfGrid = 65535;
+constexpr std::size_t kMaxRowsOfGrid = 65535;
 
 // Makes a block of x by y threads higher and narrower until a grid covers h rows.
 void coverRows(std::size_t& x, std::size_t& y, std::size_t h) {
-  while (ceilDiv(h, y) > kMostRowsOfGrid && x > 1) {
+  while (ceilDiv(h, y) > kMaxRowsOfGrid && x > 1) {
     x /= 2;
     y *= 2;
   }
@@ -286,33 +286,9 @@ bool RatSegImpl::sizesHold(const char* method) const {
   return false;
 }
 
-void RatSegImpl::select(int d, unsigned long line) {
-  cudaSetDevice(dev[d]);
-  check(line);
-}
-
-// Selects device d of the list for work that reads the memory of device other: it starts when what
-// other has queued so far is done. The host does not wait.
-void RatSegImpl::selectAfter(int d, int other, unsigned long line) {
-  if (dev[d] != dev[other]) {
-    select(other, line);
-    cudaEventRecord(arrays[other].queued);
-    check(line);
-    select(d, line);
-    cudaStreamWaitEvent(0, arrays[other].queued);
-    check(line);
-    return;
-  }
-  select(d, line);
-}
-
-void RatSegImpl::deviceSynchronizeAll() {
-  for (int d = 0; d < bands(); ++d) {
-    select(d, __LINE__);
-    cudaDeviceSynchronize();
-    check(__LINE__);
-  }
-}
+void RatSegImpl::copyExtraRegions_p() { PlainSteps(*this).copyExtraRegions_p(); }
+void RatSegImpl::copyExtraRegions_u() { PlainSteps(*this).copyExtraRegions_u(); }
+void RatSegImpl::computeSumU__save_on_gpu0() { PlainSteps(*this).computeSumU__save_on_gpu0(); }
 
 float RatSegImpl::energy_gap(float* ep0, float* ed0) {
   if (ep0 != nullptr) *ep0 = 0.0f;

@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/plain/checked_steps.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
-#include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
+#include "device/ceil_div.h"
 #include "device/host/host_launch.h"
 #include "device/runtime.h"
 #include "device/selection.h"
@@ -21,7 +22,7 @@ constexpr std::size_t kChunk = 65536;  // floats that are looked at at a time
 // The bits of a value but its sign: beyond those of infinity are NaN.
 constexpr std::uint32_t kMagnitude = 0x7fffffff;
 constexpr std::uint32_t kInfinity = 0x7f800000;
-constexpr std::uint32_t kGreatestNumber = kInfinity - 1;
+constexpr std::uint32_t kMaxNumber = kInfinity - 1;
 
 bool anyBeyond(std::uint32_t magnitude, const float* values, std::size_t count) {
   std::uint32_t found = 0;
@@ -33,7 +34,7 @@ bool anyBeyond(std::uint32_t magnitude, const float* values, std::size_t count) 
 }
 
 bool anyBeyondOnHost(std::uint32_t magnitude, const float* values, std::size_t count) {
-  std::vector<char> found((count + kChunk - 1) / kChunk);
+  std::vector<char> found(ceilDiv(count, kChunk));
   parallelFor(found.size(), count, [&](std::size_t c) {
     found[c] = anyBeyond(magnitude, values + c * kChunk, std::min(kChunk, count - c * kChunk));
   });
@@ -55,13 +56,12 @@ bool anyBeyondOnDevice(std::uint32_t magnitude, const float* values, std::size_t
 
 // Elements first to first + count of an array; one that is not allocated has none.
 bool areFinite(const cudaarray<float>& array, std::size_t first, std::size_t count) {
-  return !array.isAllocated() ||
-         !anyBeyondOnDevice(kGreatestNumber, array.get_ptr() + first, count);
+  return !array.isAllocated() || !anyBeyondOnDevice(kMaxNumber, array.get_ptr() + first, count);
 }
 
 bool areFinite(const cudaarray<float2>& array, std::size_t first, std::size_t count) {
   return !array.isAllocated() ||
-         !anyBeyondOnDevice(kGreatestNumber, &(array.get_ptr() + first)->x, 2 * count);
+         !anyBeyondOnDevice(kMaxNumber, &(array.get_ptr() + first)->x, 2 * count);
 }
 
 bool areNumbers(const cudaarray<float>& array, std::size_t first, std::size_t count) {

@@ -4,9 +4,9 @@
 #include <iostream>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/plain/checked_steps.h"
+#include "algorithms/rat_segments/alg/plain/rat_seg_launch.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
-#include "algorithms/rat_segments/alg/rat_seg_impl_check.h"
-#include "algorithms/rat_segments/alg/rat_seg_kernels.h"
 #include "device/console.h"
 #include "device/runtime.h"
 

@@ -8,7 +8,7 @@
 #include <cmath>
 #include <vector>
 
-#include "algorithms/rat_segments/alg/certifier.h"
+#include "algorithms/rat_segments/alg/certificate/certifier.h"
 #include "reference/reference_energy.h"
 #include "support/machine.h"
 #include "support/random_trial.h"

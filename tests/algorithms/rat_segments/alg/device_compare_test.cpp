@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "algorithms/rat_segments/alg/strip_engine.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_engine.h"
 #include "device/runtime.h"
 #include "support/environment.h"
 #include "support/forwarding_backend.h"
@@ -147,7 +147,7 @@ TEST_F(DeviceCompare, IterationsOfAllBandsAreReplayed) {
     p.par.gpu = gpu;
     RatSegImpl solver(p.par);
     setUp(solver, p);
-    auto engine = StripEngine::make(solver, 1.0f, 1.0f, 1.0f);
+    auto engine = StripEngine::make(solver, StepSizes());
     engine->advance(StripEngine::kStepsAtOnce);
     EXPECT_FALSE(engine->replayed()) << listOf(gpu);
     engine->advance(StripEngine::kStepsAtOnce);
@@ -174,7 +174,7 @@ TEST_F(DeviceCompare, TheHostStaysTwoRecordingsAhead) {
   RatSegImpl solver(p.par);
   setUp(solver, p);
   {
-    const auto engine = StripEngine::make(solver, 1.0f, 1.0f, 1.0f);
+    const auto engine = StripEngine::make(solver, StepSizes());
     engine->advance(StripEngine::kStepsAtOnce);  // launched one by one
     CountsWaits counter(backend());
     const BackendScope scope(counter);
@@ -196,7 +196,7 @@ TEST_F(DeviceCompare, WhatIsPublishedStays) {
     RatSegImpl solver(p.par);
     setUp(solver, p);
     {
-      const auto engine = StripEngine::make(solver, 1.0f, 1.0f, 1.0f);
+      const auto engine = StripEngine::make(solver, StepSizes());
       for (int round = 0; round < 20; ++round) {
         engine->advance(3);
         engine->publish();

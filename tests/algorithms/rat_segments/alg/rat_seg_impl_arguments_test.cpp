@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/plain/rat_seg_launch.h"
 #include "algorithms/rat_segments/alg/rat_seg_impl.h"
-#include "algorithms/rat_segments/alg/rat_seg_kernels.h"
 #include "device/runtime.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"

@@ -1,3 +1,0 @@
-#define RATSEG_ISA isa_baseline
-#define RATSEG_ISA_NAME "baseline"
-#include "algorithms/rat_segments/alg/host_sweep_kernels.h"
