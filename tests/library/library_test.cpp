@@ -382,6 +382,7 @@ TEST_F(Library, ScribblesAndEdgesAreThoseOfTheSolver) {
 
 // In a process whose host has 1 MiB.
 TEST(LibraryMemory, WhatDoesNotFitIsAnError) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // the threads of other tests are not copied
   EXPECT_EXIT(
       {
         setenv("RATSEG_HOST_MEMORY", "1", 1);
