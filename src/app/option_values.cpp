@@ -26,6 +26,7 @@ template <class T>
 bool isNumber(const std::string& text) {
   if (std::is_unsigned_v<T> && text.find('-') != std::string::npos) return false;
   std::istringstream stream(text);
+  stream.exceptions(std::ios::badbit);  // Lack of memory is no bad value.
   stream.imbue(std::locale::classic());
   T number = 0;
   if (!(stream >> number) || !(stream >> std::ws).eof()) return false;

@@ -101,6 +101,7 @@ void warnOfSenselessValues(const std::string& file, const Proportions& foregroun
 
 Proportions readProportions(const std::string& file) {
   std::istringstream text = openText(file);
+  text.exceptions(std::ios::badbit);  // Lack of memory is not the end of the list.
   text.imbue(std::locale::classic());
   Proportions proportions;
   float mean = 0;

@@ -32,6 +32,7 @@ constexpr const char* kTypeName<bool> = "bool";
 template <class T>
 bool convert(const std::string& text, T& target) {
   std::istringstream stream(text);
+  stream.exceptions(std::ios::badbit);  // Lack of memory is no bad value.
   stream.imbue(std::locale::classic());
   stream >> target;
   return !stream.fail();
@@ -48,6 +49,7 @@ bool startsComment(const std::string& word) {
 
 std::vector<std::string> splitLine(const std::string& line) {
   std::istringstream stream(line);
+  stream.exceptions(std::ios::badbit);
   std::vector<std::string> words;
   for (std::string word; stream >> word && !startsComment(word);) words.push_back(word);
   return words;
@@ -81,6 +83,7 @@ bool Cmd::parseFile(const std::string& filename, const std::string* dirs, int nu
   std::string text;
   if (!readInFolders(filename, dirs, numDirs, text)) return false;
   std::istringstream file(text);
+  file.exceptions(std::ios::badbit);
   for (std::string line; std::getline(file, line);) {
     const std::vector<std::string> words = splitLine(line);
     if (words.empty()) continue;

@@ -74,7 +74,7 @@ def ending(program, run):
 
 
 # How libraries say that they end a process for lack of memory, or go on without it.
-LIBRARIES = re.compile(r"libgomp: |Fatal glibc error: |GLib |.*GLib-ERROR|qt\.|"
+LIBRARIES = re.compile(r"libgomp: |libpng (warning|error): |Fatal glibc error: |GLib |.*GLib-ERROR|qt\.|"
                        r"Could not allocate dispatch index array")
 
 
