@@ -83,7 +83,8 @@ void Picture::ask(QImageReader& reader) {
     h_ = ByteReader(bytes_).little16(8);
   }
   turned_ = reader.transformation() != QImageIOHandler::TransformationNone;
-  deep_ = isDeep(reader.imageFormat());
+  // (Of a JPEG file whose header it cannot read, Qt answers with memory that was never set.)
+  deep_ = reader.format() != "jpeg" && isDeep(reader.imageFormat());
 }
 
 bool Picture::formatIsKnown(const std::string& begin, const std::string& name) {
