@@ -33,6 +33,7 @@ std::array<Entry, 64> entries;
 // How many threads are between creating a file and entering its name.
 std::atomic<int> creating = 0;
 std::atomic<bool> ending = false;
+std::atomic<int> signalThatEnds = 0;
 
 void enter(const std::string& path) {
   if (path.size() >= sizeof Entry::path) return;
@@ -53,8 +54,14 @@ void leave(const std::string& path) {
   }
 }
 
+void removeEntered() {
+  for (const Entry& entry : entries) {
+    if (entry.complete) unlink(entry.path);
+  }
+}
+
 void removeAllAndEnd(int signal) {
-  removePartFiles();
+  removeEntered();
   std::signal(signal, SIG_DFL);
   sigset_t itself;
   sigemptyset(&itself);
@@ -63,7 +70,16 @@ void removeAllAndEnd(int signal) {
   std::raise(signal);
 }
 
-// Holds the signals back in this thread, and lets a handler in another one wait.
+// A thread that is creating a file ends the process instead, once it entered the file's name; but
+// who asks a second time does not wait for it.
+void endUnlessCreating(int signal) {
+  ending = true;
+  const bool isFirst = signalThatEnds.exchange(signal) == 0;
+  if (isFirst && creating > 0) return;
+  removeAllAndEnd(signal);
+}
+
+// Holds the signals back in this thread.
 class Creating {
  public:
   Creating() {
@@ -74,7 +90,7 @@ class Creating {
     ++creating;
   }
   ~Creating() {
-    --creating;
+    if (--creating == 0 && signalThatEnds != 0) removeAllAndEnd(signalThatEnds);
     const int error = errno;
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
     errno = error;
@@ -203,9 +219,7 @@ void removePartFiles() {
   ending = true;
   constexpr timespec kMillisecond = {0, 1000000};
   for (int wait = 0; creating > 0 && wait < 100; ++wait) nanosleep(&kMillisecond, nullptr);
-  for (const Entry& entry : entries) {
-    if (entry.complete) unlink(entry.path);
-  }
+  removeEntered();
 }
 
 void removePartFilesOnSignals() {
@@ -214,7 +228,7 @@ void removePartFilesOnSignals() {
     // Ignored ones stay ignored, as under nohup.
     if (sigaction(signal, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) continue;
     struct sigaction action = {};
-    action.sa_handler = removeAllAndEnd;
+    action.sa_handler = endUnlessCreating;
     sigemptyset(&action.sa_mask);
     sigaction(signal, &action, nullptr);
   }

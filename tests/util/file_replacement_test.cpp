@@ -327,6 +327,34 @@ TEST_F(FileReplacementTest, SignalsRemoveTheParts) {
   }
 }
 
+// The thread that creates a file holds signals back, so another one gets them. It must not end the
+// process before the new file's name is known, however long that takes.
+TEST_F(FileReplacementTest, SignalsToOtherThreadsWaitForTheNameOfANewPart) {
+  write(file_, "old");
+  const pid_t child = fork();
+  if (child == 0) {
+    removePartFilesOnSignals();
+    system_calls::hooks.flock = [](int, int) {
+      std::thread other([] {
+        sigset_t none;
+        sigemptyset(&none);
+        pthread_sigmask(SIG_SETMASK, &none, nullptr);
+        std::raise(SIGTERM);
+      });
+      other.join();
+      return 0;
+    };
+    FileReplacement replacement(file_);
+    replacement.make(content("new"));
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
+  EXPECT_EQ(read(file_), "old");
+  EXPECT_THAT(others(), IsEmpty());
+}
+
 // One set of files waits in the middle of taking its places until the other has come to the lock
 // or, if there is none, through it.
 TEST_F(FileReplacementTest, SetsOfFilesTakeTheirPlacesOneAfterTheOther) {
