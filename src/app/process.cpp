@@ -11,6 +11,8 @@
 #include <utility>
 
 #include "app/messages.h"
+#include "app/status_line.h"
+#include "util/file_replacement.h"
 #include "util/part_file.h"
 
 namespace namespace_ratseg {
@@ -18,6 +20,7 @@ namespace namespace_ratseg {
 namespace {
 
 int descriptorOfLastWords = STDOUT_FILENO;
+constexpr int kForEver = -1;
 
 constexpr std::pair<int, std::string_view> kFaults[] = {
     {SIGSEGV, "ERROR: ended by signal 11, a fault of the program or lack of memory\n"},
@@ -49,8 +52,32 @@ void sayFault(int signal) {
     if (number == signal) line = text;
   }
   // Nothing is left to be done where this fails.
-  if (write(descriptorOfLastWords, line.data(), line.size()) < 0) _exit(1);
+  if (!writeLastWords(descriptorOfLastWords, line, kForEver)) _exit(1);
   std::raise(signal);  // SA_RESETHAND: ends the process now, with a core file where that is wanted
+}
+
+constexpr std::pair<int, std::string_view> kEnds[] = {
+    {SIGINT, "ERROR: ended by signal 2 (SIGINT, Ctrl-C)"},
+    {SIGTERM, "ERROR: ended by signal 15 (SIGTERM)"},
+    {SIGHUP, "ERROR: ended by signal 1 (SIGHUP, the terminal is gone)"}};
+
+// Calls only what a handler of signals may call. Whoever ended the program does not wait for a
+// terminal that is stopped.
+void sayEnd(int signal) {
+  constexpr int kPatience = 200;
+  constexpr std::string_view kNothing = "; no result file was saved\n";
+  constexpr std::string_view kPerhaps = "; result files may have been saved\n";
+  char line[200];
+  std::size_t size = 0;
+  const auto add = [&](std::string_view text) {
+    text.copy(line + size, text.size());
+    size += text.size();
+  };
+  for (const auto& [number, text] : kEnds) {
+    if (number == signal) add(text);
+  }
+  add(anyReplacementBegan() ? kPerhaps : kNothing);
+  writeLastWords(STDERR_FILENO, {line, size}, kPatience);
 }
 
 // Sanitizers and debuggers that have handlers of their own keep them.
@@ -71,7 +98,7 @@ void saySignalsOfFaults() {
 void prepareProcess(int lastWords) {
   descriptorOfLastWords = lastWords;
   std::signal(SIGPIPE, SIG_IGN);
-  removePartFilesOnSignals();
+  removePartFilesOnSignals(sayEnd);
   saySignalsOfFaults();
   std::set_terminate(endAfterException);
 }
@@ -81,7 +108,7 @@ void endForLackOfMemory() {
   std::cerr.flush();
   removePartFiles();
   constexpr std::string_view kLine = "ERROR: out of memory\n";
-  if (write(descriptorOfLastWords, kLine.data(), kLine.size()) < 0) std::_Exit(1);
+  writeLastWords(descriptorOfLastWords, kLine, kForEver);
   std::_Exit(1);
 }
 

@@ -7,7 +7,9 @@ namespace namespace_ratseg {
 
 // How the process of a program ends where it does not end by itself. Call it first in main().
 //   - A reader of standard output that goes away (| head) does not end it: results are still saved.
-//   - SIGINT, SIGTERM and SIGHUP remove half-written files first.
+//   - SIGINT, SIGTERM and SIGHUP remove half-written files and print a line on standard error
+//   before
+//     they end it.
 //   - A signal of a fault removes them too, prints a line, and ends the process as it would have.
 //   - An exception that nobody can catch any more for lack of memory ends it as
 //     endForLackOfMemory() does, and not by a signal.

@@ -8,12 +8,14 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -22,6 +24,8 @@
 namespace namespace_ratseg {
 
 namespace {
+
+std::atomic<bool> anyBegan = false;
 
 // Closes it at the end.
 class Descriptor {
@@ -161,6 +165,22 @@ class FolderLocks {
   std::vector<int> held_;
 };
 
+// Holds signals back while files take their places. Where one came before, none takes its place any
+// more.
+class Placing {
+ public:
+  Placing() {
+    anyBegan = true;
+    wait_.emplace();
+    if (!processIsEnding()) return;
+    wait_.reset();
+    waitForTheEnd();
+  }
+
+ private:
+  std::optional<SignalsWait> wait_;
+};
+
 }  // namespace
 
 FileReplacement::FileReplacement(const std::string& filename) : target_(filename) {
@@ -223,6 +243,8 @@ bool FileReplacement::makeInMemory(const Write& write) {
 bool FileReplacement::writeDirectly(const Write& write) {
   Descriptor file(open(target_.c_str(), O_WRONLY | O_CLOEXEC));
   if (file < 0) return giveUp(errno);
+  anyBegan = true;
+  if (processIsEnding()) waitForTheEnd();
   errno = 0;
   if (!write(file) || !file.close()) return giveUp(errno);
   state_ = State::placed;
@@ -230,6 +252,20 @@ bool FileReplacement::writeDirectly(const Write& write) {
 }
 
 bool FileReplacement::finish() {
+  bool placed = false;
+  {
+    const Placing placing;
+    placed = place();
+  }
+  flushFolder();
+  return placed;
+}
+
+void FileReplacement::flushFolder() const {
+  if (state_ == State::placed && isInFolder_) flushFolderOf(target_);
+}
+
+bool FileReplacement::place() {
   switch (state_) {
     case State::placed:
       return true;
@@ -243,7 +279,7 @@ bool FileReplacement::finish() {
         part_.remove();
         if (!copied) return giveUp(error);
       }
-      flushFolderOf(target_);
+      isInFolder_ = true;
       break;
     default:
       return giveUp(error_);
@@ -255,9 +291,16 @@ bool FileReplacement::finish() {
 std::vector<int> finishTogether(std::span<FileReplacement* const> files) {
   const FolderLocks locks(files);
   std::vector<int> errors;
-  for (FileReplacement* file : files) errors.push_back(file->finish() ? 0 : errno);
+  errors.reserve(files.size());
+  {
+    const Placing placing;
+    for (FileReplacement* file : files) errors.push_back(file->place() ? 0 : errno);
+  }
+  for (const FileReplacement* file : files) file->flushFolder();
   return errors;
 }
+
+bool anyReplacementBegan() { return anyBegan; }
 
 bool writeAll(int descriptor, const void* bytes, std::size_t count) {
   const char* next = static_cast<const char*>(bytes);

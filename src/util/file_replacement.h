@@ -44,13 +44,19 @@ class FileReplacement {
  private:
   enum class State { nothing, beside, inMemory, placed, failed };
 
+  friend std::vector<int> finishTogether(std::span<FileReplacement* const> files);
+
   bool giveUp(int error);
+  // finish() without waiting for signals and for the folder to be on the disk.
+  bool place();
+  void flushFolder() const;
   bool makeBeside(const Write& write);
   bool makeInMemory(const Write& write);
   bool writeDirectly(const Write& write);
 
   std::string target_;  // behind all links
   bool exists_ = false;
+  bool isInFolder_ = false;  // made beside, and in its place
   State state_ = State::nothing;
   int error_ = 0;  // errno of what failed
   PartFile part_;
@@ -59,9 +65,13 @@ class FileReplacement {
 
 // Finishes the files, one after the other, while no other call of this function for a file of one
 // of their folders does: two programs that write files of the same names at the same time leave
-// those of one of them, not a mixture. After 10 seconds of waiting for others it goes on. Returns
-// errno for each file, 0 for those that are in their places.
+// those of one of them, not a mixture. After 10 seconds of waiting for others it goes on. A signal
+// that ends the process comes before all or after all (SignalsWait). Returns errno for each file, 0
+// for those that are in their places.
 std::vector<int> finishTogether(std::span<FileReplacement* const> files);
+
+// Whether the place of any file of this process may have been taken. A handler of signals may ask.
+bool anyReplacementBegan();
 
 // Writes all bytes. False with errno.
 bool writeAll(int descriptor, const void* bytes, std::size_t count);

@@ -30,10 +30,12 @@ struct Entry {
   char path[PATH_MAX];
 };
 std::array<Entry, 64> entries;
-// How many threads are between creating a file and entering its name.
-std::atomic<int> creating = 0;
+// How many threads the first signal waits for.
+std::atomic<int> waitedFor = 0;
 std::atomic<bool> ending = false;
 std::atomic<int> signalThatEnds = 0;
+SayOfSignal sayOfSignal = nullptr;
+std::atomic<bool> said = false;
 
 void enter(const std::string& path) {
   if (path.size() >= sizeof Entry::path) return;
@@ -60,8 +62,14 @@ void removeEntered() {
   }
 }
 
-void removeAllAndEnd(int signal) {
+// atOnce: also while another thread says that the process ends.
+void removeAllAndEnd(int signal, bool atOnce) {
   removeEntered();
+  if (!said.exchange(true)) {
+    if (sayOfSignal != nullptr) sayOfSignal(signal);
+  } else if (!atOnce) {
+    waitForTheEnd();
+  }
   std::signal(signal, SIG_DFL);
   sigset_t itself;
   sigemptyset(&itself);
@@ -70,35 +78,14 @@ void removeAllAndEnd(int signal) {
   std::raise(signal);
 }
 
-// A thread that is creating a file ends the process instead, once it entered the file's name; but
-// who asks a second time does not wait for it.
-void endUnlessCreating(int signal) {
+// The last of the threads that are waited for ends the process instead; but who asks a second time
+// does not wait.
+void endUnlessWaiting(int signal) {
   ending = true;
   const bool isFirst = signalThatEnds.exchange(signal) == 0;
-  if (isFirst && creating > 0) return;
-  removeAllAndEnd(signal);
+  if (isFirst && waitedFor > 0) return;
+  removeAllAndEnd(signal, !isFirst);
 }
-
-// Holds the signals back in this thread.
-class Creating {
- public:
-  Creating() {
-    sigset_t held;
-    sigemptyset(&held);
-    for (const int signal : kSignals) sigaddset(&held, signal);
-    pthread_sigmask(SIG_BLOCK, &held, &before_);
-    ++creating;
-  }
-  ~Creating() {
-    if (--creating == 0 && signalThatEnds != 0) removeAllAndEnd(signalThatEnds);
-    const int error = errno;
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    errno = error;
-  }
-
- private:
-  sigset_t before_;
-};
 
 // Whether text is "PID" or "PID-K".
 bool isNumbering(const std::string& text) {
@@ -131,11 +118,32 @@ bool removeIfDead(const std::string& path) {
 
 }  // namespace
 
+SignalsWait::SignalsWait() {
+  sigset_t held;
+  sigemptyset(&held);
+  for (const int signal : kSignals) sigaddset(&held, signal);
+  pthread_sigmask(SIG_BLOCK, &held, &before_);
+  ++waitedFor;
+}
+
+SignalsWait::~SignalsWait() {
+  const int error = errno;
+  if (--waitedFor == 0 && signalThatEnds != 0) removeAllAndEnd(signalThatEnds, false);
+  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  errno = error;
+}
+
+bool processIsEnding() { return ending; }
+
+void waitForTheEnd() {
+  while (true) pause();
+}
+
 PartFile::~PartFile() { remove(); }
 
 bool PartFile::tryName(const std::string& path) {
   path_ = path;
-  const Creating guard;
+  const SignalsWait untilTheNameIsKnown;
   const int file = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
   if (file < 0) return false;
   struct stat status;
@@ -218,17 +226,18 @@ std::vector<std::string> removeDeadPartFiles(const std::string& filename) {
 void removePartFiles() {
   ending = true;
   constexpr timespec kMillisecond = {0, 1000000};
-  for (int wait = 0; creating > 0 && wait < 100; ++wait) nanosleep(&kMillisecond, nullptr);
+  for (int wait = 0; waitedFor > 0 && wait < 100; ++wait) nanosleep(&kMillisecond, nullptr);
   removeEntered();
 }
 
-void removePartFilesOnSignals() {
+void removePartFilesOnSignals(SayOfSignal say) {
+  sayOfSignal = say;
   for (const int signal : kSignals) {
     struct sigaction before;
     // Ignored ones stay ignored, as under nohup.
     if (sigaction(signal, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) continue;
     struct sigaction action = {};
-    action.sa_handler = endUnlessCreating;
+    action.sa_handler = endUnlessWaiting;
     sigemptyset(&action.sa_mask);
     sigaction(signal, &action, nullptr);
   }

@@ -1,6 +1,7 @@
 #ifndef RATSEG_UTIL_PART_FILE_H
 #define RATSEG_UTIL_PART_FILE_H
 
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -42,12 +43,35 @@ class PartFile {
 // other users and those that are at work stay. Returns their names.
 std::vector<std::string> removeDeadPartFiles(const std::string& filename);
 
+// As long as there is one, the first of the signals that end the process (below) waits; whoever
+// asks a second time does not. The signals are held back in this thread.
+class SignalsWait {
+ public:
+  SignalsWait();
+  ~SignalsWait();
+  SignalsWait(const SignalsWait&) = delete;
+  SignalsWait& operator=(const SignalsWait&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+// Whether the process is in its last moment: what begins now is not waited for.
+bool processIsEnding();
+
+// For a thread that has nothing more to do when it is.
+[[noreturn]] void waitForTheEnd();
+
 // Removes the part files of this process, for its last moment: no more can be made.
 void removePartFiles();
 
-// From now on SIGINT, SIGTERM and SIGHUP remove the part files of this process before they end it.
-// For programs; libraries leave signals alone.
-void removePartFilesOnSignals();
+// What says that a signal of that number ends the process; it calls only what a handler of signals
+// may call.
+using SayOfSignal = void (*)(int signal);
+
+// From now on SIGINT, SIGTERM and SIGHUP remove the part files of this process before they end it,
+// and have it said once. For programs; libraries leave signals alone.
+void removePartFilesOnSignals(SayOfSignal say = nullptr);
 
 }  // namespace namespace_ratseg
 

@@ -20,7 +20,7 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
-// The program at work, its standard output in a pipe.
+// The program at work, its standard output in a pipe and standard error in a file.
 class Running {
  public:
   Running(const Program& program, std::vector<std::string> words) {
@@ -35,8 +35,8 @@ class Running {
       // What a shell in the background ignores its children ignore as well.
       for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_DFL);
       const int null = open("/dev/null", O_RDWR);
-      const bool ready = dup2(null, 0) >= 0 && dup2(ends[1], 1) >= 0 && dup2(null, 2) >= 0 &&
-                         chdir(program.folder.c_str()) == 0;
+      const bool ready = dup2(null, 0) >= 0 && dup2(ends[1], 1) >= 0 &&
+                         dup2(fileno(err_.get()), 2) >= 0 && chdir(program.folder.c_str()) == 0;
       if (ready) execve(program.path.c_str(), argv.data(), envp.data());
       _exit(127);
     }
@@ -62,8 +62,10 @@ class Running {
     waitpid(child_, &status, 0);
     return status;
   }
+  std::string err() const { return program::contents(err_.get()); }
 
  private:
+  const program::File err_ = program::temporaryFile();
   pid_t child_ = -1;
   int out_ = -1;
   std::string read_;
@@ -96,15 +98,19 @@ TEST_F(RatsegProcess, SavesItsResultsThoughNobodyReadsItsOutput) {
   }
 }
 
-TEST_F(RatsegProcess, LeavesNothingWhenItIsInterrupted) {
+TEST_F(RatsegProcess, LeavesNothingButALineWhenItIsInterrupted) {
   const std::vector<std::string> before = names();
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  const std::pair<int, std::string> ends[] = {{SIGINT, "2 (SIGINT, Ctrl-C)"},
+                                              {SIGTERM, "15 (SIGTERM)"},
+                                              {SIGHUP, "1 (SIGHUP, the terminal is gone)"}};
+  for (const auto& [signal, name] : ends) {
     Running running = start();
     EXPECT_THAT(running.readUpTo("Computing\n"), EndsWith("Computing\n"));
     running.send(signal);
     const int status = running.wait();
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
     EXPECT_EQ(names(), before);
+    EXPECT_EQ(running.err(), "ERROR: ended by signal " + name + "; no result file was saved\n");
   }
 }
 

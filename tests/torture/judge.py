@@ -100,9 +100,29 @@ def judge(program, folder, versions, run, others=()):
     return faults
 
 
-def judge_killed(program, folder, versions, run, signal_number):
-    """The faults of a run that a signal was sent to; it may have ended before."""
+def last_words(run, signal_number, may_be_mute):
+    """A run that a signal ended says so in one line, the last, and is right about its results."""
+    lines = re.findall(r"^ERROR: ended by signal .*$", run.err, re.M)
+    if may_be_mute and not run.out and not run.err:
+        return []
+    begin = f"ERROR: ended by signal {int(signal_number)} "
+    if len(lines) != 1 or not run.err.endswith(lines[0] + "\n") or not lines[0].startswith(begin):
+        return [("no line of the signal", (run.err or "nothing was said")[-200:])]
+    return []
+
+
+def judge_killed(program, folder, versions, run, signal_number, may_be_mute=False):
+    """The faults of a run that a signal was sent to; it may have ended before. may_be_mute: the
+    signal may have come before main()."""
     faults, new = whole_files(program, folder, versions)
+    if run.status < 0 and signal_number != signal.SIGKILL:
+        faults += last_words(run, signal_number, may_be_mute)
+        changed = {name for name in program.results if versions[name][0] != versions[name][1]}
+        saved = sorted(new & changed)
+        if saved and "; no result file was saved" in run.err:
+            faults.append(("a result was saved, but the last line denies it", str(saved)))
+        if 0 < len(saved) < len(changed):
+            faults.append(("results of two runs", str(saved)))
     if run.hung:
         faults.append(("hang", f"after signal {signal_number}"))
     if run.status < 0 and -run.status != signal_number:

@@ -24,8 +24,8 @@ def after_kill(bench, program, folder):
             if name not in run.out and name not in run.err]
 
 
-def judge(bench, program, folder, run, number):
-    faults = judge_killed(program, folder, bench.versions(program), run, number)
+def judge(bench, program, folder, run, number, may_be_mute=False):
+    faults = judge_killed(program, folder, bench.versions(program), run, number, may_be_mute)
     if number == signal.SIGKILL:
         faults += after_kill(bench, program, folder)
     return faults
@@ -48,7 +48,8 @@ def at_a_time(bench, program, seed, seconds):
             process.wait(chance.uniform(0, 1.1 * seconds))
         except subprocess.TimeoutExpired:
             process.send_signal(number)
-        return judge(bench, program, folder, finish(process), number), number
+        return judge(bench, program, folder, finish(process), number,
+                     may_be_mute=True), number
 
 
 def duration(bench, program):

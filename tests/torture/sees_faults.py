@@ -5,10 +5,12 @@ Usage: sees_faults.py --bin FOLDER --tools FOLDER
 """
 
 import argparse
+import signal
 import sys
 import tempfile
 
 import calls
+import kills
 from programs import Bench, Program
 
 # What the program does wrong, and the kind of fault that must be seen; "careful" does nothing wrong.
@@ -41,18 +43,27 @@ def kinds_seen(bench, fault):
     return kinds
 
 
+def kinds_of_kill(bench):
+    """Of a program that knows nothing of signals, ended while it writes beside its result."""
+    program = Program("torture_careless", ("careful", "{seed}"), ("result.txt",))
+    return {kind for kind, _ in kills.at_a_call(bench, program, "write", 1, signal.SIGTERM)}
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--bin", required=True)
     parser.add_argument("--tools", required=True)
     options = parser.parse_args()
+    runs = [(fault, {expected} if expected else set(), lambda bench, fault=fault:
+             kinds_seen(bench, fault)) for fault, expected in FAULTS.items()]
+    runs.append(("killed", {"leftover", "no line of the signal"}, kinds_of_kill))
     wrong = 0
-    for fault, expected in FAULTS.items():
+    for fault, expected, kinds in runs:
         with tempfile.TemporaryDirectory(prefix="ratseg-torture-") as folder:
-            seen = kinds_seen(Bench(folder, options.bin, options.tools), fault)
-        ok = seen == ({expected} if expected else set())
+            seen = kinds(Bench(folder, options.bin, options.tools))
+        ok = seen == expected
         wrong += not ok
-        print(f"{'ok' if ok else 'WRONG'}: {fault}: expected {expected}, saw {sorted(seen)}")
+        print(f"{'ok' if ok else 'WRONG'}: {fault}: expected {sorted(expected)}, saw {sorted(seen)}")
     sys.exit(1 if wrong else 0)
 
 

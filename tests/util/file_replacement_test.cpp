@@ -16,6 +16,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/system_calls.h"
@@ -353,6 +354,87 @@ TEST_F(FileReplacementTest, SignalsToOtherThreadsWaitForTheNameOfANewPart) {
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
   EXPECT_EQ(read(file_), "old");
   EXPECT_THAT(others(), IsEmpty());
+}
+
+// What the handler says is written to this file.
+int saysTo = -1;
+void say(int signal) {
+  const std::string line = "ended by " + std::to_string(signal) + "\n";
+  writeAll(saysTo, line.data(), line.size());
+}
+
+// Gives the signal to another thread and waits until its handler returns.
+void raiseInAnotherThread(int signal) {
+  std::thread other([signal] {
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
+    std::raise(signal);
+  });
+  other.join();
+}
+
+// Wherever a signal comes while files take their places, and to which thread.
+TEST_F(FileReplacementTest, SignalsWaitForAllPlacesAndAreSaidOnce) {
+  const std::string second = dir_.file("second");
+  for (const bool sameThread : {false, true}) {
+    write(file_, "old");
+    write(second, "old");
+    const std::string said = dir_.file("said");
+    const pid_t child = fork();
+    if (child == 0) {
+      std::signal(SIGINT, SIG_DFL);
+      saysTo = open(said.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+      removePartFilesOnSignals(say);
+      FileReplacement a(file_);
+      FileReplacement b(second);
+      a.make(content("new"));
+      b.make(content("new"));
+      bool first = true;
+      system_calls::hooks.rename = [&](const std::string&, const std::string&) {
+        if (!std::exchange(first, false)) return 0;
+        sameThread ? static_cast<void>(std::raise(SIGINT)) : raiseInAnotherThread(SIGINT);
+        return 0;
+      };
+      finishTogether(std::array{&a, &b});
+      _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
+    EXPECT_EQ(read(file_), "new");
+    EXPECT_EQ(read(second), "new");
+    EXPECT_EQ(read(said), "ended by 2\n");
+  }
+}
+
+TEST_F(FileReplacementTest, ASecondSignalDoesNotWaitForThePlaces) {
+  write(file_, "old");
+  const std::string second = dir_.file("second");
+  const std::string said = dir_.file("said");
+  const pid_t child = fork();
+  if (child == 0) {
+    std::signal(SIGINT, SIG_DFL);
+    saysTo = open(said.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    removePartFilesOnSignals(say);
+    FileReplacement a(file_);
+    FileReplacement b(second);
+    a.make(content("new"));
+    b.make(content("new"));
+    system_calls::hooks.rename = [&](const std::string&, const std::string&) {
+      raiseInAnotherThread(SIGINT);
+      raiseInAnotherThread(SIGTERM);
+      return 0;
+    };
+    finishTogether(std::array{&a, &b});
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+  EXPECT_EQ(read(file_), "old");
+  EXPECT_FALSE(std::filesystem::exists(second));
+  EXPECT_EQ(read(said), "ended by 15\n");
 }
 
 // One set of files waits in the middle of taking its places until the other has come to the lock
