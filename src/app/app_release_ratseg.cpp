@@ -17,6 +17,7 @@
 #include "app/option_file.h"
 #include "app/options.h"
 #include "app/process.h"
+#include "app/progress.h"
 #include "app/proportions.h"
 #include "app/result_files.h"
 #include "app/result_names.h"
@@ -106,13 +107,13 @@ void setUpSolver(RatSeg& solver, Proportions& proportions, std::unique_ptr<float
   solver.setDataterm(dataterm.get());
 }
 
-void solve(RatSeg& solver) {
+void solve(RatSeg& solver, ProgressWanted progress) {
   Params& par = solver.getParams();
   std::cout << "Computing" << std::endl;
   par.outModulo = par.Nsteps + 1;  // no progress reports
   TimerCUDA timer(par.gpu.data(), static_cast<int>(par.gpu.size()));
   timer.begin("overall");
-  solver.run();
+  runWithProgress(par, solver.getStatistics(), progress, [&solver] { solver.run(); });
   timer.end("overall");
   std::cout << "Computation time: " << timer.get("overall") << " s" << std::endl;
   if (par.tolerance > 0.0f) printCertificate(std::cerr, par, solver.getStatistics());
@@ -175,7 +176,7 @@ void segment(Cmd& cmd) {
   solver.setWeight(weight.get());
   failOnWarnings(options);
   times.begin("iteration");
-  solve(solver);
+  solve(solver, options.progress);
 
   times.begin("download");
   const std::vector<int> labeling = solvedLabeling(solver, image.count(), par.n);

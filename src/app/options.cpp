@@ -82,6 +82,11 @@ constexpr OptionText kStrict = {
     "    Take warnings as errors: end before the computation where there are any, and with status\n"
     "    1 where there are any after it",
     "0"};
+constexpr OptionText kProgress = {
+    "progress", "0|1",
+    "    Show on standard error how far the iteration is: in a line that is rewritten on a\n"
+    "    terminal, in one every 10 seconds elsewhere",
+    "1 on a terminal, for runs of more than 2 seconds; otherwise 0"};
 
 constexpr OptionText kMaxMegapixels = {
     "max-megapixels", "<float>",
@@ -92,8 +97,9 @@ constexpr OptionText kMaxMemory = {
     "what is available, of which runs are only warned"};
 
 // These are not echoed, and described on standard error.
-constexpr std::array<const OptionText*, 7> kMoreOptions = {
-    &kDevice, &kTiming, &kTolerance, &kAccelerate, &kStrict, &kMaxMegapixels, &kMaxMemory};
+constexpr std::array<const OptionText*, 8> kMoreOptions = {&kDevice,        &kTiming,   &kTolerance,
+                                                           &kAccelerate,    &kStrict,   &kProgress,
+                                                           &kMaxMegapixels, &kMaxMemory};
 
 bool isKnown(const std::string& name) {
   const auto has = [&](const OptionText* option) { return name == option->name; };
@@ -159,6 +165,11 @@ void refuseOverwriting(const Options& options) {
   }
 }
 
+ProgressWanted readProgress(Cmd& cmd) {
+  if (!cmd.hasArg(kProgress.name)) return ProgressWanted::automatic;
+  return readSwitch(cmd, kProgress) ? ProgressWanted::always : ProgressWanted::never;
+}
+
 void warnOfOutputFolder(const std::string& prefix) {
   std::error_code ignored;
   const auto folder = std::filesystem::absolute(prefix + "_", ignored).parent_path();
@@ -215,6 +226,7 @@ Options readOptions(Cmd& cmd, Params& par) {
   par.tolerance = readNumberFrom0(cmd, kTolerance);
   par.accelerate = readSwitch(cmd, kAccelerate);
   options.strict = readSwitch(cmd, kStrict);
+  options.progress = readProgress(cmd);
   readLimit(cmd, kMaxMegapixels, options.limits.megapixels);
   readLimit(cmd, kMaxMemory, options.limits.gib);
   refuseEndlessRun(par);

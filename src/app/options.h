@@ -4,6 +4,7 @@
 #include <string>
 
 #include "app/load_picture.h"
+#include "app/progress.h"
 
 namespace namespace_ratseg {
 
@@ -17,9 +18,10 @@ struct Options {
   std::string proportions;  // text, mean and sigma per foreground label
   float weightcoeff = 5;    // gamma of the edge weight; 0 = no edge weight
   std::string outprefix = "out";
-  int gpu = 0;           // device number
-  bool timing = false;   // report the seconds of each stage
-  bool strict = false;   // take warnings as errors
+  int gpu = 0;          // device number
+  bool timing = false;  // report the seconds of each stage
+  bool strict = false;  // take warnings as errors
+  ProgressWanted progress = ProgressWanted::automatic;
   PictureLimits limits;  // -max-megapixels and -max-memory
 };
 
@@ -27,12 +29,12 @@ struct Options {
 void printUsage();
 
 // Reads the options, those of the solver (lambda, mu, eps, Nsteps, tolerance, accelerate) into
-// par, and echoes each but -timing, -tolerance, -accelerate, -strict, -max-megapixels and
-// -max-memory with its description. Ends the process with status 1 at the first required one that
-// is missing, at a lambda or an eps that nothing can be certified with when there is a tolerance,
-// and at an input that a result would be written over. Warns on standard error of unknown options,
-// of values that are no numbers or have no sense, and of an output folder that cannot be written
-// to.
+// par, and echoes each but -timing, -tolerance, -accelerate, -strict, -progress, -max-megapixels
+// and -max-memory with its description. Ends the process with status 1 at the first required one
+// that is missing, at a lambda or an eps that nothing can be certified with when there is a
+// tolerance, and at an input that a result would be written over. Warns on standard error of
+// unknown options, of values that are no numbers or have no sense, and of an output folder that
+// cannot be written to.
 Options readOptions(Cmd& cmd, Params& par);
 
 // Chooses the backend by -device (auto, cuda or host), or by the environment variable RATSEG_DEVICE
