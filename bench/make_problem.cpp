@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "app/usage_wanted.h"
+#include "app/version/version.h"
 #include "util/fileio.h"
 #include "wave_picture.h"
 
@@ -43,6 +45,10 @@ bool saveProportions(std::size_t n, const std::string& file) {
 }
 
 int run(int argc, char** argv) {
+  if (versionWanted(argc, argv)) {
+    printVersion("make_problem");
+    return 0;
+  }
   Size size;
   if (argc != 3 || !parseSize(argv[2], size)) {
     std::cerr << "Usage: make_problem FOLDER WxHxN" << std::endl;

@@ -28,6 +28,8 @@
 
 #include "algorithms/rat_segments/alg/fused_host/host_sweep.h"
 #include "algorithms/rat_segments/alg/rat_seg.h"
+#include "app/usage_wanted.h"
+#include "app/version/version.h"
 #include "device/host/host_launch.h"
 #include "device/runtime.h"
 #include "device/selection.h"
@@ -318,6 +320,10 @@ bool parseArguments(int argc, char** argv, Job& job) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (versionWanted(argc, argv)) {
+    printVersion("ratseg_bench");
+    return 0;
+  }
   Job job;
   if (!parseArguments(argc, argv, job)) return 1;
   int count = 0;

@@ -20,6 +20,8 @@
 #include "app/messages.h"
 #include "app/process.h"
 #include "app/result_files.h"
+#include "app/usage_wanted.h"
+#include "app/version/version.h"
 #include "labeling_scores.h"
 #include "util/cmd.h"
 #include "util/fileio.h"
@@ -120,6 +122,10 @@ QImage drawSheet(const std::string& imageFile, const Comparison& c) {
 }
 
 int run(int argc, const char* const* argv) {
+  if (versionWanted(argc, argv)) {
+    printVersion("compare_labelings", qtVersions());
+    return 0;
+  }
   if (argc <= 1) {
     std::cout << kUsage;
     return 0;

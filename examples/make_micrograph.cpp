@@ -22,6 +22,8 @@
 #include "app/messages.h"
 #include "app/process.h"
 #include "app/result_files.h"
+#include "app/usage_wanted.h"
+#include "app/version/version.h"
 #include "micrograph.h"
 #include "util/file_replacement.h"
 #include "util/fileio.h"
@@ -103,6 +105,10 @@ std::vector<Picture> picturesOf(const Micrograph& m, const std::string& folder) 
 }
 
 int run(int argc, char** argv) {
+  if (versionWanted(argc, argv)) {
+    printVersion("make_micrograph", qtVersions());
+    return 0;
+  }
   unsigned seed = kDefaultSeed;
   if (argc == 3) {
     const char* end = argv[2] + std::strlen(argv[2]);

@@ -23,6 +23,7 @@
 #include "app/result_names.h"
 #include "app/stage_times.h"
 #include "app/usage_wanted.h"
+#include "app/version/version.h"
 #include "device/runtime.h"
 #include "device/selection.h"
 #include "util/TimerCUDA.h"
@@ -196,6 +197,10 @@ void segment(Cmd& cmd) {
 App_ReleaseRatSeg::App_ReleaseRatSeg(int argc, char** argv) {
   try {
     setProgramName("ratseg");
+    if (versionWanted(argc, argv)) {
+      printVersion("ratseg", qtVersions());
+      return;
+    }
     const bool usage = usageWanted(argc, argv);
     const std::string optionFile = findOptionFile(argc > 0 ? argv[0] : "", !usage);
     Cmd cmd(argc, argv, optionFile, nullptr, 0);

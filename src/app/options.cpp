@@ -200,6 +200,7 @@ void printUsage() {
               << "    Default: " << option->fallback << std::endl;
     begin = "";
   }
+  std::cerr << "-version alone prints the version and what the program was built with" << std::endl;
 }
 
 Options readOptions(Cmd& cmd, Params& par) {

@@ -5,12 +5,22 @@
 
 namespace namespace_ratseg {
 
+// Whether -name or --name is a program's only argument.
+inline bool isOnlyArgument(const std::string& name, int argc, const char* const* argv) {
+  if (argc != 2) return false;
+  const std::string word = argv[1];
+  return word == "-" + name || word == "--" + name;
+}
+
 // Whether a program with these arguments is to print its usage screen: none, or -help or --help
 // alone.
 inline bool usageWanted(int argc, const char* const* argv) {
-  if (argc <= 1) return true;
-  const std::string word = argv[1];
-  return argc == 2 && (word == "-help" || word == "--help");
+  return argc <= 1 || isOnlyArgument("help", argc, argv);
+}
+
+// Whether it is to print its version: -version or --version alone.
+inline bool versionWanted(int argc, const char* const* argv) {
+  return isOnlyArgument("version", argc, argv);
 }
 
 }  // namespace namespace_ratseg

@@ -113,7 +113,8 @@ TEST_F(RatsegMessages, WithoutArgumentsAreTheUsageScreen) {
       "    Default: 150\n"
       "-max-memory <float>\n"
       "    Refuse images and runs on the host that are estimated to need more memory, in GiB\n"
-      "    Default: what is available, of which runs are only warned\n");
+      "    Default: what is available, of which runs are only warned\n"
+      "-version alone prints the version and what the program was built with\n");
   EXPECT_EQ(result.status, 0);
 }
 

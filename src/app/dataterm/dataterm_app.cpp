@@ -21,6 +21,7 @@
 #include "app/messages.h"
 #include "app/process.h"
 #include "app/usage_wanted.h"
+#include "app/version/version.h"
 #include "device/selection.h"
 #include "util/cudautil.h"
 #include "util/file_replacement.h"
@@ -235,6 +236,10 @@ void run(const DatatermOptions& options) {
 
 int runDatatermApp(int argc, const char* const* argv) {
   setProgramName("ratseg-dataterm");
+  if (versionWanted(argc, argv)) {
+    printVersion("ratseg-dataterm", qtVersions());
+    return 0;
+  }
   if (usageWanted(argc, argv)) {
     std::cout << kDatatermUsage;
     return 0;
