@@ -84,9 +84,7 @@ double hostBytes(const Params& par) {
 void checkHostMemory(const Params& par, const PictureLimits& limits) {
   if (!backend().isHost() || hostBytes(par) <= limits.bytes()) return;
   const std::string needed = "the run needs about " + memoryText(hostBytes(par)) +
-                             " of memory on the host (" + std::to_string(par.w) + " x " +
-                             std::to_string(par.h) + " pixels x " + std::to_string(par.n) +
-                             " labels), but ";
+                             " of memory on the host (" + sizeText(par.w, par.h, par.n) + "), but ";
   const std::string limit = memoryText(limits.bytes());
   if (limits.gib > 0) {
     fail("ERROR: " + needed + "at most " + limit + " are allowed (-max-memory)");

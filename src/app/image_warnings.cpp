@@ -35,4 +35,8 @@ std::vector<std::string> imageWarnings(const Picture& picture, const RGB* pixels
   return lines;
 }
 
+std::string readWithComplaint(const std::string& complaint) {
+  return "was read with a complaint: " + complaint;
+}
+
 }  // namespace namespace_ratseg

@@ -17,6 +17,9 @@ namespace namespace_ratseg {
 std::vector<std::string> imageWarnings(const Picture& picture, const RGB* pixels,
                                        std::size_t count);
 
+// What a decoder complained about, as a line of this kind.
+std::string readWithComplaint(const std::string& complaint);
+
 }  // namespace namespace_ratseg
 
 #endif

@@ -18,9 +18,8 @@ namespace namespace_ratseg {
 
 namespace {
 
-std::string sizeText(const Image& image, std::size_t n) {
-  return std::to_string(image.w) + " x " + std::to_string(image.h) + " pixels x " +
-         std::to_string(n) + " labels";
+std::string problemSize(const Image& image, std::size_t n) {
+  return sizeText(static_cast<std::size_t>(image.w), static_cast<std::size_t>(image.h), n);
 }
 
 std::unique_ptr<float[]> allocateDataterm(const Image& image, std::size_t n) {
@@ -30,7 +29,7 @@ std::unique_ptr<float[]> allocateDataterm(const Image& image, std::size_t n) {
     }
     return std::make_unique_for_overwrite<float[]>(image.count() * n);
   } catch (const std::bad_alloc&) {
-    fail("ERROR: no memory for the data term of " + sizeText(image, n));
+    fail("ERROR: no memory for the data term of " + problemSize(image, n));
   }
 }
 
@@ -97,7 +96,7 @@ void warnOfDataterm(const std::string& file, const Image& image, std::size_t n) 
   if (warnIfUnreadable(file)) return;
   const std::string fault = faultOfDataterm(file, image.count(), n);
   warn((fault.empty() ? "" : inQuotes(file) + fault + "; ") +
-       "the data term must be a packed array of floats for " + sizeText(image, n) +
+       "the data term must be a packed array of floats for " + problemSize(image, n) +
        ", the background label included (one label more than the proportions file has)");
 }
 
@@ -129,11 +128,10 @@ void warnOfAutomaticGamma(float gamma) {
 
 Image loadImage(const std::string& file, const PictureLimits& limits) {
   const auto failLoading = [&file] { fail("ERROR loading image to segment: " + file); };
-  const auto warnOfIt = [&file](const std::string& line) { warn(inQuotes(file) + " " + line); };
   if (warnIfUnreadable(file)) failLoading();
   Image image;
   try {
-    image = loadPicture(file, limits, warnOfIt);
+    image = loadPicture(file, limits, warnerOf(inQuotes(file)));
   } catch (const PictureError& e) {
     const bool unreadable = e.kind == PictureError::Kind::unreadable;
     warn(inQuotes(file) + (unreadable ? ": " : " ") + e.what());

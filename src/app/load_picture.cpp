@@ -58,9 +58,9 @@ Picture readPicture(const std::string& file, const PictureLimits& limits) {
   return picture;
 }
 
-void checkSize(double w, double h, const PictureLimits& limits) {
-  const double pixels = w * h;
-  const std::string size = "has " + number(w) + " x " + number(h) + " pixels, ";
+void checkSize(std::size_t w, std::size_t h, const PictureLimits& limits) {
+  const double pixels = static_cast<double>(w) * static_cast<double>(h);
+  const std::string size = "has " + sizeText(w, h) + ", ";
   if (pixels > limits.megapixels * kMega) {
     throw PictureError(Kind::unusable, size + number(std::ceil(pixels / kMega * 10) / 10) +
                                            " megapixels, but at most " + number(limits.megapixels) +
@@ -87,7 +87,7 @@ void tell(const std::vector<std::string>& complaints,
           const std::function<void(const std::string&)>& warn) {
   constexpr std::size_t kMost = 10;
   const std::size_t shown = std::min(kMost, complaints.size());
-  for (std::size_t k = 0; k < shown; ++k) warn("was read with a complaint: " + complaints[k]);
+  for (std::size_t k = 0; k < shown; ++k) warn(readWithComplaint(complaints[k]));
   if (complaints.size() > shown) {
     warn("was read with " + std::to_string(complaints.size() - shown) + " more complaints");
   }
@@ -104,7 +104,8 @@ QImage decode(const Picture& picture, const PictureLimits& limits, const Complai
     throw PictureError(Kind::unusable,
                        "cannot be decoded: " + error + (said.empty() ? "" : " (" + said + ")"));
   }
-  checkSize(decoded.width(), decoded.height(), limits);
+  checkSize(static_cast<std::size_t>(decoded.width()), static_cast<std::size_t>(decoded.height()),
+            limits);
   return decoded;
 }
 
@@ -121,6 +122,14 @@ Image convert(const QImage& decoded) {
 }
 
 }  // namespace
+
+std::string sizeText(std::size_t w, std::size_t h) {
+  return std::to_string(w) + " x " + std::to_string(h) + " pixels";
+}
+
+std::string sizeText(std::size_t w, std::size_t h, std::size_t labels) {
+  return sizeText(w, h) + " x " + std::to_string(labels) + " labels";
+}
 
 double PictureLimits::bytes() const {
   constexpr double kGiB = 1 << 30;
@@ -139,7 +148,7 @@ Image loadPicture(const std::string& file, const PictureLimits& limits,
                   const std::function<void(const std::string&)>& warn) {
   const Picture picture = readPicture(file, limits);
   Complaints complaints;
-  checkSize(static_cast<double>(picture.w()), static_cast<double>(picture.h()), limits);
+  checkSize(picture.w(), picture.h(), limits);
   const Wholeness whole = picture.wholeness();
   for (const std::string& complaint : whole.complaints) complaints.add(complaint);
   if (!whole.error.empty()) throw PictureError(Kind::unusable, whole.error);

@@ -21,6 +21,10 @@ struct Image {
   std::size_t count() const { return static_cast<std::size_t>(w) * static_cast<std::size_t>(h); }
 };
 
+// "640 x 480 pixels", and with a number of labels " x 3 labels" behind it.
+std::string sizeText(std::size_t w, std::size_t h);
+std::string sizeText(std::size_t w, std::size_t h, std::size_t labels);
+
 // How large a picture may be.
 struct PictureLimits {
   double megapixels = 150;  // -max-megapixels

@@ -38,6 +38,10 @@ void warn(const std::string& message) {
   ++said().warnings;
 }
 
+std::function<void(const std::string&)> warnerOf(const std::string& name) {
+  return [name](const std::string& line) { warn(name + " " + line); };
+}
+
 void note(const std::string& message) {
   std::cerr << said().program << ": " << message << std::endl;
 }

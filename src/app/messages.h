@@ -6,6 +6,7 @@
 // Warnings and hints are not part of it and go to standard error. One thread at a time may warn.
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 #include "device/quoted.h"
@@ -20,6 +21,9 @@ void setProgramName(const std::string& name);
 
 // Prints "ratseg: warning: " and the message as a line on standard error.
 void warn(const std::string& message);
+
+// What warns of a file: it gets lines that go on after the file's name, as name shows it.
+std::function<void(const std::string&)> warnerOf(const std::string& name);
 
 // Prints "ratseg: " and the message in the same way: something that needs no attention.
 void note(const std::string& message);

@@ -33,10 +33,6 @@ namespace namespace_ratseg {
 
 namespace {
 
-std::string sizeText(std::size_t w, std::size_t h) {
-  return std::to_string(w) + " x " + std::to_string(h) + " pixels";
-}
-
 std::string numberText(double value) {
   char text[32];
   std::snprintf(text, sizeof text, "%.9g", value);
@@ -44,29 +40,33 @@ std::string numberText(double value) {
 }
 
 Image loadImage(const std::string& file, const PictureLimits& limits) {
+  const std::string expected = "an image of a format that can be read";
   try {
-    return loadPicture(file, limits, [&file](const std::string& line) { warn(file + " " + line); });
+    return loadPicture(file, limits, warnerOf(file));
   } catch (const PictureError& e) {
-    std::string found = "a file that " + std::string(e.what());
-    if (e.kind == PictureError::Kind::unreadable) {
-      found = "a file that does not open: " + std::string(e.what());
-    } else if (e.kind == PictureError::Kind::unknownFormat) {
-      found = "a file that cannot be decoded: Unsupported image format";
+    switch (e.kind) {
+      case PictureError::Kind::unreadable:
+        throw InputError::unopened(file, expected, e.what());
+      case PictureError::Kind::unknownFormat:
+        throw InputError(file, expected, "a file that cannot be decoded: Unsupported image format");
+      default:
+        throw InputError(file, expected, "a file that " + std::string(e.what()));
     }
-    throw InputError(file, "an image of a format that can be read", found);
   }
+}
+
+std::string sizeOf(const Image& image) {
+  return sizeText(static_cast<std::size_t>(image.w), static_cast<std::size_t>(image.h));
 }
 
 // A picture that belongs to the image, and so has its size.
 LabelPicture loadBeside(const std::string& file, const Image& image, const std::string& imageFile) {
-  const auto checkSize = [&](std::size_t foundW, std::size_t foundH) {
-    const auto w = static_cast<std::size_t>(image.w);
-    const auto h = static_cast<std::size_t>(image.h);
-    if (foundW == w && foundH == h) return;
-    throw InputError(file, sizeText(w, h) + " as in " + imageFile, sizeText(foundW, foundH));
+  const auto checkSize = [&](std::size_t w, std::size_t h) {
+    const std::string expected = sizeOf(image);
+    const std::string found = sizeText(w, h);
+    if (found != expected) throw InputError(file, expected + " as in " + imageFile, found);
   };
-  const auto warnOfIt = [&file](const std::string& line) { warn(file + " " + line); };
-  return LabelPicture::load(file, {warnOfIt, checkSize});
+  return LabelPicture::load(file, {warnerOf(file), checkSize});
 }
 
 // What is to be computed, read from the files that the options name.
@@ -201,7 +201,7 @@ void writeFiles(const DatatermOptions& options, const std::vector<float>& rho,
 void report(const Problem& problem, const DatatermOptions& options) {
   const std::size_t planes = problem.labels + (options.sharesOfImage ? 1 : 0);
   std::cout << "Saved " << options.out << "  (data term of " << planes << " labels, "
-            << problem.image.w << " x " << problem.image.h << " pixels)" << std::endl;
+            << sizeOf(problem.image) << ")" << std::endl;
   if (!problem.shares.empty()) {
     std::cout << "Saved " << options.proportions << "  (shares of the "
               << (options.sharesOfImage ? "image" : "foreground") << " of " << problem.shares.size()

@@ -15,6 +15,12 @@ class InputError : public std::runtime_error {
   // thing is an option's name or a file's.
   InputError(const std::string& thing, const std::string& expected, const std::string& found)
       : std::runtime_error(inLine(thing + ": expected " + expected + ", but found " + found)) {}
+
+  // A file that does not open.
+  static InputError unopened(const std::string& file, const std::string& expected,
+                             const std::string& reason) {
+    return {file, expected, "a file that does not open: " + reason};
+  }
 };
 
 }  // namespace namespace_ratseg

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "app/dataterm/input_error.h"
+#include "app/image_warnings.h"
 #include "util/pictures/png_reader.h"
 #include "util/pictures/wholeness.h"
 #include "util/whole_file.h"
@@ -35,7 +36,7 @@ std::string readBytes(const std::string& file) {
     return readPngHeader(begin, ignored);
   });
   if (!read.error.empty()) {
-    throw InputError(file, kExpected, "a file that does not open: " + read.error);
+    throw InputError::unopened(file, kExpected, read.error);
   }
   if (read.tooLong) throw InputError(file, kExpected, "a file of more than 2 GiB");
   return std::move(read.bytes);
@@ -71,7 +72,7 @@ LabelPicture LabelPicture::load(const std::string& file, const Hooks& hooks) {
     if (indexed && picture.highest() >= read.colours) {
       hooks.warn(beyondPalette(picture.highest(), read.colours));
     }
-    for (const std::string& line : read.warnings) hooks.warn("was read with a complaint: " + line);
+    for (const std::string& line : read.warnings) hooks.warn(readWithComplaint(line));
   }
   return picture;
 }
