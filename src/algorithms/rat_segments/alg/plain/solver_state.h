@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include "algorithms/rat_segments/alg/params.h"
+#include "device/environment.h"
 #include "device/types.h"
 #include "util/cudaarray.h"
 #include "util/sum.h"
@@ -92,8 +93,9 @@ struct SolverState {
   dim3 block_copy{0, 0, 0};
   dim3 grid_copy{0, 0, 0};
   std::size_t ind_bgr = 0;
-  float* sum_u_host = nullptr;  // n nDev floats
-  Statistics statistics;        // of the last run()
+  float* sum_u_host = nullptr;                          // n nDev floats
+  Statistics statistics;                                // of the last run()
+  Setting<StripWish> stripWish = environment().strips;  // of a run with the strip engine
 };
 
 }  // namespace namespace_ratseg
