@@ -37,10 +37,8 @@ bool StripEngine::canRun(const SolverState& solver) {
     if (solver.par.n > static_cast<std::size_t>(std::max(device.maxThreadsPerBlock, 0)))
       return false;
     if (solver.arrays[d].NOmegaOffset > std::numeric_limits<int>::max()) return false;
-    if (d > 0 && (!solver.canAccess(d, d - 1) || !solver.canAccess(d - 1, d))) return false;
-    if (d > 0 && (!solver.canAccess(0, d) || !solver.canAccess(d, 0))) return false;
   }
-  return true;
+  return solver.bandsReachEachOther();
 }
 
 std::unique_ptr<StripEngine> StripEngine::make(SolverState& solver, const StepSizes& sizes,
@@ -59,9 +57,7 @@ StripEngine::StripEngine(SolverState& solver, const StepSizes& sizes)
       sigma_(sizes.sigma),
       bands_(static_cast<std::size_t>(solver.bands())) {}
 
-void StripEngine::select(std::size_t d) {
-  solver_.select(static_cast<int>(d), kStripLines + __LINE__);
-}
+void StripEngine::select(std::size_t d) { solver_.select(static_cast<int>(d)); }
 
 // False when a device has no room.
 bool StripEngine::allocate(const StripWish& wish) {
@@ -72,7 +68,7 @@ bool StripEngine::allocate(const StripWish& wish) {
     select(d);
     cudaDeviceProp device;
     cudaGetDeviceProperties(&device, solver_.dev[d]);
-    check(kStripLines + __LINE__);
+    check();
     b.shape = stripShape(par.w, g.h, par.n, device, wish);
     const std::size_t first = bands_.size() > 1 ? std::min<std::size_t>(b.shape.rows, g.h) : 0;
     b.firstRows = static_cast<unsigned>(first);
@@ -84,7 +80,7 @@ bool StripEngine::allocate(const StripWish& wish) {
     b.partials.alloc(b.blocks * par.n);
     b.counter.alloc(1);
     if (ranOutOfMemory() || freeMemory() < kMemoryLeft) return false;
-    check(kStripLines + __LINE__);
+    check();
     b.u = {g.u, g.u_bar, b.extraU};
     b.p = {g.p, b.extraP};
     float* values = b.perLabel;
@@ -104,10 +100,10 @@ void StripEngine::fillHaloOfU() {
   for (std::size_t d = 0; d + 1 < bands_.size(); ++d) {
     gpudata& to = solver_.arrays[d];
     gpudata& from = solver_.arrays[d + 1];
-    solver_.selectAfter(static_cast<int>(d), static_cast<int>(d) + 1, kStripLines + __LINE__);
+    solver_.selectAfter(static_cast<int>(d), static_cast<int>(d) + 1);
     ratSegKernels().ratseg_copyFirstToLast({solver_.grid_copy, solver_.block_copy, 0}, to.u, from.u,
                                            solver_.par.w, to.h, from.h, solver_.par.n);
-    check(kStripLines + __LINE__);
+    check();
   }
 }
 
@@ -117,17 +113,17 @@ void StripEngine::createQueues() {
     select(d);
     for (cudaStream_t* stream : {&b.stream, &b.side}) {
       cudaStreamCreate(stream);
-      check(kStripLines + __LINE__);
+      check();
     }
     for (cudaEvent_t* event : {&b.mark, &b.edge, &b.first}) {
       cudaEventCreate(event);
-      check(kStripLines + __LINE__);
+      check();
     }
   }
   select(0);
   for (cudaEvent_t& end : ends_) {
     cudaEventCreate(&end);
-    check(kStripLines + __LINE__);
+    check();
   }
   started_ = true;
 }
@@ -143,7 +139,7 @@ void StripEngine::takeOver() {
     Band& b = bands_[d];
     select(d);
     stripKernels().ratseg_strip_enter(b.u[1], b.u[0], theta_bar_, g.NOffset);
-    check(kStripLines + __LINE__);
+    check();
   }
   Band& b = bands_[0];
   gpudata& g = solver_.arrays[0];
@@ -169,10 +165,10 @@ void StripEngine::handOver() {
     select(d);
     stripKernels().ratseg_strip_leave(g.u, g.u_bar, b.u[current()], b.u[previous()], theta_bar_,
                                       g.NOffset);
-    check(kStripLines + __LINE__);
+    check();
     if (b.p[done_ % 2] != g.p.get_ptr()) {
       cudaMemcpy(g.p.get_ptr(), b.p[done_ % 2], g.p.numBytes(), cudaMemcpyDeviceToDevice);
-      check(kStripLines + __LINE__);
+      check();
     }
   }
   solver_.deviceSynchronizeAll();
@@ -184,18 +180,18 @@ StripEngine::~StripEngine() {
   for (cudaEvent_t end : ends_) {
     select(0);
     cudaEventDestroy(end);
-    check(kStripLines + __LINE__);
+    check();
   }
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     Band& b = bands_[d];
     select(d);
     for (cudaEvent_t event : {b.mark, b.edge, b.first}) {
       cudaEventDestroy(event);
-      check(kStripLines + __LINE__);
+      check();
     }
     for (cudaStream_t stream : {b.stream, b.side}) {
       cudaStreamDestroy(stream);
-      check(kStripLines + __LINE__);
+      check();
     }
   }
 }
@@ -209,7 +205,7 @@ LaunchShape StripEngine::perLabel(cudaStream_t stream) const {
 // n floats on a queue of the current device.
 void StripEngine::copyLabels(cudaStream_t stream, float* to, float* from) {
   ratSegKernels().ratseg_copyGamma(perLabel(stream), to, from, solver_.par.n);
-  check(kStripLines + __LINE__);
+  check();
 }
 
 // gamma of the iteration of that parity on device 0, from the other parity's and the sums, with the
@@ -228,7 +224,7 @@ void StripEngine::nextGamma(std::size_t parity) {
     ratSegKernels().ratseg_dual_gamma(perLabel(b.stream), b.gamma[parity], solver_.arrays[0].a_bar,
                                       b.sum[parity], solver_.constGamma, par.w * par.h, sigma_,
                                       par.n);
-    check(kStripLines + __LINE__);
+    check();
   }
   for (std::size_t d = 1; d < bands_.size(); ++d) {
     order(0, b.stream, d, bands_[d].stream);
@@ -238,12 +234,12 @@ void StripEngine::nextGamma(std::size_t parity) {
 
 void StripEngine::record(cudaEvent_t event, cudaStream_t stream) {
   cudaEventRecord(event, stream);
-  check(kStripLines + __LINE__);
+  check();
 }
 
 void StripEngine::wait(cudaStream_t stream, cudaEvent_t event) {
   cudaStreamWaitEvent(stream, event);
-  check(kStripLines + __LINE__);
+  check();
 }
 
 // What queue first of band d holds so far comes before what queue then of band e gets from now on.
@@ -397,7 +393,7 @@ void StripEngine::advance(std::size_t count) {
     if (replays_[phase] == nullptr) {
       const std::size_t before = done_;
       replays_[phase] = stripKernels().record(bands_[0].stream, [&] { steps(count); });
-      check(kStripLines + __LINE__);
+      check();
       done_ = before;
       canRecord_ = replays_[phase] != nullptr;
     }
@@ -417,10 +413,10 @@ void StripEngine::replay(StripReplay& recording) {
   const cudaEvent_t end = ends_[queued_ % 2];
   if (queued_ >= 2) {
     cudaEventSynchronize(end);
-    check(kStripLines + __LINE__);
+    check();
   }
   recording.launch(bands_[0].stream);
-  check(kStripLines + __LINE__);
+  check();
   record(end, bands_[0].stream);
   ++queued_;
 }
@@ -446,7 +442,7 @@ void StripEngine::stepOneBand() {
   select(0);
   stripKernels().ratseg_strip_sweep(bands_[0].shape, bands_[0].stream, bandRows(0),
                                     solver_.accelerates() ? nullptr : &s, &f);
-  check(kStripLines + __LINE__);
+  check();
   if (!nextGammaInSweep()) nextGamma(1 - done_ % 2);
 }
 
@@ -457,7 +453,7 @@ void StripEngine::stepBands() {
     Band& b = bands_[d];
     select(d);
     stripKernels().ratseg_strip_edge(b.shape, b.side, bandRows(d));
-    check(kStripLines + __LINE__);
+    check();
     record(b.edge, b.side);
   }
   sweepInside();
@@ -477,7 +473,7 @@ void StripEngine::sweepInside() {
     if (rows.rowBegin == rows.rowEnd) continue;
     select(d);
     stripKernels().ratseg_strip_sweep(bands_[d].shape, bands_[d].stream, rows, nullptr, nullptr);
-    check(kStripLines + __LINE__);
+    check();
   }
 }
 
@@ -492,7 +488,7 @@ void StripEngine::exchangeP() {
     ratSegKernels().ratseg_copyLastToFirst(
         {solver_.grid_copy, solver_.block_copy, 0, to.side}, to.p[fresh], from.p[fresh],
         solver_.par.w, solver_.arrays[d].h, solver_.arrays[d - 1].h, solver_.par.n);
-    check(kStripLines + __LINE__);
+    check();
   }
 }
 
@@ -505,7 +501,7 @@ void StripEngine::sweepFirstRows() {
     select(d);
     const bool takesShares = d == 0 && !solver_.accelerates();
     stripKernels().ratseg_strip_sweep(b.shape, b.side, rows, takesShares ? &s : nullptr, nullptr);
-    check(kStripLines + __LINE__);
+    check();
     record(b.first, b.side);
   }
 }
@@ -520,7 +516,7 @@ void StripEngine::exchangeU() {
     ratSegKernels().ratseg_copyFirstToLast(
         {solver_.grid_copy, solver_.block_copy, 0, to.side}, to.u[next()], from.u[next()],
         solver_.par.w, solver_.arrays[d].h, solver_.arrays[d + 1].h, solver_.par.n);
-    check(kStripLines + __LINE__);
+    check();
   }
 }
 
@@ -530,13 +526,13 @@ void StripEngine::gatherSums() {
   for (std::size_t d = 0; d < bands_.size(); ++d) {
     select(d);
     stripKernels().ratseg_strip_finish(bands_[d].stream, finishOf(d));
-    check(kStripLines + __LINE__);
+    check();
   }
   for (std::size_t d = 1; d < bands_.size(); ++d) {
     order(d, bands_[d].stream, 0, bands_[0].stream);
     ratSegKernels().computeSumU_sumKernel(perLabel(bands_[0].stream), bands_[0].sum[parity],
                                           bands_[d].sum[parity], solver_.par.n);
-    check(kStripLines + __LINE__);
+    check();
   }
 }
 
