@@ -18,9 +18,10 @@ struct FileLines {
   unsigned long begin;  // of the numbers that are printed for its lines
 };
 inline constexpr FileLines kFileLines[] = {
-    {"rat_seg_impl.cpp", 0},        {"plain_steps.cpp", 1000}, {"rat_seg_impl_transfer.cpp", 2000},
-    {"strip_engine.cpp", 3000},     {"certifier.cpp", 4000},   {"rat_seg_impl_finite.cpp", 5000},
-    {"rat_seg_impl_run.cpp", 6000}, {"solver_state.cpp", 7000}};
+    {"rat_seg_impl.cpp", 0},        {"plain_steps.cpp", 1000},  {"rat_seg_impl_transfer.cpp", 2000},
+    {"strip_engine.cpp", 3000},     {"certifier.cpp", 4000},    {"rat_seg_impl_finite.cpp", 5000},
+    {"rat_seg_impl_run.cpp", 6000}, {"solver_state.cpp", 7000}, {"strip_engine_step.cpp", 8000},
+    {"strip_bands.cpp", 9000},      {"strip_queues.cpp", 10000}};
 
 // The number that is printed for a line of a file, whose path may be longer.
 constexpr unsigned long printedLine(std::string_view path, unsigned long line) {
