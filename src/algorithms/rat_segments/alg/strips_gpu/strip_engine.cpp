@@ -10,6 +10,7 @@
 namespace namespace_ratseg {
 
 bool StripEngine::canRun(const SolverState& solver) {
+  if (!StripKernels::areThere()) return false;
   for (int d = 0; d < solver.bands(); ++d) {
     cudaDeviceProp device;
     cudaGetDeviceProperties(&device, solver.dev[d]);

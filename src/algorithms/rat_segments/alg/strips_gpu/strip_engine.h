@@ -40,9 +40,8 @@ namespace namespace_ratseg {
 // which comes after the sums are known and computes gamma and the shares of the next iteration.
 class StripEngine final : public Engine {
  public:
-  // Whether the bands allow the engine: peer access between all that exchange anything (without it
-  // boundary rows are moved by the copy engine, whose rows differ), planes of less than 2^31
-  // elements, and no more labels than a block has threads.
+  // Whether the backend has the engine's kernels and the bands allow it: they reach each other,
+  // have planes of less than 2^31 elements, and no more labels than a block has threads.
   static bool canRun(const SolverState& solver);
 
   // Takes the solver's arrays over until it is destroyed; null when a device has no room for the
