@@ -23,7 +23,7 @@ quietly() {
 }
 
 # What the tests need besides.
-test_packages=(libgtest-dev libgmock-dev)
+test_packages=(libgtest-dev libgmock-dev pkg-config)
 
 # The Debian packages that the programs need to be built, and those named, as far as they are not there,
 # one a line. A tool counts as there wherever it comes from.

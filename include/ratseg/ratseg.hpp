@@ -159,10 +159,8 @@ struct Shares {
     // is as a whole is left to the costs. With a single foreground label they have nothing to say.
     foreground,
     // means are parts of the whole picture, one for each label, and should sum to 1. The solver
-    // adds
-    // a void background label that costs 100 times the largest finite cost everywhere, so that it
-    // is
-    // never chosen; no result shows it.
+    // adds a void background label that costs 100 times the largest finite cost everywhere, so that
+    // it is never chosen; no result shows it.
     image,
   };
 

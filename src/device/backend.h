@@ -28,6 +28,12 @@ class Backend {
   virtual cudaError_t getDevice(int* device) = 0;
 
   virtual cudaError_t malloc(void** ptr, std::size_t bytes) = 0;
+  // malloc of memory that holds zeros; where a machine has such memory, sooner than malloc and
+  // memset, which it is everywhere else.
+  virtual cudaError_t mallocZeroed(void** ptr, std::size_t bytes) {
+    const cudaError_t error = malloc(ptr, bytes);
+    return error == cudaSuccess ? memset(*ptr, 0, bytes) : error;
+  }
   virtual cudaError_t free(void* ptr) = 0;
   virtual cudaError_t memset(void* ptr, int value, std::size_t bytes) = 0;
   virtual cudaError_t memset2D(void* ptr, std::size_t pitch, int value, std::size_t width,

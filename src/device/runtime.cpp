@@ -13,6 +13,9 @@ cudaError_t cudaSetDevice(int device) { return backend().setDevice(device); }
 cudaError_t cudaGetDevice(int* device) { return backend().getDevice(device); }
 
 cudaError_t cudaMalloc(void** ptr, std::size_t bytes) { return backend().malloc(ptr, bytes); }
+cudaError_t mallocZeroed(void** ptr, std::size_t bytes) {
+  return backend().mallocZeroed(ptr, bytes);
+}
 cudaError_t cudaFree(void* ptr) { return backend().free(ptr); }
 cudaError_t cudaMemset(void* ptr, int value, std::size_t bytes) {
   return backend().memset(ptr, value, bytes);

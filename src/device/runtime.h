@@ -22,6 +22,8 @@ template <class T>
 cudaError_t cudaMalloc(T** ptr, std::size_t bytes) {
   return cudaMalloc(reinterpret_cast<void**>(ptr), bytes);
 }
+// cudaMalloc of memory that holds zeros: cudaMalloc and cudaMemset on a GPU, less on the host.
+cudaError_t mallocZeroed(void** ptr, std::size_t bytes);
 cudaError_t cudaFree(void* ptr);
 cudaError_t cudaMemset(void* ptr, int value, std::size_t bytes);
 cudaError_t cudaMemset2D(void* ptr, std::size_t pitch, int value, std::size_t width,

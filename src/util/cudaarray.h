@@ -102,7 +102,8 @@ std::size_t cudaarray<T>::alloc(std::size_t n) {
   cudaGetDevice(&dev);
   // More elements than there are addresses become more bytes than any device has.
   const bool countable = n <= std::numeric_limits<std::size_t>::max() / sizeof(T);
-  cudaMalloc(&ptr, countable ? memFor(n) : std::numeric_limits<std::size_t>::max());
+  mallocZeroed(reinterpret_cast<void**>(&ptr),
+               countable ? memFor(n) : std::numeric_limits<std::size_t>::max());
   if (cudaPeekAtLastError() != cudaSuccess) {
     if (ptr != nullptr) cudaFree(ptr);  // the error was an older one
     num = 0;
@@ -110,7 +111,6 @@ std::size_t cudaarray<T>::alloc(std::size_t n) {
     dev = 0;
     return 0;
   }
-  cudaMemset(ptr, 0, numBytes());
   return num;
 }
 

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "device/host/host_backend.h"
 #include "device/runtime.h"
@@ -38,6 +42,62 @@ TEST_F(HostMemoryTest, BlocksAreAlignedAsOnADevice) {
   for (const std::size_t bytes : {1, 255, 257}) {
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(allocate(bytes)) % 256, 0u);
   }
+}
+
+// Small blocks come from the program's own store, large ones from the system.
+TEST_F(HostMemoryTest, ZeroedBlocksHoldZerosAfterOthersWereWrittenAndFreed) {
+  const HostMachine large(hostConfig(1, true, 64));
+  for (const std::size_t bytes : {std::size_t{1000}, std::size_t{9} << 20}) {
+    for (int turn = 0; turn < 3; ++turn) {
+      char* block = nullptr;
+      ASSERT_EQ(mallocZeroed(reinterpret_cast<void**>(&block), bytes), cudaSuccess);
+      EXPECT_EQ(std::count(block, block + bytes, '\0'), static_cast<std::ptrdiff_t>(bytes));
+      cudaMemset(block, 7, bytes);
+      EXPECT_EQ(cudaFree(block), cudaSuccess);
+      block = allocate(bytes);
+      cudaMemset(block, 9, bytes);
+      EXPECT_EQ(cudaFree(block), cudaSuccess);
+    }
+  }
+  EXPECT_EQ(freeBytes(), std::size_t{64} << 20);
+}
+
+TEST_F(HostMemoryTest, LargeBlocksTakeNoRoomBeforeTheyAreWritten) {
+  const HostMachine large(hostConfig(1, true, 64));
+  const std::size_t bytes = std::size_t{32} << 20;
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  const auto pagesInUse = [&](char* block) {
+    std::vector<unsigned char> used(bytes / page);
+    EXPECT_EQ(mincore(block, bytes, used.data()), 0);
+    return std::count_if(used.begin(), used.end(), [](unsigned char u) { return (u & 1) != 0; });
+  };
+  char* block = nullptr;
+  ASSERT_EQ(mallocZeroed(reinterpret_cast<void**>(&block), bytes), cudaSuccess);
+  EXPECT_EQ(pagesInUse(block), 0);
+  cudaMemset(block, 1, bytes);
+  EXPECT_EQ(pagesInUse(block), static_cast<std::ptrdiff_t>(bytes / page));
+  EXPECT_EQ(cudaFree(block), cudaSuccess);
+}
+
+TEST_F(HostMemoryTest, LargeBlocksAreCopiedToTheByte) {
+  const HostMachine large(hostConfig(2, true, 64));
+  const std::size_t bytes = (std::size_t{5} << 20) + 3;
+  std::string text(bytes, ' ');
+  for (std::size_t k = 0; k < bytes; ++k) text[k] = static_cast<char>(k * 2654435761u >> 13);
+  char* block = allocate(bytes + 70000);
+  EXPECT_EQ(cudaMemcpy(block, text.data(), bytes, cudaMemcpyHostToDevice), cudaSuccess);
+  EXPECT_EQ(std::string(block, bytes), text);
+  // Overlapping ones too, either way.
+  EXPECT_EQ(cudaMemcpy(block + 70000, block, bytes, cudaMemcpyDeviceToDevice), cudaSuccess);
+  EXPECT_EQ(std::string(block + 70000, bytes), text);
+  EXPECT_EQ(cudaMemcpy(block + 1, block + 70000, bytes, cudaMemcpyDeviceToDevice), cudaSuccess);
+  EXPECT_EQ(std::string(block + 1, bytes), text);
+  cudaSetDevice(1);
+  char* other = allocate(bytes);
+  EXPECT_EQ(cudaMemcpyPeer(other, 1, block + 1, 0, bytes), cudaSuccess);
+  std::string back(bytes, ' ');
+  EXPECT_EQ(cudaMemcpy(back.data(), other, bytes, cudaMemcpyDeviceToHost), cudaSuccess);
+  EXPECT_EQ(back, text);
 }
 
 TEST_F(HostMemoryTest, NoBytesAreNoBlock) {

@@ -1,21 +1,21 @@
 #include "device/host/host_backend.h"
 
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <utility>
+
+#include "device/ceil_div.h"
+#include "device/host/host_launch.h"
+#include "device/host/host_memory.h"
 
 namespace namespace_ratseg {
 
 namespace {
-
-constexpr std::size_t kAlignment = 256;  // as device allocations are aligned
-constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
 // The longest grid and block in each direction, the same on every GPU.
 constexpr dim3 kMaxGrid = {0x7fffffff, 65535, 65535};
@@ -33,17 +33,30 @@ std::size_t physicalMemory() {
                                : static_cast<std::size_t>(-1);
 }
 
-// Memory of at least that many bytes, or null. Large arrays begin at a huge page and ask for huge
-// pages: a sweep walks through more rows at a time than there are entries for small pages.
-void* allocate(std::size_t bytes) {
-  const std::size_t alignment = bytes >= 2 * kHugePage ? kHugePage : kAlignment;
-  const std::size_t rounded = (bytes + alignment - 1) / alignment * alignment;
-  if (rounded < bytes) return nullptr;
-  void* memory = std::aligned_alloc(alignment, rounded);
-#if defined(MADV_HUGEPAGE)
-  if (memory != nullptr && alignment == kHugePage) madvise(memory, rounded, MADV_HUGEPAGE);
-#endif
-  return memory;
+// Copies of so many bytes are shared out to threads.
+constexpr std::size_t kLargeCopy = std::size_t{4} << 20;
+
+// Each thread writes a contiguous piece, about the one that it will have of the rows, so that new
+// pages are placed near the threads that use them.
+void copyInPieces(char* dst, const char* src, std::size_t bytes) {
+  constexpr std::size_t kPiece = std::size_t{64} << 10;
+  parallelFor(ceilDiv(bytes, kPiece), bytes, [=](std::size_t k) {
+    const std::size_t first = k * kPiece;
+    std::memcpy(dst + first, src + first, std::min(kPiece, bytes - first));
+  });
+}
+
+// As memmove, whose blocks may overlap.
+void copyBytes(void* dst, const void* src, std::size_t bytes) {
+  char* const to = static_cast<char*>(dst);
+  const char* const from = static_cast<const char*>(src);
+  const std::less_equal<const char*> notBehind;
+  const bool apart = notBehind(to + bytes, from) || notBehind(from + bytes, to);
+  if (apart && bytes >= kLargeCopy) {
+    copyInPieces(to, from, bytes);
+  } else {
+    std::memmove(dst, src, bytes);
+  }
 }
 
 // The properties that limit launches, without a device's name, which takes time to write.
@@ -71,7 +84,9 @@ HostBackend::HostBackend(HostConfig config)
 
 HostBackend::~HostBackend() {
   forgetHostThreadState(id_);
-  for (const auto& [ptr, allocation] : allocations_) std::free(const_cast<char*>(ptr));
+  for (const auto& [ptr, allocation] : allocations_) {
+    releaseHostMemory(const_cast<char*>(ptr), allocation.bytes);
+  }
 }
 
 cudaError_t HostBackend::fail(cudaError_t error) {
@@ -129,6 +144,14 @@ cudaError_t HostBackend::getDevice(int* device) {
 }
 
 cudaError_t HostBackend::malloc(void** ptr, std::size_t bytes) {
+  return take(ptr, bytes, allocateHostMemory);
+}
+
+cudaError_t HostBackend::mallocZeroed(void** ptr, std::size_t bytes) {
+  return take(ptr, bytes, allocateZeroedHostMemory);
+}
+
+cudaError_t HostBackend::take(void** ptr, std::size_t bytes, void* (*allocate)(std::size_t)) {
   if (config_.devices == 0) return fail(cudaErrorNoDevice);
   if (bytes == 0) {
     *ptr = nullptr;
@@ -150,14 +173,16 @@ cudaError_t HostBackend::malloc(void** ptr, std::size_t bytes) {
 
 cudaError_t HostBackend::free(void* ptr) {
   if (ptr == nullptr) return cudaSuccess;
+  std::size_t bytes = 0;
   {
     const std::lock_guard lock(mutex_);
     const auto it = allocations_.find(static_cast<const char*>(ptr));
     if (it == allocations_.end()) return fail(cudaErrorInvalidDevicePointer);
-    used_[static_cast<std::size_t>(it->second.device)] -= it->second.bytes;
+    bytes = it->second.bytes;
+    used_[static_cast<std::size_t>(it->second.device)] -= bytes;
     allocations_.erase(it);
   }
-  std::free(ptr);
+  releaseHostMemory(ptr, bytes);
   return cudaSuccess;
 }
 
@@ -218,7 +243,7 @@ cudaError_t HostBackend::memcpy(void* dst, const void* src, std::size_t bytes,
   if (dst == nullptr || src == nullptr || !endsAreOwn(dst, src, bytes, kind)) {
     return fail(cudaErrorInvalidValue);
   }
-  std::memmove(dst, src, bytes);
+  copyBytes(dst, src, bytes);
   observe("cudaMemcpy", bytes);
   return cudaSuccess;
 }
@@ -233,7 +258,7 @@ cudaError_t HostBackend::memcpyPeer(void* dst, int dstDevice, const void* src, i
       return fail(cudaErrorInvalidValue);
     }
   }
-  std::memmove(dst, src, bytes);
+  copyBytes(dst, src, bytes);
   observe("cudaMemcpyPeer", bytes);
   return cudaSuccess;
 }

@@ -60,6 +60,7 @@ class HostBackend final : public Backend {
   cudaError_t getDevice(int* device) override;
 
   cudaError_t malloc(void** ptr, std::size_t bytes) override;
+  cudaError_t mallocZeroed(void** ptr, std::size_t bytes) override;
   cudaError_t free(void* ptr) override;
   cudaError_t memset(void* ptr, int value, std::size_t bytes) override;
   cudaError_t memset2D(void* ptr, std::size_t pitch, int value, std::size_t width,
@@ -103,6 +104,8 @@ class HostBackend final : public Backend {
   HostThreadState& ofThread() const { return hostThreadState(id_); }
   int currentDevice() const { return ofThread().device; }
   cudaError_t fail(cudaError_t error);
+  // malloc, with memory from allocate.
+  cudaError_t take(void** ptr, std::size_t bytes, void* (*allocate)(std::size_t));
   bool validDevice(int device) const { return device >= 0 && device < config_.devices; }
   // Whether the bytes lie inside one allocation of any device.
   bool owns(const void* ptr, std::size_t bytes) const;

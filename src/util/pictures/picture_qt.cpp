@@ -5,6 +5,7 @@
 #include <QSize>
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -43,6 +44,15 @@ bool isDeep(QImage::Format format) {
          format == QImage::Format_RGBA64 || format == QImage::Format_RGBA64_Premultiplied;
 }
 
+// Of damaged files of some of these formats, Qt answers the question for their pixels with memory
+// that was never set.
+bool mayBeDeep(const QByteArray& format) {
+  static constexpr const char* kEightBits[] = {"bmp", "cur", "gif",  "icns", "ico", "jpeg",
+                                               "mng", "tga", "wbmp", "webp", "xbm", "xpm"};
+  return std::none_of(std::begin(kEightBits), std::end(kEightBits),
+                      [&](const char* name) { return format == name; });
+}
+
 bool canRead(QImageReader& reader) { return reader.canRead(); }
 
 bool isTGA(const std::string& bytes, const std::string& name) {
@@ -74,7 +84,8 @@ Picture::Picture(std::string bytes, const std::string& name)
 void Picture::ask(QImageReader& reader) {
   known_ = reader.canRead();
   if (!known_) return;
-  isTGA_ = isTGA_ || reader.format() == "tga";
+  const QByteArray format = reader.format();  // After a failure to read the size it is forgotten.
+  isTGA_ = isTGA_ || format == "tga";
   const QSize size = reader.size();
   w_ = static_cast<std::uint64_t>(std::max(0, size.width()));
   h_ = static_cast<std::uint64_t>(std::max(0, size.height()));
@@ -83,8 +94,7 @@ void Picture::ask(QImageReader& reader) {
     h_ = ByteReader(bytes_).little16(8);
   }
   turned_ = reader.transformation() != QImageIOHandler::TransformationNone;
-  // (Of a JPEG file whose header it cannot read, Qt answers with memory that was never set.)
-  deep_ = reader.format() != "jpeg" && isDeep(reader.imageFormat());
+  deep_ = mayBeDeep(format) && isDeep(reader.imageFormat());
 }
 
 bool Picture::formatIsKnown(const std::string& begin, const std::string& name) {

@@ -249,7 +249,8 @@ bool RatSegImpl::alloc() {
   constGamma = static_cast<float>(par.w * par.h);
   constAlpha = 1.0f;
   sum_u_host = new float[par.n * static_cast<std::size_t>(nDev)];
-  reinit();
+  // The new arrays hold the zeros that reinit() would set.
+  if (par.initLocalSolution) setLocalSolution();
   return true;
 }
 

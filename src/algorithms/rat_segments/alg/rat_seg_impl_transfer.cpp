@@ -164,8 +164,13 @@ void RatSegImpl::setLocalSolution() {
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
     select(d);
-    cudaMemcpy(g.u_bar.get_ptr(), g.u.get_ptr(), g.u.numBytes(), cudaMemcpyDeviceToDevice);
-    check();
+    // Plane by plane, so that each thread of the host copies about the rows that it will have.
+    for (std::size_t i = 0; i < par.n; ++i) {
+      const std::size_t plane = i * g.NOmegaOffset;
+      cudaMemcpy(g.u_bar.get_ptr() + plane, g.u.get_ptr() + plane, g.NOmegaOffset * sizeof(float),
+                 cudaMemcpyDeviceToDevice);
+      check();
+    }
   }
   copyExtraRegions_u();
 }

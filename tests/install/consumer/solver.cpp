@@ -1,15 +1,40 @@
-// A program that uses the installed library: a picture whose left half costs less with label 0 and
-// whose right half costs less with label 1.
+// A program that uses the installed solver's own header: a picture whose left half costs less with
+// label 0 and whose right half costs less with label 1.
 
 #include <cstddef>
 #include <iostream>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/rat_seg.h"
 #include "device/selection.h"
 #include "util/fileio.h"
 
+using namespace namespace_ratseg;
+
+namespace {
+
 bool segment(std::size_t w, std::size_t h, std::size_t n, float* rho, float* means, float* sigmas,
-             float* labeling);
+             float* labeling) {
+  RatSeg solver;
+  Params& par = solver.getParams();
+  par.w = w;
+  par.h = h;
+  par.n = n;
+  par.lambda = 2;
+  par.mu = 500;
+  par.eps = 10;
+  par.Nsteps = 1000;
+  par.outModulo = 1001;  // no progress reports
+  if (!solver.alloc()) return false;
+  solver.setRatios(means, sigmas, n - 1, nullptr, nullptr);
+  solver.setDataterm(rho);
+  solver.run();
+  solver.getSolution(labeling);
+  solver.free();
+  return true;
+}
+
+}  // namespace
 
 int main() {
   constexpr std::size_t kWidth = 20, kHeight = 6, kLabels = 3, kPixels = kWidth * kHeight;
@@ -20,7 +45,7 @@ int main() {
     rho[kPixels + k] = left ? 3.0f : 0.0f;
   }
   std::vector<float> means = {0.5f, 0.5f, 0.0f}, sigmas = {0.1f, 0.1f, 0.1f};
-  namespace_ratseg::chooseBackend(namespace_ratseg::DeviceChoice::host, std::cerr);
+  chooseBackend(DeviceChoice::host, std::cerr);
   if (!segment(kWidth, kHeight, kLabels, rho.data(), means.data(), sigmas.data(),
                labeling.data())) {
     std::cerr << "segment() failed" << std::endl;
