@@ -6,6 +6,7 @@
 #include <tuple>
 #include <utility>
 
+#include "device/ceil_div.h"
 #include "device/cuda/cuda_backend.h"
 #include "device/runtime.h"
 #include "util/cudadefs.h"
@@ -137,7 +138,7 @@ void CudaUtil::enablePeerAccess(int* dev, std::size_t nDev, bool** canAccess_arr
 
 void CudaUtil::assignYRanges(int h, int ndev, int* ymin, int* ymax, std::size_t ptrDiff) {
   if (ndev <= 0) return;
-  const long long step = (static_cast<long long>(h) + ndev - 1) / ndev;
+  const long long step = ceilDiv(static_cast<long long>(h), ndev);
   const auto write = [ptrDiff](int* first, int k, long long value) {
     char* entry = reinterpret_cast<char*>(first) + static_cast<std::size_t>(k) * ptrDiff;
     *reinterpret_cast<int*>(entry) = static_cast<int>(value);

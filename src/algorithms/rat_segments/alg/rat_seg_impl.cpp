@@ -38,7 +38,7 @@ void coverRows(std::size_t& x, std::size_t& y, std::size_t h) {
 std::size_t memoryMiB(const gpudata& g, std::size_t n) {
   const std::size_t bytes =
       4 * g.NOffset + 4 * g.NOffset + 8 * g.NOffset + 10 * 4 * n + 4 * g.N + 4 * g.NOmega;
-  return (bytes + 0xFFFFF) >> 20;
+  return ceilDiv(bytes, std::size_t{1} << 20);
 }
 
 // A number of MiB in groups of 1024 with their units, from the highest non-zero one down.
