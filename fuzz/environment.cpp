@@ -3,13 +3,9 @@
 
 #include <charconv>
 #include <iostream>
-#include <optional>
 
-#include "algorithms/rat_segments/alg/strips_gpu/strip_shape.h"
 #include "device/console.h"
-#include "device/host/host_config.h"
-#include "device/host/host_isa.h"
-#include "device/selection.h"
+#include "device/environment.h"
 #include "exit_throws.h"
 #include "target.h"
 
@@ -17,19 +13,12 @@ namespace {
 
 using namespace namespace_ratseg;
 
-// Sets a variable for its life.
-class Variable {
- public:
-  Variable(const char* name, const std::string& value) : name_(name) {
-    setenv(name, value.c_str(), 1);
-  }
-  ~Variable() { unsetenv(name_); }
-  Variable(const Variable&) = delete;
-  Variable& operator=(const Variable&) = delete;
-
- private:
-  const char* name_;
-};
+// The environment with one variable set.
+Environment with(const char* variable, const std::string& value) {
+  return Environment::read(
+      [&](const char* name) { return std::string(name) == variable ? value.c_str() : nullptr; },
+      usableHostIsas());
+}
 
 // Whether the value is one that an unset variable has too, or a number of [lo, hi].
 bool inRange(const std::string& value, long long lo, long long hi) {
@@ -46,34 +35,34 @@ void expectLine(const std::string& error, const std::string& name) {
 }
 
 void tryHost(const char* name, const std::string& value, long long lo, long long hi) {
-  const Variable variable(name, value);
-  HostConfig config;
-  std::string error;
-  const bool ok = HostConfig::fromEnvironment(config, error);
+  const Setting<HostConfig> host = with(name, value).host;
+  const bool ok = host.error.empty();
   FUZZ_EXPECT(ok == inRange(value, lo, hi), std::string(name) + " takes its range");
-  if (!ok) expectLine(error, name);
-  FUZZ_EXPECT(0 <= config.devices && config.devices <= 64, "there are at most 64 devices");
+  if (!ok) expectLine(host.error, name);
+  const int devices = host.value.devices;
+  FUZZ_EXPECT(0 <= devices && devices <= 64, "there are at most 64 devices");
 }
 
 void tryDevice(const std::string& value) {
-  const Variable variable("RATSEG_DEVICE", value);
-  DeviceChoice choice = DeviceChoice::host;
-  std::string error;
-  const bool ok = deviceChoiceFromEnvironment(choice, error);
+  const Setting<DeviceChoice> device = with("RATSEG_DEVICE", value).device;
+  const bool ok = device.error.empty();
   const bool known = value.empty() || value == "auto" || value == "cuda" || value == "host";
   FUZZ_EXPECT(ok == known, "RATSEG_DEVICE takes its three words");
-  if (!ok) expectLine(error, "RATSEG_DEVICE");
+  if (!ok) expectLine(device.error, "RATSEG_DEVICE");
 }
 
 void tryIsa(const std::string& value) {
-  const std::vector<HostIsa> isas = usableHostIsas();
-  HostIsa found = HostIsa::baseline;
-  std::string error;
-  if (findHostIsa(isas, value, found, error)) {
-    FUZZ_EXPECT(nameOf(found) == value, "the instruction set is the one that was named");
-  } else {
-    expectLine(error, "RATSEG_ISA");
-  }
+  const Setting<HostIsa> isa = with("RATSEG_ISA", value).isa;
+  if (!isa.error.empty()) return expectLine(isa.error, "RATSEG_ISA");
+  FUZZ_EXPECT(value.empty() || nameOf(isa.value) == value,
+              "the instruction set is the one that was named");
+}
+
+void tryStrips(const char* name, const std::string& value, bool known) {
+  const Setting<StripWish> strips = with(name, value).strips;
+  const bool ok = strips.error.empty();
+  FUZZ_EXPECT(ok == (value.empty() || known), std::string(name) + " takes its values");
+  if (!ok) expectLine(strips.error, name);
 }
 
 // One that ends by an exception.
@@ -86,22 +75,21 @@ class ThrowingConsole final : public Console {
   void doEnd() override { throw fuzz::Ended{1}; }
 };
 
-void tryStrips(const char* name, const std::string& value, bool known) {
-  const Variable variable(name, value);
+// A wrong value ends who needs it, with the line of the error.
+void tryToNeed(const std::string& value) {
+  const Setting<DeviceChoice> device = with("RATSEG_DEVICE", value).device;
   const fuzz::Captured captured;
   ThrowingConsole console;
   const ConsoleScope scope(console);
   bool ok = true;
   try {
-    stripWishFromEnvironment();
+    device.orEnd();
   } catch (const fuzz::Ended& ended) {
     ok = false;
     FUZZ_EXPECT(ended.status == 1, "a bad value ends the process with status 1");
-    const auto lines = fuzz::linesOf(captured.err());
-    FUZZ_EXPECT(lines.size() == 1, "the error is one line");
-    expectLine(lines[0], name);
+    FUZZ_EXPECT(captured.err() == device.error + "\n", "the error is the setting's");
   }
-  FUZZ_EXPECT(ok == (value.empty() || known), std::string(name) + " takes its values");
+  FUZZ_EXPECT(ok == device.error.empty(), "an error ends who needs the value, nothing else does");
 }
 
 // Digits of a number of at most three places, 0 for all else.
@@ -118,6 +106,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     tryHost("RATSEG_HOST_PEER", value, 0, 1);
     tryHost("RATSEG_HOST_MEMORY", value, 1, 1LL << 30);
     tryDevice(value);
+    tryToNeed(value);
     tryIsa(value);
     const long long k = shortNumber(value);
     tryStrips("RATSEG_STRIP_ROWS", value, k >= 1 && k <= 64);

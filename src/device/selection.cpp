@@ -3,14 +3,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <iostream>
 #include <mutex>
 #include <utility>
 
 #include "device/cuda/cuda_backend.h"
+#include "device/environment.h"
 #include "device/host/host_backend.h"
-#include "device/quoted.h"
 
 namespace namespace_ratseg {
 
@@ -20,7 +19,7 @@ std::atomic<Backend*> current = nullptr;
 
 // Both machines are never destroyed: threads may still compute on them while the process ends.
 Backend& hostMachine() {
-  static HostBackend& host = *new HostBackend(HostConfig::fromEnvironmentOrExit());
+  static HostBackend& host = *new HostBackend(environment().host.orEnd());
   return host;
 }
 
@@ -63,12 +62,7 @@ std::string capabilityMissed() {
 
 // The first of several threads chooses, and the others wait for it.
 Backend& chooseByEnvironment() {
-  DeviceChoice choice = DeviceChoice::automatic;
-  std::string error;
-  if (!deviceChoiceFromEnvironment(choice, error)) {
-    console().error() << error << std::endl;
-    console().end();
-  }
+  const DeviceChoice choice = environment().device.orEnd();
   static std::mutex choosing;
   const std::lock_guard lock(choosing);
   Backend* chosen = current;
@@ -95,14 +89,13 @@ bool parseDeviceChoice(const std::string& text, DeviceChoice& choice) {
 }
 
 bool deviceChoiceFromEnvironment(DeviceChoice& choice, std::string& error) {
-  const char* value = std::getenv("RATSEG_DEVICE");
-  if (value == nullptr || *value == '\0') {
-    choice = DeviceChoice::automatic;
-    return true;
+  const Setting<DeviceChoice>& wanted = environment().device;
+  if (!wanted.error.empty()) {
+    error = wanted.error;
+    return false;
   }
-  if (parseDeviceChoice(value, choice)) return true;
-  error = "ERROR: RATSEG_DEVICE must be auto, cuda or host, but is " + inQuotes(value);
-  return false;
+  choice = wanted.value;
+  return true;
 }
 
 Backend* cudaBackendIfUsable() {

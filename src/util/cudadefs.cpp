@@ -25,7 +25,10 @@ struct RingEnd {
   }
 };
 
+// The path and line that the check of cudaCheckAvailability prints: fixed, because what a failed
+// call prints is known by them, so it is not the line that the check stands in.
 constexpr const char* kFile = "src/util/cudadefs";
+constexpr unsigned long kLineOfAvailability = 143;
 
 std::size_t numDigits(int number) { return std::to_string(number).size(); }
 
@@ -129,7 +132,7 @@ bool getCudaError() { return cudaGetLastError() != cudaSuccess; }
 bool cudaCheckAvailability() {
   int count = 0;
   cudaGetDeviceCount(&count);
-  cuda_check(kFile, 143);
+  cuda_check(kFile, kLineOfAvailability);
   return count > 0;
 }
 

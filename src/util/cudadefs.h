@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <iosfwd>
+#include <source_location>
 #include <string>
 #include <utility>
 
@@ -44,6 +45,12 @@ bool cuda_check_isSync();
 // The check after ordinary calls and kernel launches. Takes the pending error; without one the call
 // site is recorded, otherwise the process ends.
 void cuda_check(const std::string& file, unsigned long line);
+
+// The same with the line that it stands in.
+inline void cuda_check(const std::string& file,
+                       std::source_location where = std::source_location::current()) {
+  cuda_check(file, where.line());
+}
 
 // The check after a device allocation; never waits. Throws cudaMallocException(file, line) when
 // memory ran out; any other error ends the process.

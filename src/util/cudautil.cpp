@@ -6,6 +6,7 @@
 #include <tuple>
 #include <utility>
 
+#include "device/ceil_div.h"
 #include "device/cuda/cuda_backend.h"
 #include "device/runtime.h"
 #include "util/cudadefs.h"
@@ -16,7 +17,11 @@ namespace namespace_ratseg {
 
 namespace {
 
+// The path and lines that the checks of getDevices print: fixed, because what a failed call prints
+// is known by them, so they are not the lines that the checks stand in.
 constexpr const char* kFile = "src/util/cudautil";
+constexpr unsigned long kLineOfCount = 99;
+constexpr unsigned long kLineOfEnd = 174;
 
 bool isBetter(const cudaDeviceProp& a, const cudaDeviceProp& b) {
   const auto key = [](const cudaDeviceProp& p) {
@@ -67,7 +72,7 @@ void CudaUtil::getDevices(int** dev0, int* nDev0, cudaDeviceProp** prop0, bool s
 
   cudaGetDeviceCount(nDev0);
   const cudaError_t error = cudaPeekAtLastError();
-  if (error != cudaSuccess && error != cudaErrorNoDevice) cuda_check(kFile, 99);
+  if (error != cudaSuccess && error != cudaErrorNoDevice) cuda_check(kFile, kLineOfCount);
   if (error == cudaErrorNoDevice) *nDev0 = 0;
   const int count = *nDev0;
   if (count == 0) {
@@ -93,7 +98,7 @@ void CudaUtil::getDevices(int** dev0, int* nDev0, cudaDeviceProp** prop0, bool s
     delete[] prop;
   }
   cudaSetDevice(previous);
-  cuda_check(kFile, 174);
+  cuda_check(kFile, kLineOfEnd);
 }
 
 int CudaUtil::getBestDevices(int** dev0, int num, cudaDeviceProp** prop0, bool silent) {
@@ -133,7 +138,7 @@ void CudaUtil::enablePeerAccess(int* dev, std::size_t nDev, bool** canAccess_arr
 
 void CudaUtil::assignYRanges(int h, int ndev, int* ymin, int* ymax, std::size_t ptrDiff) {
   if (ndev <= 0) return;
-  const long long step = (static_cast<long long>(h) + ndev - 1) / ndev;
+  const long long step = ceilDiv(static_cast<long long>(h), ndev);
   const auto write = [ptrDiff](int* first, int k, long long value) {
     char* entry = reinterpret_cast<char*>(first) + static_cast<std::size_t>(k) * ptrDiff;
     *reinterpret_cast<int*>(entry) = static_cast<int>(value);

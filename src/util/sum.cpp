@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <source_location>
 #include <type_traits>
 #include <utility>
 
@@ -15,7 +16,12 @@ namespace namespace_ratseg {
 
 namespace {
 
+// The path and some of the lines that checks print: fixed, because what a failed call prints is
+// known by them, so they are not the lines that the checks stand in.
 constexpr const char* kFile = "src/util/sum";
+constexpr unsigned long kLineOfScratch = 148;
+constexpr unsigned long kLineOfSecondScratch = 153;
+constexpr unsigned long kLineOfOneElement = 186;
 
 constexpr std::size_t kMaxPlain = 4;        // elements that one thread adds up
 constexpr std::size_t kMaxBlockWork = 512;  // elements that one block adds up
@@ -126,7 +132,9 @@ void cuda_summator<T>::launch(T* dst, const T* src, std::size_t n, std::size_t b
   LaunchShape shape;
   if (n <= kMaxPlain) {
     kernels.cuda_sum_kernel__plainloop(static_cast<int>(n), shape, dst, src);
-    if (check) cuda_check(kFile, n == 1 ? 186 : __LINE__);
+    if (check) {
+      cuda_check(kFile, n == 1 ? kLineOfOneElement : std::source_location::current().line());
+    }
     return;
   }
   const int threads = blockSize(n);
@@ -136,13 +144,13 @@ void cuda_summator<T>::launch(T* dst, const T* src, std::size_t n, std::size_t b
     if (sm >= 30) {
       shape.sharedBytes = sharedElementsShuffle(threads) * sizeof(T);
       kernels.cuda_sum_kernel__warpFirst_shfl(threads, shape, dst, src, n);
-      if (check) cuda_check(kFile, __LINE__);
+      if (check) cuda_check(kFile);
       return;
     }
   }
   shape.sharedBytes = sharedElements(threads) * sizeof(T);
   kernels.cuda_sum_kernel__warpFirst(threads, shape, dst, src, n);
-  if (check) cuda_check(kFile, __LINE__);
+  if (check) cuda_check(kFile);
 }
 
 template <class T>
@@ -171,11 +179,11 @@ void cuda_summator<T>::allocTempArrays(std::size_t n) {
   const std::size_t partial = ceilDiv(n, kScratchPerElement);
   if (partial == 1) return;
   temp1.alloc(partial);
-  if (check) cuda_check(kFile, 148);
+  if (check) cuda_check(kFile, kLineOfScratch);
   const std::size_t partial2 = ceilDiv(partial, kScratchPerElement);
   if (partial2 == 1) return;
   temp2.alloc(partial2);
-  if (check) cuda_check(kFile, 153);
+  if (check) cuda_check(kFile, kLineOfSecondScratch);
 }
 
 template <class T>

@@ -6,7 +6,8 @@
 # - in the solver's folder every room includes only itself and the rooms below it; what stands in the
 #   folder itself may include all rooms, which know nothing of it but params.h and engine.h;
 # - the CUDA headers are included by src/device/cuda and by *_cuda.cu only;
-# - Qt is included by src/app and by *_qt.cpp only.
+# - Qt is included by src/app and by *_qt.cpp only;
+# - the environment is read by src/device/environment.cpp only.
 cmake_minimum_required(VERSION 3.25)
 
 set(layers device util algorithms library app)
@@ -56,6 +57,11 @@ foreach(file IN LISTS files)
     if(NOT room IN_LIST rooms)
       violation("stands in none of the solver's rooms ${rooms}")
     endif()
+  endif()
+
+  file(STRINGS ${SOURCE}/${file} readings REGEX "getenv *\\(")
+  if(readings AND NOT file STREQUAL "src/device/environment.cpp")
+    violation("only src/device/environment.cpp may call getenv")
   endif()
 
   file(STRINGS ${SOURCE}/${file} lines REGEX "^[ \t]*#[ \t]*include")

@@ -50,6 +50,10 @@ expect(layers src/${solver}/plain/x.cpp "#include \"${solver}/rat_seg_impl.h\"\n
   "src/${solver}/plain/x.cpp: the room plain may not include ${solver}/rat_seg_impl.h")
 expect(layers src/${solver}/attic/x.cpp "" 1
   "src/${solver}/attic/x.cpp: stands in none of the solver's rooms")
+expect(layers src/device/environment.cpp "const char* x = std::getenv(\"X\")\;\n" 0
+  "2 files, 0 violations")
+expect(layers src/util/x.cpp "const char* x = std::getenv(\"X\")\;\n" 1
+  "src/util/x.cpp: only src/device/environment.cpp may call getenv")
 expect(layers src/extra/x.cpp "" 1 "src/extra/x.cpp: stands in none of the folders")
 
 expect(headers src/util/x.h "#include \"util/rgb.h\"\ninline RGB f() { return {}; }\n" 0

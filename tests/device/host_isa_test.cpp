@@ -15,28 +15,9 @@ TEST(HostIsa, TheBaselineIsAlwaysThereAndFirst) {
   EXPECT_EQ(isas.front(), HostIsa::baseline);
 }
 
-TEST(HostIsa, IsFoundByName) {
-  const auto isas = usableHostIsas();
-  std::string error;
-  for (const HostIsa isa : isas) {
-    HostIsa found = HostIsa::baseline;
-    EXPECT_TRUE(findHostIsa(isas, nameOf(isa), found, error));
-    EXPECT_EQ(found, isa);
-  }
-  EXPECT_EQ(error, "");
-}
-
-TEST(HostIsa, UnknownNamesAreRefused) {
-  std::string error;
-  HostIsa found = HostIsa::avx2;
-  EXPECT_FALSE(findHostIsa({HostIsa::baseline, HostIsa::avx2}, "mmx", found, error));
-  EXPECT_EQ(found, HostIsa::avx2);
-  EXPECT_EQ(error,
-            "ERROR: RATSEG_ISA must be one that this program has and this processor runs "
-            "(baseline, avx2), but is \"mmx\"");
-}
-
-TEST(HostIsa, FollowsTheEnvironment) {
+// Each in a process of its own, which has not read its environment yet.
+TEST(HostIsaDeathTest, FollowsTheEnvironment) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   for (const HostIsa isa : usableHostIsas()) {
     EXPECT_EXIT(
         {
@@ -53,7 +34,8 @@ TEST(HostIsa, FollowsTheEnvironment) {
       testing::ExitedWithCode(1), "ERROR: RATSEG_ISA must be one");
 }
 
-TEST(HostIsa, WithoutTheEnvironmentIsTheBestThatTheProcessorRuns) {
+TEST(HostIsaDeathTest, WithoutTheEnvironmentIsTheBestThatTheProcessorRuns) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         unsetenv("RATSEG_ISA");

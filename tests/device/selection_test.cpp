@@ -54,32 +54,6 @@ TEST(ParseDeviceChoice, RefusesOthersAndKeepsTheChoice) {
   }
 }
 
-TEST(DeviceChoiceFromEnvironment, UnsetOrEmptyIsAutomatic) {
-  std::string error;
-  for (const char* value : {static_cast<const char*>(nullptr), ""}) {
-    const EnvironmentVariable variable("RATSEG_DEVICE", value);
-    DeviceChoice choice = DeviceChoice::host;
-    EXPECT_TRUE(deviceChoiceFromEnvironment(choice, error));
-    EXPECT_EQ(choice, DeviceChoice::automatic);
-  }
-}
-
-TEST(DeviceChoiceFromEnvironment, ReadsTheChoice) {
-  const EnvironmentVariable variable("RATSEG_DEVICE", "cuda");
-  DeviceChoice choice = DeviceChoice::host;
-  std::string error;
-  EXPECT_TRUE(deviceChoiceFromEnvironment(choice, error));
-  EXPECT_EQ(choice, DeviceChoice::cuda);
-}
-
-TEST(DeviceChoiceFromEnvironment, NamesABadValue) {
-  const EnvironmentVariable variable("RATSEG_DEVICE", "tpu");
-  DeviceChoice choice = DeviceChoice::host;
-  std::string error;
-  EXPECT_FALSE(deviceChoiceFromEnvironment(choice, error));
-  EXPECT_EQ(error, "ERROR: RATSEG_DEVICE must be auto, cuda or host, but is \"tpu\"");
-}
-
 TEST_F(SelectionTest, HostIsChosenWithoutANotice) {
   std::ostringstream notice;
   Backend& chosen = chooseBackend(DeviceChoice::host, notice);
@@ -215,6 +189,32 @@ int devicesAtFirstUse() {
   int count = 0;
   cudaGetDeviceCount(&count);
   return count;
+}
+
+// What a process that has not asked for a device yet makes of RATSEG_DEVICE; 9 with an error.
+int choiceFromEnvironment() {
+  DeviceChoice choice = DeviceChoice::host;
+  std::string error;
+  const bool ok = deviceChoiceFromEnvironment(choice, error);
+  std::cerr << error;
+  return ok == error.empty() && ok ? static_cast<int>(choice) : 9;
+}
+
+TEST(FirstUseDeathTest, DeviceChoiceFromEnvironmentIsTheVariables) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  {
+    const EnvironmentVariable variable("RATSEG_DEVICE", nullptr);
+    EXPECT_EXIT(std::exit(choiceFromEnvironment()),
+                testing::ExitedWithCode(static_cast<int>(DeviceChoice::automatic)), "^$");
+  }
+  {
+    const EnvironmentVariable variable("RATSEG_DEVICE", "cuda");
+    EXPECT_EXIT(std::exit(choiceFromEnvironment()),
+                testing::ExitedWithCode(static_cast<int>(DeviceChoice::cuda)), "^$");
+  }
+  const EnvironmentVariable variable("RATSEG_DEVICE", "tpu");
+  EXPECT_EXIT(std::exit(choiceFromEnvironment()), testing::ExitedWithCode(9),
+              "^ERROR: RATSEG_DEVICE must be auto, cuda or host, but is \"tpu\"$");
 }
 
 TEST(FirstUseDeathTest, ABadDeviceChoiceEndsTheProcess) {

@@ -102,9 +102,11 @@ inline SolverResult resultOf(RatSegImpl& solver) {
 }
 
 // Solves the problem on the current backend, on the devices in gpu (empty = the first).
-inline SolverResult solve(SolverProblem p, const std::vector<int>& gpu = {}) {
+inline SolverResult solve(SolverProblem p, const std::vector<int>& gpu = {},
+                          const StripWish& wish = {}) {
   p.par.gpu = gpu;
   RatSegImpl solver(p.par);
+  solver.stripWish = {wish, ""};
   setUp(solver, p);
   solver.run();
   SolverResult result = resultOf(solver);

@@ -2,14 +2,13 @@
 #define RATSEG_DEVICE_HOST_HOST_CONFIG_H
 
 #include <cstddef>
-#include <string>
 #include <vector>
 
 #include "device/types.h"
 
 namespace namespace_ratseg {
 
-// The machine that the host plays.
+// The machine that the host plays. environment.h has the one that the variables describe.
 struct HostConfig {
   int devices = 1;              // RATSEG_HOST_DEVICES, 0 to 64; 0 = a machine without devices
   bool peer = true;             // RATSEG_HOST_PEER, 0 or 1: may devices reach each other's memory
@@ -18,13 +17,6 @@ struct HostConfig {
   // Properties of the first devices, for tests that rank them; devices beyond the list get the
   // host's own (defaultHostProperties).
   std::vector<cudaDeviceProp> properties;
-
-  // Reads the three variables; unset or empty ones keep the defaults. False, with one line in
-  // error, when a value is not a number in its range.
-  static bool fromEnvironment(HostConfig& config, std::string& error);
-
-  // The same; on an error prints the line on standard error and ends the process with status 1.
-  static HostConfig fromEnvironmentOrExit();
 };
 
 // What one host device says of itself: 1024 threads and 48 KiB of shared memory a block, as every

@@ -1,10 +1,6 @@
 #include "device/host/host_isa.h"
 
-#include "device/console.h"
-#include "device/quoted.h"
-
-#include <cstdlib>
-#include <iostream>
+#include "device/environment.h"
 
 namespace namespace_ratseg {
 
@@ -33,32 +29,6 @@ std::vector<HostIsa> usableHostIsas() {
   return isas;
 }
 
-bool findHostIsa(const std::vector<HostIsa>& isas, const std::string& name, HostIsa& found,
-                 std::string& error) {
-  std::string names;
-  for (const HostIsa isa : isas) {
-    if (name == nameOf(isa)) {
-      found = isa;
-      return true;
-    }
-    names += (names.empty() ? "" : ", ") + std::string(nameOf(isa));
-  }
-  error = "ERROR: RATSEG_ISA must be one that this program has and this processor runs (" + names +
-          "), but is " + inQuotes(name);
-  return false;
-}
-
-HostIsa hostIsa() {
-  const std::vector<HostIsa> isas = usableHostIsas();
-  const char* wanted = std::getenv("RATSEG_ISA");
-  if (wanted == nullptr || *wanted == '\0') return isas.back();
-  HostIsa found = HostIsa::baseline;
-  std::string error;
-  if (!findHostIsa(isas, wanted, found, error)) {
-    console().error() << error << std::endl;
-    console().end();
-  }
-  return found;
-}
+HostIsa hostIsa() { return environment().isa.orEnd(); }
 
 }  // namespace namespace_ratseg

@@ -6,7 +6,6 @@
 // isa_baseline, isa_avx2 and isa_avx512 (host_vectors.h), and a function that returns the one for a
 // HostIsa.
 
-#include <string>
 #include <vector>
 
 namespace namespace_ratseg {
@@ -19,13 +18,8 @@ const char* nameOf(HostIsa isa);
 // All that this build holds and this processor runs, the plainest first.
 std::vector<HostIsa> usableHostIsas();
 
-// Finds the one of that name among isas. False with one line in error when there is none.
-bool findHostIsa(const std::vector<HostIsa>& isas, const std::string& name, HostIsa& found,
-                 std::string& error);
-
-// The best for this processor, or the one that the environment variable RATSEG_ISA names (a name
-// that is unknown or beyond the processor: one line on standard error, and the process ends with
-// status 1).
+// The best for this processor, or the one that the environment variable RATSEG_ISA names
+// (environment.h; a name that is unknown or beyond the processor ends the process).
 HostIsa hostIsa();
 
 }  // namespace namespace_ratseg

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "device/ceil_div.h"
 #include "util/pictures/byte_reader.h"
 #include "util/pictures/png_reader.h"
 #include "util/pictures/wholeness.h"
@@ -47,7 +48,7 @@ struct PictureHeader {
 
   // Rows are filled up to four bytes.
   static std::uint64_t rowBytes(std::uint64_t pixels, unsigned bitsEach) {
-    return (pixels * bitsEach + 31) / 32 * 4;
+    return ceilDiv(pixels * bitsEach, 32) * 4;
   }
 
  private:

@@ -25,7 +25,7 @@ bool wantsStrips(const Params& par) {
 std::unique_ptr<Engine> chooseEngine(SolverState& solver, const StepSizes& sizes) {
   const Params& par = solver.par;
   if (par.Nsteps > 0 && wantsStrips(par) && StripEngine::canRun(solver)) {
-    auto strips = StripEngine::make(solver, sizes, stripWishFromEnvironment());
+    auto strips = StripEngine::make(solver, sizes, solver.stripWish.orEnd());
     if (strips != nullptr) return strips;
   }
   if (par.engine != Params::engine_plain && HostEngine::canRun(solver)) {

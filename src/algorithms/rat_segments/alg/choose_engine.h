@@ -8,8 +8,8 @@
 
 namespace namespace_ratseg {
 
-// The engine that Params::engine asks for, or where the devices do not allow that one the next
-// plainer: strips, the fused one of the host, the plain one.
+// The engine that Params::engine asks for, or where the devices do not allow that one, or have none
+// of its kernels, the next plainer: strips, the fused one of the host, the plain one.
 std::unique_ptr<Engine> chooseEngine(SolverState& solver, const StepSizes& sizes);
 
 }  // namespace namespace_ratseg

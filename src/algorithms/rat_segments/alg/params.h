@@ -52,7 +52,7 @@ struct Params {
   static constexpr int engine_auto = 0;    // the fastest that is trusted on the devices
   static constexpr int engine_plain = 1;   // one launch per kernel
   static constexpr int engine_fused = 2;   // one sweep per iteration, where bands allow it
-  static constexpr int engine_strips = 3;  // the GPUs' fused engine on the host too, for tests
+  static constexpr int engine_strips = 3;  // the GPUs' fused engine, in tests on the host too
 
   std::size_t w = 128;            // image width in pixels
   std::size_t h = 128;            // image height in pixels

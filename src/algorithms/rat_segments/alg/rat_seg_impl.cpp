@@ -38,7 +38,7 @@ void coverRows(std::size_t& x, std::size_t& y, std::size_t h) {
 std::size_t memoryMiB(const gpudata& g, std::size_t n) {
   const std::size_t bytes =
       4 * g.NOffset + 4 * g.NOffset + 8 * g.NOffset + 10 * 4 * n + 4 * g.N + 4 * g.NOmega;
-  return (bytes + 0xFFFFF) >> 20;
+  return ceilDiv(bytes, std::size_t{1} << 20);
 }
 
 // A number of MiB in groups of 1024 with their units, from the highest non-zero one down.
@@ -133,7 +133,7 @@ void RatSegImpl::setUpPrimUShape(gpudata& g) {
   int device = 0;
   cudaGetDevice(&device);
   cudaGetDeviceProperties(&prop, device);
-  check(__LINE__);
+  check();
   std::size_t x = par.threadsx;
   std::size_t y = par.threadsy;
   const std::size_t perThread = sizeof(float) * par.n;
@@ -161,9 +161,9 @@ void RatSegImpl::printMemoryNeeded() {
     std::size_t available = 0;
     std::size_t whole = 0;
     cudaSetDevice(dev[d]);
-    check(__LINE__);
+    check();
     cudaMemGetInfo(&available, &whole);
-    check(__LINE__);
+    check();
     console().out() << ",  available: " << (available >> 20) << " MB"
                     << ",  total: " << (whole >> 20) << " MB" << std::endl;
   }
@@ -173,44 +173,44 @@ void RatSegImpl::allocateArrays() {
   const std::size_t n = par.n;
   for (int d = 0; d < nDev; ++d) {
     gpudata& g = arrays[d];
-    select(d, __LINE__);
+    select(d);
     g.u.alloc(g.NOffset);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.u_bar.alloc(g.NOffset);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.p.alloc(g.NOffset);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.a.alloc(n);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.a_bar.alloc(n);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.gamma.alloc(n);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.sum_u.alloc(n);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.alpha.alloc(n);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.beta.alloc(n);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.ratios.alloc(n);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.sigmas.alloc(n);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.mins.alloc(n);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.maxs.alloc(n);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.rho.alloc(g.N);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.weight.alloc(g.NOmega);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.scribbles.alloc(par.w * par.h);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     g.image.alloc(g.NOmega);
-    cuda_check_malloc(kImplPath, __LINE__);
+    checkMalloc();
     setUpPrimUShape(g);
     cudaEventCreate(&g.queued);
-    check(__LINE__);
+    check();
   }
 }
 
@@ -258,18 +258,18 @@ void RatSegImpl::free() {
   if (!allocatedArrays) return;
   for (int d = 0; d < nDev; ++d) {
     gpudata& g = arrays[d];
-    select(d, __LINE__);
+    select(d);
     const auto release = [](auto&... array) {
       const auto one = [](auto& a) {
         a.free();
-        check(__LINE__);
+        check();
       };
       (one(array), ...);
     };
     release(g.u, g.u_bar, g.p, g.a, g.a_bar, g.gamma, g.sum_u, g.alpha, g.beta, g.ratios, g.sigmas,
             g.mins, g.maxs, g.rho, g.weight, g.scribbles, g.image);
     cudaEventDestroy(g.queued);
-    check(__LINE__);
+    check();
   }
   forgetRecords();
   delete[] sum_u_host;

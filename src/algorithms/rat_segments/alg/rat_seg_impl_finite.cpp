@@ -48,7 +48,7 @@ bool anyBeyondOnDevice(std::uint32_t magnitude, const float* values, std::size_t
   for (std::size_t done = 0; done < count; done += piece.size()) {
     const std::size_t part = std::min(piece.size(), count - done);
     cudaMemcpy(piece.data(), values + done, part * sizeof(float), cudaMemcpyDeviceToHost);
-    check(kFiniteLines + __LINE__);
+    check();
     if (anyBeyondOnHost(magnitude, piece.data(), part)) return true;
   }
   return false;
@@ -80,7 +80,7 @@ bool labelIsFinite(const gpudata& g, std::size_t i, std::size_t w) {
 bool RatSegImpl::stateIsFinite() {
   for (int d = 0; d < bands(); ++d) {
     const gpudata& g = arrays[d];
-    select(d, kFiniteLines + __LINE__);
+    select(d);
     if (d == 0) {
       for (const cudaarray<float>* shares : {&g.a, &g.gamma, &g.alpha, &g.beta, &g.sum_u}) {
         if (!areFinite(*shares, 0, par.n)) return false;

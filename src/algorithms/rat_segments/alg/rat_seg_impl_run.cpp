@@ -118,19 +118,19 @@ void RatSegImpl::printStep(std::size_t step) {
 void RatSegImpl::printReport(Report& report) {
   gpudata& g = arrays[0];
   g.sum_u.copyToHost(sum_u_host);
-  check(kRunLines + __LINE__);
+  check();
   g.a.copyToHost(report.a.data());
-  check(kRunLines + __LINE__);
+  check();
   g.gamma.copyToHost(report.gamma.data());
-  check(kRunLines + __LINE__);
+  check();
   g.alpha.copyToHost(report.alpha.data());
-  check(kRunLines + __LINE__);
+  check();
   g.beta.copyToHost(report.beta.data());
-  check(kRunLines + __LINE__);
+  check();
   g.ratios.copyToHost(report.ratios.data());
-  check(kRunLines + __LINE__);
+  check();
   g.sigmas.copyToHost(report.sigmas.data());
-  check(kRunLines + __LINE__);
+  check();
 
   const float pixels = static_cast<float>(par.w * par.h);
   const std::lock_guard lock(standardOutputMutex);

@@ -40,10 +40,10 @@ void RatSegImpl::setDataterm(float* rho) {
   if (reportNotAllocated(allocatedArrays, "setDataterm")) return;
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
-    select(d, kTransferLines + __LINE__);
+    select(d);
     for (std::size_t i = 0; i < par.n; ++i) {
       upload(g.rho, i * g.NOmega, rho + i * par.w * par.h + par.w * g.ymin, g.NOmega);
-      check(kTransferLines + __LINE__);
+      check();
     }
   }
   par.initLocalSolution ? setLocalSolution() : setZeroSolution();
@@ -53,23 +53,23 @@ void RatSegImpl::setDataterm(float4* image, float4** scribbles, std::size_t* scr
                              float sigma, float thr) {
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
-    select(d, kTransferLines + __LINE__);
+    select(d);
     upload(g.image, 0, image + par.w * g.ymin, g.NOmega);
-    check(kTransferLines + __LINE__);
+    check();
   }
   for (std::size_t i = 0; i < par.n; ++i) {
     for (int d = 0; d < bands(); ++d) {
-      select(d, kTransferLines + __LINE__);
+      select(d);
       upload(arrays[d].scribbles, 0, scribbles[i], scribblesNum[i]);
-      check(kTransferLines + __LINE__);
+      check();
     }
     for (int d = 0; d < bands(); ++d) {
       gpudata& g = arrays[d];
-      select(d, kTransferLines + __LINE__);
+      select(d);
       ratSegKernels().ratseg_setdataterm_scribbles({g.grid, g.block, 0}, g.rho, g.image,
                                                    g.scribbles, scribblesNum[i], sigma, thr, par.w,
                                                    par.h, g.ymin, g.ymax, par.n, i);
-      check(kTransferLines + __LINE__);
+      check();
     }
   }
   par.initLocalSolution ? setLocalSolution() : setZeroSolution();
@@ -80,11 +80,11 @@ void RatSegImpl::getDataterm(float* rho) {
   if (reportNotAllocated(allocatedArrays, "setDataterm")) return;
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
-    select(d, kTransferLines + __LINE__);
+    select(d);
     for (std::size_t i = 0; i < par.n; ++i) {
       cudaMemcpy(rho + i * par.w * par.h + par.w * g.ymin, g.rho.get_ptr() + i * g.NOmega,
                  g.NOmega * sizeof(float), cudaMemcpyDeviceToHost);
-      check(kTransferLines + __LINE__);
+      check();
     }
   }
 }
@@ -101,15 +101,15 @@ void RatSegImpl::setRatios(float* ratios, float* sigmas, std::size_t ind_bgr0, f
   ind_bgr = ind_bgr0;
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
-    select(d, kTransferLines + __LINE__);
+    select(d);
     g.ratios.copyFromHost(ratios);
-    check(kTransferLines + __LINE__);
+    check();
     g.sigmas.copyFromHost(sigmas);
-    check(kTransferLines + __LINE__);
+    check();
     g.mins.copyFromHost(lower.data());
-    check(kTransferLines + __LINE__);
+    check();
     g.maxs.copyFromHost(upper.data());
-    check(kTransferLines + __LINE__);
+    check();
   }
 }
 
@@ -118,20 +118,20 @@ void RatSegImpl::setWeight(float* weight) {
   kind_weight = kind_weight_scalar;
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
-    select(d, kTransferLines + __LINE__);
+    select(d);
     g.weight.copyFromHost(weight + par.w * g.ymin);
-    check(kTransferLines + __LINE__);
+    check();
   }
 }
 
 void RatSegImpl::getSolution_smooth(float* u) {
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
-    select(d, kTransferLines + __LINE__);
+    select(d);
     for (std::size_t i = 0; i < par.n; ++i) {
       cudaMemcpy(u + i * par.w * par.h + par.w * g.ymin, g.u.get_ptr() + i * g.NOmegaOffset,
                  g.NOmega * sizeof(float), cudaMemcpyDeviceToHost);
-      check(kTransferLines + __LINE__);
+      check();
     }
   }
 }
@@ -155,21 +155,21 @@ void RatSegImpl::getSolution(float* u) {
 void RatSegImpl::setLocalSolution() {
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
-    select(d, kTransferLines + __LINE__);
+    select(d);
     ratSegKernels().ratseg_setLocalSolution_kernel({g.grid, g.block, 0}, g.u, g.rho, par.w, par.h,
                                                    g.ymin, g.ymax, par.n);
-    check(kTransferLines + __LINE__);
+    check();
   }
   if (!accelerates()) return;
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
-    select(d, kTransferLines + __LINE__);
+    select(d);
     // Plane by plane, so that each thread of the host copies about the rows that it will have.
     for (std::size_t i = 0; i < par.n; ++i) {
       const std::size_t plane = i * g.NOmegaOffset;
       cudaMemcpy(g.u_bar.get_ptr() + plane, g.u.get_ptr() + plane, g.NOmegaOffset * sizeof(float),
                  cudaMemcpyDeviceToDevice);
-      check(kTransferLines + __LINE__);
+      check();
     }
   }
   copyExtraRegions_u();
@@ -178,11 +178,11 @@ void RatSegImpl::setLocalSolution() {
 void RatSegImpl::setZeroSolution() {
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
-    select(d, kTransferLines + __LINE__);
+    select(d);
     const auto zero = [](auto& array) {
       if (!array.isAllocated()) return;
       array.setzero();
-      check(kTransferLines + __LINE__);
+      check();
     };
     zero(g.u);
     zero(g.u_bar);
@@ -192,12 +192,12 @@ void RatSegImpl::setZeroSolution() {
 void RatSegImpl::reinit() {
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
-    select(d, kTransferLines + __LINE__);
+    select(d);
     const auto zero = [](auto&... array) {
       const auto one = [](auto& a) {
         if (!a.isAllocated()) return;
         a.setzero();
-        check(kTransferLines + __LINE__);
+        check();
       };
       (one(array), ...);
     };

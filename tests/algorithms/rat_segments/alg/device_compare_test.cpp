@@ -16,7 +16,6 @@
 
 #include "algorithms/rat_segments/alg/strips_gpu/strip_engine.h"
 #include "device/runtime.h"
-#include "support/environment.h"
 #include "support/forwarding_backend.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
@@ -61,10 +60,11 @@ class DeviceCompare : public DeviceTest {
 
   static bool takesATenth() { return std::getenv("RATSEG_TEST_QUICK") != nullptr; }
 
-  static SolverResult solveWith(SolverProblem p, int engine, const std::vector<int>& gpu = {0}) {
+  static SolverResult solveWith(SolverProblem p, int engine, const std::vector<int>& gpu = {0},
+                                const StripWish& wish = {}) {
     p.par.engine = engine;
     if (takesATenth()) p.par.Nsteps = (p.par.Nsteps + 9) / 10;
-    return solve(p, gpu);
+    return solve(p, gpu, wish);
   }
 
   // Without peer access bands on several devices exchange other rows than with it.
@@ -85,14 +85,15 @@ class DeviceCompare : public DeviceTest {
 
   // Solves on the host, then with every engine and each of these bandings on the device under test.
   static void compare(const std::string& name, const SolverProblem& p,
-                      const std::vector<std::vector<int>>& cuts = bandings()) {
+                      const std::vector<std::vector<int>>& cuts = bandings(),
+                      const StripWish& wish = {}) {
     const SolverResult expected = solveOnHost(p, {0}, true);
     for (const std::vector<int>& gpu : cuts) {
       if (p.par.h < gpu.size() * 2) continue;
       const bool others = exchangesOtherRows(gpu);
       const SolverResult wanted = others ? solveOnHost(p, gpu, false) : expected;
       for (const int engine : engines()) {
-        const Difference d = differenceOf(wanted.u, solveWith(p, engine, gpu).u);
+        const Difference d = differenceOf(wanted.u, solveWith(p, engine, gpu, wish).u);
         std::printf("compare: %-24s %-5s on %-6s  largest %.2e  mean %.2e\n", name.c_str(),
                     nameOf(engine), listOf(gpu).c_str(), static_cast<double>(d.largest), d.mean);
         EXPECT_LE(d.largest, kLargest) << name;
@@ -132,9 +133,8 @@ TEST_F(DeviceCompare, EveryCutOfAnImage) {
     const SolverProblem p = problem(s[0], s[1], s[2], 10, s[3]);
     compare(sizeOf(p), p);
   }
-  const EnvironmentVariable rows("RATSEG_STRIP_ROWS", "1");
-  const EnvironmentVariable threads("RATSEG_STRIP_THREADS", "32");
-  compare("2x700x2 in 700 blocks", problem(2, 700, 2, 10, 30));
+  compare("2x700x2 in 700 blocks", problem(2, 700, 2, 10, 30), bandings(),
+          {.rows = 1, .threads = 32});
 }
 
 // All streams of a recording come together again; otherwise the device refuses it, and iterations

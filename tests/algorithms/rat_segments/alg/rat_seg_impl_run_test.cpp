@@ -910,5 +910,27 @@ TEST(RatSegImplBands, PeerAccessMakesBandsSeamless) {
   EXPECT_GT(largestDifference(one, solve(p, {0, 1})), 1e-3f);
 }
 
+// The environment is read when the solver is made.
+TEST(RatSegImplRunDeathTest, DoesNotReadTheEnvironment) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        const HostMachine machine;
+        SolverProblem p = randomProblem(8, 8, 2);
+        p.par.tolerance = 1e-6f;
+        RatSegImpl solver(p.par);
+        setUp(solver, p);
+        for (const char* name : {"RATSEG_ISA", "RATSEG_STRIP_ROWS", "RATSEG_HOST_DEVICES"}) {
+          setenv(name, "nonsense", 1);
+        }
+        for (const int engine : {Params::engine_fused, Params::engine_strips}) {
+          p.par.engine = engine;
+          solver.run();
+        }
+        std::exit(solver.statistics.iterations == p.par.Nsteps ? 0 : 2);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
 }  // namespace
 }  // namespace namespace_ratseg

@@ -5,7 +5,6 @@
 
 #include "algorithms/rat_segments/alg/certificate/certificate_launch.h"
 #include "algorithms/rat_segments/alg/certificate/certificate_rows.h"
-#include "device/host/host_isa.h"
 #include "device/host/host_launch.h"
 
 namespace namespace_ratseg {
@@ -18,10 +17,11 @@ extern const CertificateRows rows;
 }
 
 // Every processor with AVX-512 has AVX2, and wider vectors gain nothing here.
-const CertificateRows& certificateRows() {
+const CertificateRows& certificateRows(HostIsa isa) {
 #if RATSEG_X86
-  if (hostIsa() != HostIsa::baseline) return isa_avx2::rows;
+  if (isa != HostIsa::baseline) return isa_avx2::rows;
 #endif
+  (void)isa;
   return isa_baseline::rows;
 }
 

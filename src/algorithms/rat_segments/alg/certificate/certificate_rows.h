@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include "algorithms/rat_segments/alg/certificate/certificate_kernels.h"
+#include "device/host/host_isa.h"
 
 namespace namespace_ratseg {
 
@@ -21,8 +22,8 @@ struct CertificateRows {
                   double* doubles, int* ints);
 };
 
-// The one for this processor, or for the instruction set that RATSEG_ISA names (host_sweep.h).
-const CertificateRows& certificateRows();
+// With AVX2 for all instruction sets but the plainest.
+const CertificateRows& certificateRows(HostIsa isa = hostIsa());
 
 }  // namespace namespace_ratseg
 

@@ -29,7 +29,7 @@ unsigned threadsFor(std::size_t n) { return n <= 512 ? 128 : 64; }
 Values toHost(const cudaarray<float>& array) {
   std::vector<float> values(array.numElem());
   array.copyToHost(values.data());
-  check(kCertifierLines + __LINE__);
+  check();
   return {values.begin(), values.end()};
 }
 
@@ -61,10 +61,10 @@ Certifier::Certifier(SolverState& solver) : solver_(solver), prior_(priorOf(solv
     Band& band = bands_[d];
     band.parts = ceilDiv(h, rows);
     cudaSetDevice(solver.dev[d]);
-    check(kCertifierLines + __LINE__);
+    check();
     band.partSums.alloc(band.parts * certificateSums(n));
     band.sums.alloc(certificateSums(n) + 3 * n);
-    check(kCertifierLines + __LINE__);
+    check();
   }
 }
 
@@ -95,7 +95,7 @@ void Certifier::fillHalos() {
       const std::size_t halo = upper.h * w;
       cudaMemcpyPeer(upperU + halo, upperDevice, lowerU, lowerDevice, w * sizeof(float));
       cudaMemcpyPeer(lowerP, lowerDevice, upperP + halo, upperDevice, w * sizeof(float2));
-      check(kCertifierLines + __LINE__);
+      check();
     }
   }
 }
@@ -123,12 +123,12 @@ void Certifier::launch(int d) {
                              {threads, 1, 1},
                              certificateSharedBytes(threads, par.n)};
   certificateKernels().ratseg_certificate(shape, band, own.partSums);
-  check(kCertifierLines + __LINE__);
+  check();
   const auto blocks = static_cast<unsigned>(certificateSums(par.n));
   certificateKernels().ratseg_certificate_sum({{blocks, 1, 1}, {32, 1, 1}, 0}, own.sums,
                                               own.partSums, own.parts, g.gamma, g.alpha, g.beta,
                                               par.n);
-  check(kCertifierLines + __LINE__);
+  check();
 }
 
 // The sums of all bands, in their order, and the duals of device 0.
@@ -141,7 +141,7 @@ ShareDuals Certifier::gather(Values& sums) {
   for (const Band& band : bands_) {
     Values host(band.sums.numElem());
     band.sums.copyToHost(host.data());
-    check(kCertifierLines + __LINE__);
+    check();
     for (std::size_t k = 0; k < sums.size(); ++k) sums[k] += host[k];
     if (!duals.gamma.empty()) continue;
     const auto first = host.begin() + length;

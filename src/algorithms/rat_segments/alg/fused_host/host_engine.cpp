@@ -39,12 +39,7 @@ void convertRows(gpudata& g, std::size_t w, std::size_t n, Convert&& convert) {
 }  // namespace
 
 bool HostEngine::canRun(const SolverState& solver) {
-  if (!backend().isHost()) return false;
-  for (int d = 1; d < solver.bands(); ++d) {
-    if (!solver.canAccess(d, d - 1) || !solver.canAccess(d - 1, d)) return false;
-    if (!solver.canAccess(0, d) || !solver.canAccess(d, 0)) return false;
-  }
-  return true;
+  return backend().isHost() && solver.bandsReachEachOther();
 }
 
 HostEngine::HostEngine(SolverState& solver, const StepSizes& sizes, const HostSweep& sweep)

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "algorithms/rat_segments/alg/fused_host/host_sweep.h"
+#include "algorithms/rat_segments/alg/kernels/disc_radius_kernels.h"
 #include "device/host/host_vectors.h"
 
 namespace namespace_ratseg::RATSEG_ISA {
@@ -85,6 +86,7 @@ struct Row {
   float hasAbove, hasBelow;
 };
 
+// (ceilDiv would be compiled for this instruction set under the name that all others know.)
 inline std::size_t padded(std::size_t w) { return (w + kLanes - 1) / kLanes * kLanes; }
 
 // Tiles per block of columns: the labels' values of a block fill a part of the L1 cache only, and
@@ -114,26 +116,23 @@ std::size_t scratchFloats(std::size_t w, std::size_t n) {
   return padded(w) + (blockTiles(n) * (n + 1) + n) * kLanes;
 }
 
-// Radii of the discs of row y, as discRadius (disc_radius_kernels.h) has them, for vectors; FLT_MAX
-// where there is no bound (a negative radius is none).
+// Of the disc at a pixel; FLT_MAX where there is no bound (a negative radius is none).
+inline float radiusAt(float weight, float lambda) {
+  const float r = tile::discRadius(weight, lambda, FLT_MAX);
+  return r < 0.0f ? FLT_MAX : r;
+}
+
+// Radii of the discs of row y. Behind its end, where nothing is kept, the last one's.
 void rowRadii(const SweepBand& b, std::size_t y, float* radius) {
-  const float half = b.lambda / 2.0f;
-  const mask unbounded = splat(b.lambda) >= FLT_MAX;
-  const mask positive = splat(b.lambda) > 0.0f;
-  const auto radiusOf = [&](vec g) {
-    const vec r = b.lambda != 0.0f ? g * half : vec{};
-    const mask without = unbounded | (positive & (g >= FLT_MAX)) | (r < 0.0f);
-    return without ? splat(FLT_MAX) : r;
-  };
+  const std::size_t end = padded(b.w);
   if (b.weight == nullptr) {
-    const vec r = radiusOf(splat(1.0f));
-    for (std::size_t x = 0; x < b.w; x += kLanes) store(radius + x, r);
+    const float r = radiusAt(1.0f, b.lambda);
+    for (std::size_t x = 0; x < end; ++x) radius[x] = r;
     return;
   }
   const float* weight = b.weight + y * b.w;
-  std::size_t x = 0;
-  for (; x + kLanes < b.w; x += kLanes) store(radius + x, radiusOf(load(weight + x)));
-  store(radius + x, radiusOf(RowEnd(b.w - x).load(weight + x)));
+  for (std::size_t x = 0; x < b.w; ++x) radius[x] = radiusAt(weight[x], b.lambda);
+  for (std::size_t x = b.w; x < end; ++x) radius[x] = radius[b.w - 1];
 }
 
 // p <- clamp of p + s (right - here, below - here) to the disc: p min(1, r / |p|). What is added to

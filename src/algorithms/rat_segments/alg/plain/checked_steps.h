@@ -2,26 +2,46 @@
 #define RATSEG_ALG_PLAIN_CHECKED_STEPS_H
 
 #include <mutex>
+#include <source_location>
+#include <string_view>
 
 #include "util/cudadefs.h"
 
 namespace namespace_ratseg {
 
-// Call sites of the solver are reported under one path with a line number, to which each file adds
-// its own thousands.
+// Where the solver's calls are checked. Their path is one for all files and fixed, because whoever
+// reads what a failed call prints knows the solver by it; so each file's line numbers have
+// thousands of their own.
 inline constexpr const char* kImplPath = "src/algorithms/rat_segments/alg/rat_seg_impl";
-inline constexpr unsigned long kStepLines = 1000;       // plain_steps.cpp
-inline constexpr unsigned long kTransferLines = 2000;   // rat_seg_impl_transfer.cpp
-inline constexpr unsigned long kStripLines = 3000;      // strip_engine.cpp
-inline constexpr unsigned long kCertifierLines = 4000;  // certifier.cpp
-inline constexpr unsigned long kFiniteLines = 5000;     // rat_seg_impl_finite.cpp
-inline constexpr unsigned long kRunLines = 6000;        // rat_seg_impl_run.cpp
-inline constexpr unsigned long kStateLines = 7000;      // solver_state.cpp
+struct FileLines {
+  std::string_view file;
+  unsigned long begin;  // of the numbers that are printed for its lines
+};
+inline constexpr FileLines kFileLines[] = {
+    {"rat_seg_impl.cpp", 0},        {"plain_steps.cpp", 1000},  {"rat_seg_impl_transfer.cpp", 2000},
+    {"strip_engine.cpp", 3000},     {"certifier.cpp", 4000},    {"rat_seg_impl_finite.cpp", 5000},
+    {"rat_seg_impl_run.cpp", 6000}, {"solver_state.cpp", 7000}, {"strip_engine_step.cpp", 8000},
+    {"strip_bands.cpp", 9000},      {"strip_queues.cpp", 10000}};
+
+// The number that is printed for a line of a file, whose path may be longer.
+constexpr unsigned long printedLine(std::string_view path, unsigned long line) {
+  const std::string_view name = path.substr(path.find_last_of('/') + 1);
+  for (const FileLines& lines : kFileLines) {
+    if (name == lines.file) return lines.begin + line;
+  }
+  return line;
+}
 
 // Held while a solver writes to standard output, so that lines of several threads do not mix.
 inline std::mutex standardOutputMutex;
 
-inline void check(unsigned long line) { cuda_check(kImplPath, line); }
+// The checks of util/cudadefs.h, for the line that they stand in.
+inline void check(std::source_location where = std::source_location::current()) {
+  cuda_check(kImplPath, printedLine(where.file_name(), where.line()));
+}
+inline void checkMalloc(std::source_location where = std::source_location::current()) {
+  cuda_check_malloc(kImplPath, printedLine(where.file_name(), where.line()));
+}
 
 }  // namespace namespace_ratseg
 

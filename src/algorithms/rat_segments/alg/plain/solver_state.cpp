@@ -16,29 +16,37 @@ bool SolverState::accelerates() const {
          par.kind_prior != Params::kind_prior_lowerBound;
 }
 
-void SolverState::select(int d, unsigned long line) const {
-  cudaSetDevice(dev[d]);
-  check(line);
+bool SolverState::bandsReachEachOther() const {
+  const auto reach = [this](int a, int b) { return canAccess(a, b) && canAccess(b, a); };
+  for (int d = 1; d < bands(); ++d) {
+    if (!reach(d, d - 1) || !reach(0, d)) return false;
+  }
+  return true;
 }
 
-void SolverState::selectAfter(int d, int other, unsigned long line) const {
+void SolverState::select(int d, std::source_location where) const {
+  cudaSetDevice(dev[d]);
+  check(where);
+}
+
+void SolverState::selectAfter(int d, int other, std::source_location where) const {
   if (dev[d] != dev[other]) {
-    select(other, line);
+    select(other, where);
     cudaEventRecord(arrays[other].queued);
-    check(line);
-    select(d, line);
+    check(where);
+    select(d, where);
     cudaStreamWaitEvent(0, arrays[other].queued);
-    check(line);
+    check(where);
     return;
   }
-  select(d, line);
+  select(d, where);
 }
 
 void SolverState::deviceSynchronizeAll() const {
   for (int d = 0; d < bands(); ++d) {
-    select(d, kStateLines + __LINE__);
+    select(d);
     cudaDeviceSynchronize();
-    check(kStateLines + __LINE__);
+    check();
   }
 }
 

@@ -5,8 +5,10 @@
 // steps of the iteration need. Array layouts: labeling_kernels.h.
 
 #include <cstddef>
+#include <source_location>
 
 #include "algorithms/rat_segments/alg/params.h"
+#include "device/environment.h"
 #include "device/types.h"
 #include "util/cudaarray.h"
 #include "util/sum.h"
@@ -63,18 +65,24 @@ struct SolverState {
   // Whether device a of the list reaches the memory of device b of the list.
   bool canAccess(int a, int b) const { return canAccess_array[b * nDev + a]; }
 
+  // Whether all bands that exchange anything reach each other: neighbours their rows, all bands
+  // their sums and multipliers with the first. Without it the copy engine moves boundary rows, and
+  // others than the kernels do, which only the plain engine knows.
+  bool bandsReachEachOther() const;
+
   // Whether run() takes the accelerated iteration: asked for, and the prior has an exact step.
   bool accelerates() const;
 
   // constAlpha of the kind of prior: the pixels of the image, or 1 (docs/math.md, section 5.6).
   float constAlphaOfPrior() const;
 
-  // Selects device d of the list. line is the caller's, for checks.
-  void select(int d, unsigned long line) const;
+  // Selects device d of the list. where is the caller, for checks.
+  void select(int d, std::source_location where = std::source_location::current()) const;
 
   // Selects device d of the list for work that reads the memory of device other: it starts when
   // what other has queued so far is done. The host does not wait.
-  void selectAfter(int d, int other, unsigned long line) const;
+  void selectAfter(int d, int other,
+                   std::source_location where = std::source_location::current()) const;
 
   // Waits until all devices are done.
   void deviceSynchronizeAll() const;
@@ -92,8 +100,9 @@ struct SolverState {
   dim3 block_copy{0, 0, 0};
   dim3 grid_copy{0, 0, 0};
   std::size_t ind_bgr = 0;
-  float* sum_u_host = nullptr;  // n nDev floats
-  Statistics statistics;        // of the last run()
+  float* sum_u_host = nullptr;                          // n nDev floats
+  Statistics statistics;                                // of the last run()
+  Setting<StripWish> stripWish = environment().strips;  // of a run with the strip engine
 };
 
 }  // namespace namespace_ratseg

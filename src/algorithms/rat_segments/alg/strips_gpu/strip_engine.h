@@ -4,40 +4,44 @@
 #include <array>
 #include <cstddef>
 #include <memory>
-#include <vector>
+#include <optional>
+#include <source_location>
 
 #include "algorithms/rat_segments/alg/engine.h"
 #include "algorithms/rat_segments/alg/plain/plain_steps.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_bands.h"
 #include "algorithms/rat_segments/alg/strips_gpu/strip_launch.h"
+#include "algorithms/rat_segments/alg/strips_gpu/strip_queues.h"
 
 namespace namespace_ratseg {
 
 // The fused engine of the GPUs: on one band, an iteration is one kernel. It computes what the plain
-// engine computes, up to rounding. It runs on the host's devices too, slowly, for tests.
+// engine computes, up to rounding.
 //
-// What kernel k does on one band:
-// - the multipliers gamma of its iteration are there: kernel k - 1 computed them;
-// - it takes the dual step and the step of the labeling at all pixels, and adds up their sums;
-// - beside the pixels, which do not need it, a block of its own takes the prior's step (alpha, beta
-//   and a);
-// - the last block to finish adds up the sums of all blocks, and computes gamma of iteration k + 1
-//   from them and from a_bar.
+// One band, iteration k, which starts with the multipliers gamma_k already there:
+// - each thread takes the dual step and then the primal step of the labeling at its pixels, and the
+//   labeling's sums are added up block by block;
+// - at the same time one more block takes the prior's step (alpha, beta and a), which needs gamma_k
+//   but no pixels;
+// - the block that finishes last adds up the sums of all blocks, and computes gamma_(k+1) from them
+//   and from a_bar. So the next iteration can start, too, with its gamma there.
 //
 // Labeling and dual field are read from one array and written to another: 20 bytes read and 12
 // written per pixel and label (u, the u before, p, rho; u, p), and 12 bytes of memory more than the
-// plain engine's.
+// plain engine's (strip_bands.h).
 //
-// Each band has two queues: the second computes the rows that neighbours wait for and exchanges
-// them while the first is busy with the rows between. Iterations are replayed as a recorded graph
-// of all bands.
+// With several bands, each has two queues (strip_queues.h): the side queue computes the rows that
+// neighbours wait for and exchanges them while the main queue is busy with the rows between.
 //
-// With the exact step of the shares (docs/math.md, section 12) that step is a second kernel behind
-// the sums. It gives gamma and the shares of the next iteration together.
+// Iterations are recorded as a graph of all bands, kStepsAtOnce at a time, and the graph is
+// launched again and again.
+//
+// With the exact step of the shares (docs/math.md, section 12) each iteration has a second kernel,
+// which comes after the sums are known and computes gamma and the shares of the next iteration.
 class StripEngine final : public Engine {
  public:
-  // Whether the bands allow the engine: peer access between all that exchange anything (without it
-  // boundary rows are moved by the copy engine, whose rows differ), planes of less than 2^31
-  // elements, and no more labels than a block has threads.
+  // Whether the backend has the engine's kernels and the bands allow it: they reach each other,
+  // have planes of less than 2^31 elements, and no more labels than a block has threads.
   static bool canRun(const SolverState& solver);
 
   // Takes the solver's arrays over until it is destroyed; null when a device has no room for the
@@ -70,55 +74,17 @@ class StripEngine final : public Engine {
   void publish() override;
 
  private:
-  // Between two calls all that the bands' queues hold comes before the end of band 0's first one.
-
-  // Buffers of the labeling change roles in a cycle of three, those of the dual field and of the
-  // multipliers in one of two: after six iterations all are back.
-  static constexpr std::size_t kPhases = 6;
-
-  struct Band {
-    std::array<float*, 3> u = {};
-    std::array<float2*, 2> p = {};
-    std::array<float*, 2> gamma = {};
-    std::array<float*, 2> sum = {};  // of u_bar that went into the gamma beside it
-    // With the exact step of the shares: those that belong to the gamma beside them.
-    std::array<float*, 2> a = {}, alpha = {}, beta = {};
-    cudaarray<float> extraU, perLabel, partials, counter;
-    cudaarray<float2> extraP;
-    StripShape shape;
-    unsigned firstRows = 0;    // that the band above waits for; 0 with one band
-    unsigned firstBlocks = 0;  // of their launch
-    unsigned blocks = 0;       // of all launches of an iteration
-    cudaStream_t stream = nullptr, side = nullptr;
-    cudaEvent_t mark = nullptr, edge = nullptr, first = nullptr;
-  };
+  // Between two calls all that the bands' queues hold comes before the end of band 0's main one.
 
   StripEngine(SolverState& solver, const StepSizes& sizes);
-  bool allocate(const StripWish& wish);
   void fillHaloOfU();
-  void createQueues();
 
-  std::size_t current() const { return 2 * done_ % 3; }
-  std::size_t previous() const { return (2 * done_ + 1) % 3; }
-  std::size_t next() const { return (2 * done_ + 2) % 3; }
-  StripBand bandRows(std::size_t d) const;
-  StripShares shares() const;
-  StripFinish finishOf(std::size_t d) const;
-
-  void select(std::size_t d);
-  void record(cudaEvent_t event, cudaStream_t stream);
-  void wait(cudaStream_t stream, cudaEvent_t event);
-  void order(std::size_t d, cudaStream_t first, std::size_t e, cudaStream_t then);
-  void enterQueues();
-  void leaveQueues();
-  void fanOut();
-  void fanIn();
+  void select(std::size_t d, std::source_location where = std::source_location::current());
   LaunchShape perLabel(cudaStream_t stream) const;
-  bool nextGammaInSweep() const;
   void copyLabels(cudaStream_t stream, float* to, float* from);
   void publishShares(std::size_t parity);
 
-  void replay(StripReplay& recording);
+  StripReplay* recordingOf(std::size_t count);
   void steps(std::size_t count);
   void stepOneBand();
   void stepBands();
@@ -131,17 +97,13 @@ class StripEngine final : public Engine {
 
   SolverState& solver_;
   PlainSteps plain_;
-  float tau_, sigma_, theta_bar_ = kThetaBar;
-  std::vector<Band> bands_;
-  std::array<std::unique_ptr<StripReplay>, kPhases> replays_;
-  std::array<cudaEvent_t, 2> ends_ = {};  // of the last two recordings that were queued
-  std::size_t queued_ = 0;                // recordings
+  StripBands bands_;
+  std::array<std::unique_ptr<StripReplay>, StripBands::kPhases> replays_;
+  std::optional<StripQueues> queues_;  // once the bands have their arrays
   bool launchedAll_ = false;  // kernels are loaded when they are first launched, not in a recording
   bool canRecord_ = true;
   bool replayed_ = false;
-  bool started_ = false;  // the queues exist
   bool hasArrays_ = false;
-  std::size_t done_ = 0;  // iterations
 };
 
 }  // namespace namespace_ratseg

@@ -102,9 +102,14 @@ class StripKernels {
   virtual std::unique_ptr<StripReplay> record(cudaStream_t stream,
                                               const std::function<void()>& steps) = 0;
 
-  // Those of each backend; the CUDA ones only in builds with that backend.
-  static StripKernels& host();
+  // Those of each backend; the CUDA ones only in builds with that backend. The host has none unless
+  // somebody brings them, as tests do: its own fused engine is a faster one.
+  static StripKernels& host() { return *ofHost; }
   static StripKernels& cuda();
+  static inline StripKernels* ofHost = nullptr;
+
+  // Whether the current backend has them.
+  static bool areThere() { return ofHost != nullptr || !backend().isHost(); }
 
  protected:
   ~StripKernels() = default;  // there to the end: threads may still launch while the process ends

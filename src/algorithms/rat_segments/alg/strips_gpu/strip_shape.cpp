@@ -1,13 +1,8 @@
 #include "algorithms/rat_segments/alg/strips_gpu/strip_shape.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <iostream>
-#include <string>
 
 #include "device/ceil_div.h"
-#include "device/console.h"
-#include "device/quoted.h"
 
 namespace namespace_ratseg {
 
@@ -100,32 +95,7 @@ StripShape tileShape(std::size_t n, const cudaDeviceProp& device) {
   return s;
 }
 
-// The value of an environment variable, 0 when it is unset or empty.
-template <class Allowed>
-unsigned wished(const char* variable, const char* expected, Allowed&& allowed) {
-  const char* text = std::getenv(variable);
-  if (text == nullptr || *text == '\0') return 0;
-  const std::string word = text;
-  const bool digits = word.find_first_not_of("0123456789") == std::string::npos;
-  const unsigned value = digits && word.size() <= 3 ? static_cast<unsigned>(std::stoi(word)) : 0;
-  if (allowed(value)) return value;
-  console().error() << "ERROR: " << variable << " must be " << expected << ", but is "
-                    << inQuotes(word) << std::endl;
-  console().end();
-}
-
 }  // namespace
-
-StripWish stripWishFromEnvironment() {
-  StripWish wish;
-  wish.rows = wished("RATSEG_STRIP_ROWS", "a number from 1 to 64",
-                     [](unsigned k) { return k >= 1 && k <= 64; });
-  wish.pixels =
-      wished("RATSEG_STRIP_PIXELS", "1 or 2", [](unsigned k) { return k == 1 || k == 2; });
-  wish.threads = wished("RATSEG_STRIP_THREADS", "32, 64 or 128",
-                        [](unsigned k) { return k == 32 || k == 64 || k == 128; });
-  return wish;
-}
 
 StripShape stripShape(std::size_t w, std::size_t h, std::size_t n, const cudaDeviceProp& device,
                       const StripWish& wish) {

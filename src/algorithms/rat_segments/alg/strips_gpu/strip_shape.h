@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "device/ceil_div.h"
+#include "device/environment.h"
 #include "device/types.h"
 
 namespace namespace_ratseg {
@@ -41,17 +42,6 @@ RATSEG_HD constexpr unsigned stripWarpsOfRow(unsigned threads) {
   constexpr unsigned kOwn = kStripLanes - 2;
   return threads <= kStripLanes ? 1 : ceilDiv(threads - 2, kOwn);
 }
-
-// What a measurement asks of the shape of strips; 0 = as the device and the image need it.
-struct StripWish {
-  unsigned rows = 0;     // of a strip, 1 to 64
-  unsigned pixels = 0;   // per thread and row, 1 or 2; 2 only where there are pairs
-  unsigned threads = 0;  // of a block, 32, 64 or 128
-};
-
-// What RATSEG_STRIP_ROWS, RATSEG_STRIP_PIXELS and RATSEG_STRIP_THREADS ask for. Ends the process
-// with one line on standard error when a value is none of the above; unset and empty is 0.
-StripWish stripWishFromEnvironment();
 
 // The shape for bands of an image of w columns with at most h rows each.
 StripShape stripShape(std::size_t w, std::size_t h, std::size_t n, const cudaDeviceProp& device,

@@ -11,10 +11,13 @@
 #include <cmath>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "algorithms/rat_segments/alg/choose_engine.h"
+#include "algorithms/rat_segments/alg/fused_host/host_engine.h"
 #include "device/runtime.h"
 #include "support/machine.h"
 #include "support/solver_problem.h"
@@ -349,6 +352,22 @@ TEST(StripEngine, NeedsPeerAccessBetweenBands) {
   EXPECT_TRUE(canRun(1, false));
   EXPECT_TRUE(canRun(3, true));
   EXPECT_FALSE(canRun(2, false));
+}
+
+// Without kernels for the host, as in the library, its own fused engine runs.
+TEST(StripEngine, NeedsKernelsOfTheBackend) {
+  const HostMachine machine;
+  SolverProblem p = randomProblem(4, 6, 2);
+  p.par.engine = Params::engine_strips;
+  RatSegImpl solver(p.par);
+  setUp(solver, p);
+  EXPECT_NE(dynamic_cast<StripEngine*>(chooseEngine(solver, {}).get()), nullptr);
+  StripKernels* kernels = std::exchange(StripKernels::ofHost, nullptr);
+  EXPECT_FALSE(StripEngine::canRun(solver));
+  EXPECT_NE(dynamic_cast<HostEngine*>(chooseEngine(solver, {}).get()), nullptr);
+  StripKernels::ofHost = kernels;
+  EXPECT_TRUE(StripEngine::canRun(solver));
+  solver.free();
 }
 
 TEST(StripEngine, NeedsABlockOfAThreadPerLabel) {

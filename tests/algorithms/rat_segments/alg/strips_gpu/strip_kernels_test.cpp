@@ -16,7 +16,6 @@
 #include <utility>
 #include <vector>
 
-#include "support/environment.h"
 #include "util/cudaproj.h"
 #include "util/linalg.h"
 
@@ -296,56 +295,6 @@ TEST(StripShape, TakesWhatIsWishedForWhereItCan) {
   EXPECT_EQ(stripShape(2048, 2048, 9, largeDevice(), {.pixels = 2}).pixels, 1);
   EXPECT_EQ(stripShape(64, 64, 3, largeDevice(), {.threads = 128}).threads, 128u);
   EXPECT_EQ(stripShape(2048, 2048, 8, largeDevice(), {.threads = 32}).threads, 32u);
-}
-
-struct WishCase {
-  const char* variable;
-  unsigned StripWish::*wish;
-  const char* expected;
-  std::vector<std::pair<const char*, unsigned>> good;
-  std::vector<const char*> bad;
-};
-
-const std::vector<WishCase>& wishCases() {
-  static const std::vector<WishCase> cases = {
-      {"RATSEG_STRIP_ROWS",
-       &StripWish::rows,
-       "a number from 1 to 64",
-       {{"", 0}, {"1", 1}, {"16", 16}, {"64", 64}},
-       {"0", "65", "-1", "8 ", "x", "100", "1000000000000"}},
-      {"RATSEG_STRIP_PIXELS",
-       &StripWish::pixels,
-       "1 or 2",
-       {{"", 0}, {"1", 1}, {"2", 2}},
-       {"0", "3", "two"}},
-      {"RATSEG_STRIP_THREADS",
-       &StripWish::threads,
-       "32, 64 or 128",
-       {{"", 0}, {"32", 32}, {"64", 64}, {"128", 128}},
-       {"0", "33", "256", "1024"}}};
-  return cases;
-}
-
-TEST(StripWish, IsWhatTheEnvironmentSays) {
-  for (const WishCase& c : wishCases()) {
-    const EnvironmentVariable unset(c.variable, nullptr);
-    EXPECT_EQ(stripWishFromEnvironment().*c.wish, 0u);
-    for (const auto& [text, value] : c.good) {
-      const EnvironmentVariable set(c.variable, text);
-      EXPECT_EQ(stripWishFromEnvironment().*c.wish, value) << c.variable << "=" << text;
-    }
-  }
-}
-
-TEST(StripWishDeathTest, OtherValuesEndTheProcess) {
-  for (const WishCase& c : wishCases()) {
-    for (const char* text : c.bad) {
-      const EnvironmentVariable set(c.variable, text);
-      EXPECT_EXIT(stripWishFromEnvironment(), testing::ExitedWithCode(1),
-                  std::string("^ERROR: ") + c.variable + " must be " + c.expected + ", but is \"" +
-                      text + "\"\n$");
-    }
-  }
 }
 
 // Values in shared memory as long as three blocks find room, behind that in the rows themselves. No

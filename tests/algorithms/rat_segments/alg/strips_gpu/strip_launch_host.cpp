@@ -1,5 +1,6 @@
-// The host's launchers of the strip engine: the blocks and threads of a launch one after the other,
-// so that the engine and the indices of its kernels can be tested without a GPU.
+// Launchers of the strip engine for the host: the blocks and threads of a launch one after the
+// other, so that the engine and the indices of its kernels can be tested without a GPU. Programs
+// that are linked with this file have them from their start.
 
 #include <algorithm>
 #include <vector>
@@ -123,11 +124,12 @@ class HostStripKernels final : public StripKernels {
   }
 };
 
-}  // namespace
-
-StripKernels& StripKernels::host() {
+const bool isBrought = [] {
   static HostStripKernels kernels;
-  return kernels;
-}
+  StripKernels::ofHost = &kernels;
+  return true;
+}();
+
+}  // namespace
 
 }  // namespace namespace_ratseg
