@@ -27,6 +27,8 @@ Said& said() {
 }  // namespace
 
 void fail(const std::string& message) {
+  // Lack of memory while something was printed has closed the stream.
+  std::cout.clear();
   std::cout << message << std::endl;
   std::exit(1);
 }

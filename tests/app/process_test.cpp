@@ -2,14 +2,19 @@
 
 #include "app/process.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <functional>
+#include <iostream>
 #include <string>
 
+#include "app/messages.h"
 #include "support/program.h"
 #include "support/temp_dir.h"
 #include "util/file_replacement.h"
@@ -60,9 +65,30 @@ TEST(Process, SaysWhereResultsMayHaveBeenSaved) {
   });
   EXPECT_EQ(placed,
             "ERROR: ended by signal 2 (SIGINT, Ctrl-C); result files may have been saved\n");
-  const std::string device = lastWords(SIGINT, [&] { FileReplacement("/dev/null").make(write); });
+  const std::string device = lastWords(SIGINT, [&] {
+    const std::string pipe = dir.file("pipe");
+    mkfifo(pipe.c_str(), 0600);
+    open(pipe.c_str(), O_RDWR);  // somebody who reads
+    FileReplacement(pipe).make(write);
+  });
   EXPECT_EQ(device,
             "ERROR: ended by signal 2 (SIGINT, Ctrl-C); result files may have been saved\n");
+}
+
+// As an allocation does that fails while a number is printed.
+TEST(Process, SaysAnErrorThoughStandardOutputFailedBefore) {
+  const program::File out = program::temporaryFile();
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(fileno(out.get()), STDOUT_FILENO);
+    std::cout.setstate(std::ios::badbit);
+    std::atexit([] { _exit(1); });  // without the tests' own end
+    fail("ERROR: of a test");
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+  EXPECT_EQ(program::contents(out.get()), "ERROR: of a test\n");
 }
 
 // A pipe that is full and that nobody reads.

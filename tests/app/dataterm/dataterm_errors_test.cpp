@@ -7,6 +7,8 @@
 #include <string>
 
 #include "app/dataterm/dataterm_program.h"
+#include "support/full_device.h"
+#include "support/temp_dir.h"
 
 namespace namespace_ratseg {
 namespace {
@@ -105,10 +107,13 @@ TEST_F(DatatermErrors, FilesThatCannotBeWritten) {
 }
 
 TEST_F(DatatermErrors, AFullDiskIsNoticed) {
-  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
-  expectError(run({{"-out", "/dev/full"}}),
-              "-out /dev/full: expected a file that can be written, but found No space left on "
-              "device");
+  const TempDir dir;
+  const std::string full = fullDevice(dir);
+  if (full.empty()) GTEST_SKIP() << "no device that is full";
+  expectError(run({{"-out", full}}),
+              "-out " + full +
+                  ": expected a file that can be written, but found No space left on "
+                  "device");
 }
 
 TEST_F(DatatermErrors, InputsAreNotOverwritten) {
