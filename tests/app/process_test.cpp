@@ -29,6 +29,7 @@ std::string lastWords(int signal, const std::function<void()>& work) {
   if (child == 0) {
     for (const int one : {SIGINT, SIGTERM, SIGHUP}) std::signal(one, SIG_DFL);
     dup2(fileno(err.get()), STDERR_FILENO);
+    alarm(60);  // A process that hangs ends all the same.
     prepareProcess(STDOUT_FILENO);
     work();
     std::raise(signal);
