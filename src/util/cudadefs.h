@@ -10,11 +10,11 @@
 
 #include <atomic>
 #include <iosfwd>
-#include <source_location>
 #include <string>
 #include <utility>
 
 #include "device/runtime.h"
+#include "device/source_location.h"
 
 namespace namespace_ratseg {
 
@@ -47,8 +47,7 @@ bool cuda_check_isSync();
 void cuda_check(const std::string& file, unsigned long line);
 
 // The same with the line that it stands in.
-inline void cuda_check(const std::string& file,
-                       std::source_location where = std::source_location::current()) {
+inline void cuda_check(const std::string& file, SourceLocation where = SourceLocation::current()) {
   cuda_check(file, where.line());
 }
 

@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <iostream>
-#include <source_location>
 #include <type_traits>
 #include <utility>
 
 #include "device/ceil_div.h"
+#include "device/source_location.h"
 #include "util/cudadefs.h"
 #include "util/cudautil.h"
 #include "util/sum_launch.h"
@@ -133,7 +133,7 @@ void cuda_summator<T>::launch(T* dst, const T* src, std::size_t n, std::size_t b
   if (n <= kMaxPlain) {
     kernels.cuda_sum_kernel__plainloop(static_cast<int>(n), shape, dst, src);
     if (check) {
-      cuda_check(kFile, n == 1 ? kLineOfOneElement : std::source_location::current().line());
+      cuda_check(kFile, n == 1 ? kLineOfOneElement : SourceLocation::current().line());
     }
     return;
   }

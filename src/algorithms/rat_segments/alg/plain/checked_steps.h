@@ -2,9 +2,9 @@
 #define RATSEG_ALG_PLAIN_CHECKED_STEPS_H
 
 #include <mutex>
-#include <source_location>
 #include <string_view>
 
+#include "device/source_location.h"
 #include "util/cudadefs.h"
 
 namespace namespace_ratseg {
@@ -36,10 +36,10 @@ constexpr unsigned long printedLine(std::string_view path, unsigned long line) {
 inline std::mutex standardOutputMutex;
 
 // The checks of util/cudadefs.h, for the line that they stand in.
-inline void check(std::source_location where = std::source_location::current()) {
+inline void check(SourceLocation where = SourceLocation::current()) {
   cuda_check(kImplPath, printedLine(where.file_name(), where.line()));
 }
-inline void checkMalloc(std::source_location where = std::source_location::current()) {
+inline void checkMalloc(SourceLocation where = SourceLocation::current()) {
   cuda_check_malloc(kImplPath, printedLine(where.file_name(), where.line()));
 }
 

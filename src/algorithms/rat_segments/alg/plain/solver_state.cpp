@@ -24,12 +24,12 @@ bool SolverState::bandsReachEachOther() const {
   return true;
 }
 
-void SolverState::select(int d, std::source_location where) const {
+void SolverState::select(int d, SourceLocation where) const {
   cudaSetDevice(dev[d]);
   check(where);
 }
 
-void SolverState::selectAfter(int d, int other, std::source_location where) const {
+void SolverState::selectAfter(int d, int other, SourceLocation where) const {
   if (dev[d] != dev[other]) {
     select(other, where);
     cudaEventRecord(arrays[other].queued);

@@ -5,10 +5,10 @@
 // steps of the iteration need. Array layouts: labeling_kernels.h.
 
 #include <cstddef>
-#include <source_location>
 
 #include "algorithms/rat_segments/alg/params.h"
 #include "device/environment.h"
+#include "device/source_location.h"
 #include "device/types.h"
 #include "util/cudaarray.h"
 #include "util/sum.h"
@@ -77,12 +77,11 @@ struct SolverState {
   float constAlphaOfPrior() const;
 
   // Selects device d of the list. where is the caller, for checks.
-  void select(int d, std::source_location where = std::source_location::current()) const;
+  void select(int d, SourceLocation where = SourceLocation::current()) const;
 
   // Selects device d of the list for work that reads the memory of device other: it starts when
   // what other has queued so far is done. The host does not wait.
-  void selectAfter(int d, int other,
-                   std::source_location where = std::source_location::current()) const;
+  void selectAfter(int d, int other, SourceLocation where = SourceLocation::current()) const;
 
   // Waits until all devices are done.
   void deviceSynchronizeAll() const;

@@ -37,7 +37,7 @@ StripEngine::~StripEngine() {
   if (queues_) handOver();
 }
 
-void StripEngine::select(std::size_t d, std::source_location where) {
+void StripEngine::select(std::size_t d, SourceLocation where) {
   solver_.select(static_cast<int>(d), where);
 }
 

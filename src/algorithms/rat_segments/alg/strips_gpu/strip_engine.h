@@ -5,13 +5,13 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
-#include <source_location>
 
 #include "algorithms/rat_segments/alg/engine.h"
 #include "algorithms/rat_segments/alg/plain/plain_steps.h"
 #include "algorithms/rat_segments/alg/strips_gpu/strip_bands.h"
 #include "algorithms/rat_segments/alg/strips_gpu/strip_launch.h"
 #include "algorithms/rat_segments/alg/strips_gpu/strip_queues.h"
+#include "device/source_location.h"
 
 namespace namespace_ratseg {
 
@@ -79,7 +79,7 @@ class StripEngine final : public Engine {
   StripEngine(SolverState& solver, const StepSizes& sizes);
   void fillHaloOfU();
 
-  void select(std::size_t d, std::source_location where = std::source_location::current());
+  void select(std::size_t d, SourceLocation where = SourceLocation::current());
   LaunchShape perLabel(cudaStream_t stream) const;
   void copyLabels(cudaStream_t stream, float* to, float* from);
   void publishShares(std::size_t parity);

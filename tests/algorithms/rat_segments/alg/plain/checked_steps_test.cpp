@@ -1,9 +1,9 @@
 #include "algorithms/rat_segments/alg/plain/checked_steps.h"
+#include "device/source_location.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
-#include <source_location>
 
 #include "support/machine.h"
 
@@ -24,7 +24,7 @@ TEST(CheckedSteps, EachFilesLinesHaveThousandsOfTheirOwn) {
 TEST(CheckedSteps, ChecksNameTheLineThatTheyStandIn) {
   const HostMachine machine;
   const auto last = [] { return lastcalls[(lastcalls_pos + kLastCalls - 1) % kLastCalls]; };
-  const unsigned long line = std::source_location::current().line();
+  const unsigned long line = SourceLocation::current().line();
   check();
   EXPECT_EQ(last(), (std::pair<std::string, unsigned long>(kImplPath, line + 1)));
   checkMalloc();
