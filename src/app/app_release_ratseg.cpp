@@ -76,7 +76,7 @@ void checkDevice(int gpu, const Params& par) {
 // Bytes that a run takes where the host computes, by the measurements that README names.
 double hostBytes(const Params& par) {
   const double pixels = static_cast<double>(par.w) * static_cast<double>(par.h);
-  return pixels * (22 * static_cast<double>(par.n) + 100);
+  return pixels * (22 * static_cast<double>(par.n) + 68);
 }
 
 // Ends the process where the host computes and would need more memory than the user allows; warns

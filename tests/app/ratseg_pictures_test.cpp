@@ -102,7 +102,7 @@ TEST_F(RatsegPictures, RunsThatNeedTooMuchMemoryAreRefused) {
   saveImage("image.png", blackImage(1000, 1000));
   const ProgramResult result = run({{"-max-memory", "0.125"}, {"-dataterm", "missing"}});
   EXPECT_EQ(fromLine(result.out, "ERROR"),
-            "ERROR: the run needs about 179.3 MiB of memory on the host (1000 x 1000 pixels x 4 "
+            "ERROR: the run needs about 148.8 MiB of memory on the host (1000 x 1000 pixels x 4 "
             "labels), but at most 128.0 MiB are allowed (-max-memory)\n");
   EXPECT_EQ(result.status, 1);
 }
@@ -117,7 +117,7 @@ TEST_F(RatsegPictures, RunsThatNeedMoreMemoryThanThereIsAreWarnedOf) {
   for (int k = 0; k < 49999; ++k) proportions += "0.00002 1\n";
   saveText("proportions.txt", proportions);
   const ProgramResult result = run();
-  EXPECT_NE(result.err.find("ratseg: warning: the run needs about 4098.2 GiB of memory on the host "
+  EXPECT_NE(result.err.find("ratseg: warning: the run needs about 4098.1 GiB of memory on the host "
                             "(2000 x 2000 pixels x 50000 labels), but "),
             std::string::npos)
       << result.err;
