@@ -80,7 +80,7 @@ class RATSEG_API DeviceError : public Error {
 
 // --------------------------------------------------------------------------------------- devices
 
-// Where to compute: a value.
+// The device to compute on: a value.
 class RATSEG_API Device {
  public:
   enum class Kind { automatic, host, cuda };
@@ -151,7 +151,7 @@ struct Colour {
 
 // ------------------------------------------------------------------------------------ the problem
 
-// How much of what each label should cover.
+// The share that each label should cover, and of what.
 struct Shares {
   enum class Of {
     // means are parts of the foreground, all pixels without the background label, which is the last
@@ -179,7 +179,7 @@ struct Certificate {
   double labelingGap = 0;  // (labelingEnergy - bound) / the same size
 };
 
-// Where a run is.
+// The progress of a run.
 class RATSEG_API Progress {
  public:
   std::size_t iterations = 0;              // so far
@@ -195,7 +195,7 @@ class RATSEG_API Progress {
   ~Progress() = default;
 };
 
-// How to solve. The defaults are where to start from.
+// The settings of a run. The defaults are a good start.
 struct Settings {
   float lambda = 2;    // cost of a pixel of boundary, in units of the costs, >= 0
   float mu = 500;      // weight of the shares; 0 = none, negative = strict
@@ -224,7 +224,7 @@ enum class Stop {
   asked,       // by progress or by stop
 };
 
-// What a run came to.
+// The result of a run.
 struct Result {
   std::size_t rows = 0;
   std::size_t columns = 0;

@@ -129,7 +129,7 @@ void failOnWarnings(const Options& options) {
   if (options.strict && warningCount() > 0) fail("ERROR: " + warningsAreErrors());
 }
 
-// What only the end of a run shows.
+// Warns of what shows only at the end of a run.
 void warnOfResult(const RatSeg& solver, const HardCosts& hardCosts,
                   const std::vector<int>& labeling) {
   if (!solver.getStatistics().finite) {

@@ -18,7 +18,7 @@ std::string number(const char* format, double value) {
   return text;
 }
 
-// How far a labeling is from the optimum, from its gap.
+// Prints from its gap how far a labeling is from the optimum.
 void printDistance(std::ostream& out, const char* labeling, double gap) {
   out << "    " << labeling << " labeling: ";
   if (std::isfinite(gap)) {

@@ -8,8 +8,8 @@ namespace namespace_ratseg {
 struct Params;
 struct Statistics;
 
-// What a run with -tolerance came to: whether and when it stopped, both energies, the lower bound
-// and the gaps, and in words what they say of the labelings. Where a gap is infinite, why.
+// Reports the result of a run with -tolerance: whether and when it stopped, both energies, the
+// lower bound and the gaps, what they say of the labelings in words, and why a gap is infinite.
 void printCertificate(std::ostream& out, const Params& par, const Statistics& statistics);
 
 }  // namespace namespace_ratseg

@@ -6,8 +6,8 @@
 
 namespace namespace_ratseg {
 
-// Where a data term forbids labels (costs of FLT_MAX or more) and where it forces them (-FLT_MAX or
-// less): a bit per pixel and label, and none where there are no such costs.
+// Records where a data term forbids labels (costs of FLT_MAX or more) and where it forces them
+// (-FLT_MAX or less): a bit per pixel and label, and none where there are no such costs.
 class HardCosts {
  public:
   // dataterm holds n planes of as many floats as there are pixels.

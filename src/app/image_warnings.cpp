@@ -9,11 +9,11 @@ namespace {
 
 // The levels of 256 up to the greatest value of all channels.
 int usedLevels(const RGB* pixels, std::size_t count) {
-  float greatest = 0;
+  float maxValue = 0;
   for (std::size_t k = 0; k < count; ++k) {
-    greatest = std::max({greatest, pixels[k].x, pixels[k].y, pixels[k].z});
+    maxValue = std::max({maxValue, pixels[k].x, pixels[k].y, pixels[k].z});
   }
-  return static_cast<int>(std::lround(greatest * 255)) + 1;
+  return static_cast<int>(std::lround(maxValue * 255)) + 1;
 }
 
 }  // namespace

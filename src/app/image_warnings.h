@@ -10,14 +10,14 @@
 
 namespace namespace_ratseg {
 
-// What its user may not know of an image that was loaded: a line each, without the file's name in
-// front. pixels are its colours, from 0 to 1.
+// Warnings about properties of a loaded image that may surprise its user: a line each, without the
+// file's name in front. pixels are its colours, from 0 to 1.
 //   - It asks to be shown turned or mirrored.
 //   - It has 16 bits per channel, of which so small values are used that few levels are left.
 std::vector<std::string> imageWarnings(const Picture& picture, const RGB* pixels,
                                        std::size_t count);
 
-// What a decoder complained about, as a line of this kind.
+// A decoder's complaint as a line of this kind.
 std::string readWithComplaint(const std::string& complaint);
 
 }  // namespace namespace_ratseg

@@ -65,7 +65,7 @@ std::size_t packedBytes(std::size_t count, std::size_t size) {
   return sizeof(std::uint64_t) + count * size;
 }
 
-// What is wrong with a data term that could not be loaded, as far as zlib tells; empty where it is
+// Names the fault of a data term that could not be loaded, as far as zlib tells; empty where it is
 // a packed array, but of another size.
 std::string faultOfDataterm(const std::string& file, std::size_t pixels, std::size_t n) {
   const std::size_t count = pixels * n;

@@ -31,23 +31,23 @@ std::string number(double value) {
 }
 
 // No format takes more than this for a picture, uncompressed and with 16 bits a channel.
-std::size_t mostFileBytes(const PictureLimits& limits) {
-  constexpr double kBytesPerPixel = 8, kBeside = 64 << 20, kMost = 1e15;
+std::size_t maxFileBytes(const PictureLimits& limits) {
+  constexpr double kBytesPerPixel = 8, kBeside = 64 << 20, kMaxBytes = 1e15;
   const double bytes = limits.megapixels * kMega * kBytesPerPixel + kBeside;
-  return static_cast<std::size_t>(std::min({bytes, limits.bytes(), kMost}));
+  return static_cast<std::size_t>(std::min({bytes, limits.bytes(), kMaxBytes}));
 }
 
 Picture readPicture(const std::string& file, const PictureLimits& limits) {
   const Complaints ignored;  // of formats that it might have been
-  const std::size_t most = mostFileBytes(limits);
+  const std::size_t maxBytes = maxFileBytes(limits);
   const auto isPicture = [&file](const std::string& begin) {
     return Picture::formatIsKnown(begin, file);
   };
-  WholeFile read = readWholeFile(file, most, isPicture);
+  WholeFile read = readWholeFile(file, maxBytes, isPicture);
   if (!read.error.empty()) throw PictureError(Kind::unreadable, read.error);
   if (read.tooLong) {
     throw PictureError(Kind::unusable,
-                       "has more than " + memoryText(static_cast<double>(most)) +
+                       "has more than " + memoryText(static_cast<double>(maxBytes)) +
                            " and is not read to its end (-max-megapixels M and -max-memory GIB "
                            "allow more)");
   }
@@ -76,7 +76,7 @@ void checkSize(std::size_t w, std::size_t h, const PictureLimits& limits) {
   }
 }
 
-// What the decoders said, in one line.
+// The decoders' complaints in one line.
 std::string inOneLine(const std::vector<std::string>& complaints) {
   std::string line;
   for (const std::string& complaint : complaints) line += (line.empty() ? "" : "; ") + complaint;
@@ -85,8 +85,8 @@ std::string inOneLine(const std::vector<std::string>& complaints) {
 
 void tell(const std::vector<std::string>& complaints,
           const std::function<void(const std::string&)>& warn) {
-  constexpr std::size_t kMost = 10;
-  const std::size_t shown = std::min(kMost, complaints.size());
+  constexpr std::size_t kMaxShown = 10;
+  const std::size_t shown = std::min(kMaxShown, complaints.size());
   for (std::size_t k = 0; k < shown; ++k) warn(readWithComplaint(complaints[k]));
   if (complaints.size() > shown) {
     warn("was read with " + std::to_string(complaints.size() - shown) + " more complaints");
@@ -95,10 +95,11 @@ void tell(const std::vector<std::string>& complaints,
 
 QImage decode(const Picture& picture, const PictureLimits& limits, const Complaints& complaints) {
   // The header of some formats does not tell the size.
-  constexpr double kMost = 1e15;
-  const double most = std::min({limits.bytes(), limits.megapixels * kMega * sizeof(RGB), kMost});
+  constexpr double kMaxBytes = 1e15;
+  const double maxBytes =
+      std::min({limits.bytes(), limits.megapixels * kMega * sizeof(RGB), kMaxBytes});
   std::string error;
-  QImage decoded = picture.decode(static_cast<std::uint64_t>(most), error);
+  QImage decoded = picture.decode(static_cast<std::uint64_t>(maxBytes), error);
   if (decoded.isNull()) {
     const std::string said = inOneLine(complaints.lines());
     throw PictureError(Kind::unusable,

@@ -25,7 +25,7 @@ struct Image {
 std::string sizeText(std::size_t w, std::size_t h);
 std::string sizeText(std::size_t w, std::size_t h, std::size_t labels);
 
-// How large a picture may be.
+// Limits of the size of a picture.
 struct PictureLimits {
   double megapixels = 150;  // -max-megapixels
   double gib = 0;           // -max-memory; 0: what the system has available
@@ -37,8 +37,8 @@ struct PictureLimits {
 // Bytes that a picture of so many pixels takes while it is loaded, beside its file.
 double bytesToLoad(double pixels);
 
-// Why a picture cannot be loaded. what() goes on after the file's name or after "a file that":
-// "ends early: 12 of 30 rows are there".
+// The reason why a picture cannot be loaded. what() continues a sentence after the file's name or
+// after "a file that": "ends early: 12 of 30 rows are there".
 class PictureError : public std::runtime_error {
  public:
   enum class Kind {
@@ -51,8 +51,8 @@ class PictureError : public std::runtime_error {
 };
 
 // Loads the image from the file of exactly that name, which is opened once and may be a pipe.
-// Throws PictureError. What the user may not know of an image that was loaded, warn gets, a line
-// each that goes on after the file's name.
+// Throws PictureError. Calls warn for each property of the image that may surprise the user, with
+// words that continue a line after the file's name.
 Image loadPicture(const std::string& file, const PictureLimits& limits,
                   const std::function<void(const std::string&)>& warn);
 

@@ -1,9 +1,10 @@
 #ifndef RATSEG_APP_MESSAGES_H
 #define RATSEG_APP_MESSAGES_H
 
-// What the programs tell their user beside the results. Standard output of ratseg has a fixed form,
-// which other programs may read: a run that fails ends it with a line that begins with "ERROR".
-// Warnings and hints are not part of it and go to standard error. One thread at a time may warn.
+// Messages of the programs to their user, beside the results. Standard output of ratseg has a fixed
+// form, which other programs may read: a run that fails ends it with a line that begins with
+// "ERROR". Warnings and hints are not part of it and go to standard error. One thread at a time may
+// warn.
 
 #include <cstddef>
 #include <functional>
@@ -22,7 +23,7 @@ void setProgramName(const std::string& name);
 // Prints "ratseg: warning: " and the message as a line on standard error.
 void warn(const std::string& message);
 
-// What warns of a file: it gets lines that go on after the file's name, as name shows it.
+// A function that warns of a file: its argument is the rest of a line that begins with the name.
 std::function<void(const std::string&)> warnerOf(const std::string& name);
 
 // Prints "ratseg: " and the message in the same way: something that needs no attention.
@@ -36,7 +37,7 @@ void repeatOptionWarnings();
 // Warnings so far, repeated ones left out.
 std::size_t warningCount();
 
-// What is said of them where they count as errors (-strict 1): "2 warnings, and ...".
+// The line about the warnings where they count as errors (-strict 1): "2 warnings, and ...".
 std::string warningsAreErrors();
 
 // Warns of a file that does not exist, may not be read or is a folder. False, with nothing said,

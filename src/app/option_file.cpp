@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 // File names are shown in full.
 std::string shown(const std::string& file) { return inQuotes(file, file.size()); }
 
-// Whether there is something of that name: a link that leads nowhere is no file.
+// True if there is something of that name; a link that leads nowhere does not count.
 bool exists(const std::string& file) {
   std::error_code ignored;
   return fs::exists(file, ignored);
@@ -47,14 +47,14 @@ std::string findOptionFile(const std::string& word0, bool tell) {
 
   std::string text;
   std::string fault;
-  if (readSmallFile(file, Cmd::kMostFileBytes, text, &fault)) {
+  if (readSmallFile(file, Cmd::kMaxFileBytes, text, &fault)) {
     if (tell) std::cerr << "ratseg: options from " << shown(file) << std::endl;
     return file;
   }
   if (tell)
     warnOfOption("the option file " + shown(file) +
                  " is not read: expected a regular file of at most " +
-                 std::to_string(Cmd::kMostFileBytes) + " bytes, but it " + fault);
+                 std::to_string(Cmd::kMaxFileBytes) + " bytes, but it " + fault);
   return "";
 }
 

@@ -15,25 +15,25 @@ namespace namespace_ratseg {
 
 namespace {
 
-// Whether the digits before the exponent are those of another number than 0.
+// True if the digits before the exponent are those of another number than 0.
 bool hasDigits(const std::string& text) {
   return text.substr(0, text.find_first_of("eE")).find_first_of("123456789") != std::string::npos;
 }
 
-// Whether text as a whole is a number that T holds; size_t takes no minus sign, and a float is not
+// True if text as a whole is a number that T holds; size_t takes no minus sign, and a float is not
 // 0 unless the text is.
 template <class T>
 bool isNumber(const std::string& text) {
   if (std::is_unsigned_v<T> && text.find('-') != std::string::npos) return false;
   std::istringstream stream(text);
-  stream.exceptions(std::ios::badbit);  // Lack of memory is no bad value.
+  stream.exceptions(std::ios::badbit);  // Lack of memory is not a bad value.
   stream.imbue(std::locale::classic());
   T number = 0;
   if (!(stream >> number) || !(stream >> std::ws).eof()) return false;
   return number != 0 || !hasDigits(text);
 }
 
-// What is taken instead of a value that is missing or wrong.
+// Names what is used instead of a value that is missing or wrong.
 std::string used(const std::string& text) {
   return text.empty() ? "" : "; " + inQuotes(text) + " is used";
 }

@@ -44,7 +44,7 @@ constexpr OptionText kMu = {
 constexpr OptionText kEpsilon = {
     "epsilon", "<float>",
     "    Epsilon: A parameter for the proportion prior term, see (12) in the paper", "10"};
-// The usage screen announces 10000 where 5000 is used; both are meant.
+// The usage screen announces 10000 where 5000 is used; both are intentional.
 constexpr OptionText kIterations = {"iterations", "<int>", "    Number of iterations", "10000"};
 constexpr std::size_t kDefaultIterations = 5000;
 constexpr OptionText kWeightcoeff = {
@@ -107,7 +107,7 @@ bool isKnown(const std::string& name) {
          std::any_of(kMoreOptions.begin(), kMoreOptions.end(), has);
 }
 
-// How an unknown option was probably meant: -name=value or --name.
+// Hint at what an unknown option probably stands for: -name=value or --name.
 std::string hintOfUnknown(const std::string& name) {
   const std::size_t equals = std::min(name.find('='), name.size());
   const std::size_t minus = name.starts_with('-') ? 1 : 0;

@@ -11,7 +11,7 @@ namespace namespace_ratseg {
 class Cmd;
 struct Params;
 
-// What the command line asks for, beside the solver's parameters.
+// The settings of the command line, beside the solver's parameters.
 struct Options {
   std::string image;        // file to segment
   std::string dataterm;     // packed array of w * h * n floats
@@ -33,7 +33,7 @@ void printUsage();
 // and -max-memory with its description. Ends the process with status 1 at the first required one
 // that is missing, at a lambda or an eps that nothing can be certified with when there is a
 // tolerance, and at an input that a result would be written over. Warns on standard error of
-// unknown options, of values that are no numbers or have no sense, and of an output folder that
+// unknown options, of values that are not numbers or make no sense, and of an output folder that
 // cannot be written to.
 Options readOptions(Cmd& cmd, Params& par);
 

@@ -30,7 +30,8 @@ constexpr std::pair<int, std::string_view> kFaults[] = {
     {SIGFPE, "ERROR: ended by signal 8, a fault of the program\n"},
     {SIGILL, "ERROR: ended by signal 4, a fault of the program or an unknown processor\n"}};
 
-// Where no exception is under way, as after a call that could not throw, abort() says why.
+// Without a current exception, as after a throw out of a noexcept function, abort() gives the
+// reason.
 [[noreturn]] void endAfterException() {
   if (const std::exception_ptr exception = std::current_exception()) {
     try {
@@ -43,8 +44,7 @@ constexpr std::pair<int, std::string_view> kFaults[] = {
   std::abort();
 }
 
-// What a fault of the program or of a library says of itself; calls only what a handler of signals
-// may call.
+// Prints that the program or a library has a fault; calls only what a signal handler may call.
 void sayFault(int signal) {
   removePartFiles();
   std::string_view line = "ERROR: ended by an unknown signal\n";

@@ -5,7 +5,7 @@
 
 namespace namespace_ratseg {
 
-// How the process of a program ends where it does not end by itself. Call it first in main().
+// Sets how the process of a program ends on signals and faults. Call it first in main().
 //   - A reader of standard output that goes away (| head) does not end it: results are still saved.
 //   - SIGINT, SIGTERM and SIGHUP remove half-written files and print a line on standard error
 //   before

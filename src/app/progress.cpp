@@ -47,7 +47,7 @@ class LogScreen final : public ProgressScreen {
   void show(const std::string& line) override { note(line); }
 };
 
-// What the solver says comes after the progress is erased.
+// Erases the progress before it passes on the solver's output.
 class ErasingConsole final : public Console {
  public:
   explicit ErasingConsole(ProgressScreen& screen) : screen_(screen) {}

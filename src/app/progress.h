@@ -1,7 +1,7 @@
 #ifndef RATSEG_APP_PROGRESS_H
 #define RATSEG_APP_PROGRESS_H
 
-// How far a run is, on standard error.
+// Shows the progress of a run on standard error.
 
 #include <cstddef>
 #include <functional>
@@ -14,18 +14,18 @@
 
 namespace namespace_ratseg {
 
-// What the user asks for: -progress 0, -progress 1, or nothing.
+// The choice of the user: -progress 0, -progress 1, or nothing.
 enum class ProgressWanted { never, always, automatic };
 
-// How progress is shown.
+// The form in which progress is shown.
 struct ProgressForm {
   bool isRewritten;  // one line of a terminal, erased at the end; otherwise lines of a log
   double begin;      // seconds of the run before the first line
   double every;      // and between two
 };
 
-// None where nothing is to be shown: unless it is asked for, it is on terminals only, and not of
-// short runs.
+// None where no progress is to be shown. Without a choice it is shown on terminals only, and only
+// for long runs.
 std::optional<ProgressForm> progressForm(ProgressWanted wanted, bool isTerminal);
 
 // A moment of a run.
@@ -40,14 +40,14 @@ struct ProgressMoment {
 // "1200 of 5000 iterations, 35.2 per second, 1 min 48 s left", and the gap.
 std::string progressText(const ProgressMoment& moment);
 
-// What stands in a log when the run has ended: "5000 of 5000 iterations in 2 min 22 s, 35.2 per
+// The line for a log when the run has ended: "5000 of 5000 iterations in 2 min 22 s, 35.2 per
 // second".
 std::string progressEnd(const ProgressMoment& moment);
 
 // A time for people: "0 s", "1 min 05 s", "2 h 00 min", "12 days".
 std::string durationText(double seconds);
 
-// Where progress is shown, and the clock.
+// The stream that shows progress, and the clock.
 class ProgressScreen {
  public:
   virtual ~ProgressScreen() = default;

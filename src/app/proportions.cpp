@@ -14,14 +14,14 @@ namespace namespace_ratseg {
 
 namespace {
 
-constexpr std::size_t kMostTextBytes = std::size_t{16} << 20;
+constexpr std::size_t kMaxTextBytes = std::size_t{16} << 20;
 
 // The text up to its end, which may never come: up to the first zero byte, as no text holds one,
-// and not much beyond kMostTextBytes.
+// and not much beyond kMaxTextBytes.
 std::string readText(std::istream& stream) {
   constexpr std::size_t kPiece = 65536;
   std::string text;
-  while (text.size() <= kMostTextBytes && stream.good()) {
+  while (text.size() <= kMaxTextBytes && stream.good()) {
     const std::size_t before = text.size();
     text.resize(before + kPiece);
     stream.read(text.data() + before, kPiece);
@@ -41,9 +41,9 @@ std::istringstream openText(const std::string& file) {
     fail("ERROR opening proportions file " + file);
   }
   std::string text = readText(stream);
-  if (text.size() > kMostTextBytes) {
-    fail("ERROR reading proportions file " + file + ": more than " +
-         std::to_string(kMostTextBytes) + " bytes of text");
+  if (text.size() > kMaxTextBytes) {
+    fail("ERROR reading proportions file " + file + ": more than " + std::to_string(kMaxTextBytes) +
+         " bytes of text");
   }
   constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
   if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());

@@ -26,7 +26,7 @@ std::vector<RGB> colourLabeling(const std::vector<int>& labeling, const std::vec
 // Blends each colour with the image's pixel below it: 0.4 image + 0.6 colour.
 void blendOverImage(std::vector<RGB>& colours, const RGB* image);
 
-// What the result files show. Points into the caller's arrays.
+// The data that the result files show. Points into the caller's arrays.
 struct Results {
   int w, h;
   std::size_t n;                     // labels

@@ -14,7 +14,7 @@ namespace {
 // The terminal that a status line stands on; -1: none.
 std::atomic<int> standsOn = -1;
 
-// Whether somebody takes what is written within that time.
+// True if the descriptor can be written to within that time.
 bool isReady(int descriptor, int milliseconds) {
   pollfd asked = {descriptor, POLLOUT, 0};
   return poll(&asked, 1, milliseconds) == 1 && (asked.revents & POLLOUT) != 0;
@@ -24,7 +24,7 @@ bool writeOnce(int descriptor, std::string_view text) {
   return write(descriptor, text.data(), text.size()) >= 0;
 }
 
-// Whether the terminal is another program's for now, as after Ctrl-Z and bg.
+// True if the terminal is another program's for now, as after Ctrl-Z and bg.
 bool isInBackground(int terminal) {
   const pid_t foreground = tcgetpgrp(terminal);
   return foreground > 0 && foreground != getpgrp();

@@ -28,13 +28,13 @@ class StatusLine {
   std::size_t shown_ = 0;  // characters that stand there
 };
 
-// What the terminal gets to show text where so many characters stand: text covers them and is cut
-// to columns - 1, so that the line does not wrap.
+// The characters that make a terminal show text in place of the last line of that many characters:
+// text covers them and is cut to columns - 1, so that the line does not wrap.
 std::string rewrittenLine(const std::string& text, std::size_t standing, std::size_t columns);
 
-// For last words: writes them to the descriptor, on a new line where a status line stands. Waits so
-// many milliseconds for whoever reads there to take them, -1: as long as it takes. False where they
-// could not be written. Calls only what a handler of signals may call, and needs no memory.
+// For last words: writes them to the descriptor, on a new line where a status line stands. Waits at
+// most so many milliseconds for a reader to take them, without limit for -1. False where they
+// could not be written. Calls only what a signal handler may call, and needs no memory.
 bool writeLastWords(int descriptor, std::string_view words, int patience);
 
 }  // namespace namespace_ratseg

@@ -5,20 +5,20 @@
 
 namespace namespace_ratseg {
 
-// Whether -name or --name is a program's only argument.
+// True if -name or --name is a program's only argument.
 inline bool isOnlyArgument(const std::string& name, int argc, const char* const* argv) {
   if (argc != 2) return false;
   const std::string word = argv[1];
   return word == "-" + name || word == "--" + name;
 }
 
-// Whether a program with these arguments is to print its usage screen: none, or -help or --help
+// True if a program with these arguments is to print its usage screen: none, or -help or --help
 // alone.
 inline bool usageWanted(int argc, const char* const* argv) {
   return argc <= 1 || isOnlyArgument("help", argc, argv);
 }
 
-// Whether it is to print its version: -version or --version alone.
+// True if it is to print its version: -version or --version alone.
 inline bool versionWanted(int argc, const char* const* argv) {
   return isOnlyArgument("version", argc, argv);
 }

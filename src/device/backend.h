@@ -28,8 +28,8 @@ class Backend {
   virtual cudaError_t getDevice(int* device) = 0;
 
   virtual cudaError_t malloc(void** ptr, std::size_t bytes) = 0;
-  // malloc of memory that holds zeros; where a machine has such memory, sooner than malloc and
-  // memset, which it is everywhere else.
+  // Allocates memory that holds zeros. By default malloc and memset; a machine that gets zeroed
+  // memory from its system is faster.
   virtual cudaError_t mallocZeroed(void** ptr, std::size_t bytes) {
     const cudaError_t error = malloc(ptr, bytes);
     return error == cudaSuccess ? memset(*ptr, 0, bytes) : error;
@@ -55,7 +55,7 @@ class Backend {
   virtual cudaError_t eventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop) = 0;
   virtual cudaError_t eventDestroy(cudaEvent_t event) = 0;
 
-  // A stream of its own does not wait for the device's own one, nor that for it.
+  // A created stream and the device's default stream do not wait for each other.
   virtual cudaError_t streamCreate(cudaStream_t* stream) = 0;
   virtual cudaError_t streamDestroy(cudaStream_t stream) = 0;
   virtual cudaError_t streamWaitEvent(cudaStream_t stream, cudaEvent_t event) = 0;

@@ -6,14 +6,14 @@
 
 namespace namespace_ratseg {
 
-// Where the code below the programs says what it has to say, and how it ends where it cannot go on.
-// Unless a thread has a scope with another one: standard output, standard error, and the end of the
-// process with status 1.
+// The output of the library code, and its way to end when it cannot go on. By default these are
+// standard output, standard error, and the end of the process with status 1; ConsoleScope sets
+// another console for one thread.
 class Console {
  public:
   virtual std::ostream& out() = 0;
   virtual std::ostream& error() = 0;
-  // When the reason has been said.
+  // Call it after the reason has been printed.
   [[noreturn]] void end() {
     doEnd();
     std::abort();
@@ -27,10 +27,10 @@ class Console {
   virtual void doEnd() = 0;
 };
 
-// The calling thread's.
+// The calling thread's console.
 Console& console();
 
-// Another console for the calling thread, for a scope; it must outlive that.
+// Sets another console for the calling thread until the end of the scope, which it must outlive.
 class ConsoleScope {
  public:
   explicit ConsoleScope(Console& c);

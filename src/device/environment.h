@@ -1,8 +1,7 @@
 #ifndef RATSEG_DEVICE_ENVIRONMENT_H
 #define RATSEG_DEVICE_ENVIRONMENT_H
 
-// What the environment variables RATSEG_... ask for (docs/devices.md). Nothing else reads the
-// environment.
+// Reads the environment variables RATSEG_... (docs/devices.md). Nothing else reads the environment.
 
 #include <functional>
 #include <string>
@@ -17,7 +16,8 @@ namespace namespace_ratseg {
 // Prints the error, one line, on standard error and ends the process with status 1.
 [[noreturn]] void endWith(const std::string& error);
 
-// What one or more variables ask for. A wrong value is an error only for who needs the setting.
+// The setting that one or more variables make. A wrong value is an error only when the setting is
+// used.
 template <class T>
 struct Setting {
   T value = {};       // with an error: as if the variables were unset
@@ -30,8 +30,8 @@ struct Setting {
   }
 };
 
-// What a measurement asks of the strips of the GPUs' fused engine; 0 = as the device and the image
-// need it.
+// The shape of the strips of the GPUs' fused engine, for measurements; 0 = chosen to fit the device
+// and the image.
 struct StripWish {
   unsigned rows = 0;     // of a strip, 1 to 64
   unsigned pixels = 0;   // per thread and row, 1 or 2; 2 only where there are pairs
@@ -44,14 +44,14 @@ struct Environment {
   Setting<HostIsa> isa;          // RATSEG_ISA: one of isas; otherwise the last of them, the best
   Setting<StripWish> strips;     // RATSEG_STRIP_ROWS, RATSEG_STRIP_PIXELS, RATSEG_STRIP_THREADS
 
-  // Of the variable of that name; null when it is unset, which an empty value counts as.
+  // Value of the variable of that name; null when it is unset or empty.
   using Lookup = std::function<const char*(const char* name)>;
 
   static Environment read(const Lookup& valueOf, const std::vector<HostIsa>& isas);
 };
 
-// The process's, read at the first call: when a device is chosen, or at the latest when the first
-// solver is made. What the variables become later counts for nothing.
+// The environment of the process, read at the first call: when a device is chosen, or at the latest
+// when the first solver is made. Later changes of the variables have no effect.
 const Environment& environment();
 
 }  // namespace namespace_ratseg

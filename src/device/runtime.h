@@ -44,12 +44,12 @@ cudaError_t cudaEventSynchronize(cudaEvent_t event);
 cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t stop);
 cudaError_t cudaEventDestroy(cudaEvent_t event);
 
-// A further queue of the current device, which runs beside the device's own one.
+// Creates a further queue of the current device, independent of its default queue.
 cudaError_t cudaStreamCreate(cudaStream_t* stream);
 cudaError_t cudaStreamDestroy(cudaStream_t stream);
 
-// What the stream does from now on starts after the event, which may be another device's. The host
-// does not wait.
+// Work queued on the stream from now on starts after the event, which may be another device's. The
+// host does not wait.
 cudaError_t cudaStreamWaitEvent(cudaStream_t stream, cudaEvent_t event, unsigned int flags = 0);
 
 cudaError_t cudaGetLastError();

@@ -32,27 +32,27 @@ Backend& emptyMachine() {
   return none;
 }
 
-// The greatest compute capability of the GPUs, times 10; 0 without a GPU.
-int greatestComputeCapability(Backend& cuda) {
-  int count = 0, greatest = 0;
+// The maximum compute capability of the GPUs, times 10; 0 without a GPU.
+int maxComputeCapability(Backend& cuda) {
+  int count = 0, maxCapability = 0;
   if (cuda.getDeviceCount(&count) != cudaSuccess) count = 0;
   for (int i = 0; i < count; ++i) {
     cudaDeviceProp device;
     if (cuda.getDeviceProperties(&device, i) == cudaSuccess) {
-      greatest = std::max(greatest, 10 * device.major + device.minor);
+      maxCapability = std::max(maxCapability, 10 * device.major + device.minor);
     }
   }
   cuda.getLastError();
-  return greatest;
+  return maxCapability;
 }
 
-// Where all GPUs are older than what this build holds code for: " of compute capability 7.5 or
-// higher". Otherwise nothing.
+// " of compute capability 7.5 or higher" if all GPUs are too old for this build's code; otherwise
+// empty.
 std::string capabilityMissed() {
   if constexpr (kBuiltWithCuda) {
     const int lowest = lowestComputeCapability();
-    const int greatest = greatestComputeCapability(cudaBackend());
-    if (0 < greatest && greatest < lowest) {
+    const int maxCapability = maxComputeCapability(cudaBackend());
+    if (0 < maxCapability && maxCapability < lowest) {
       return " of compute capability " + std::to_string(lowest / 10) + "." +
              std::to_string(lowest % 10) + " or higher";
     }
@@ -100,7 +100,7 @@ bool deviceChoiceFromEnvironment(DeviceChoice& choice, std::string& error) {
 
 Backend* cudaBackendIfUsable() {
   if constexpr (kBuiltWithCuda) {
-    if (greatestComputeCapability(cudaBackend()) >= lowestComputeCapability()) {
+    if (maxComputeCapability(cudaBackend()) >= lowestComputeCapability()) {
       return &cudaBackend();
     }
   }

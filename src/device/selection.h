@@ -1,11 +1,11 @@
 #ifndef RATSEG_DEVICE_SELECTION_H
 #define RATSEG_DEVICE_SELECTION_H
 
-// Which backend the runtime calls go to. One is current for the whole process, so for all its
-// threads, unless a thread has its own (ThreadBackendScope); whatever was allocated under a backend
-// must be used and released while that backend is current. Any thread may ask for it at any time;
-// change it (chooseBackend, setBackend, BackendScope) only while no other thread computes, or has
-// memory, on the one before.
+// Chooses the backend that the runtime calls go to. One is current for the whole process, so for
+// all its threads, unless a thread has its own (ThreadBackendScope); whatever was allocated under a
+// backend must be used and released while that backend is current. Any thread may ask for it at any
+// time; change it (chooseBackend, setBackend, BackendScope) only while no other thread computes or
+// holds memory on the previous one.
 
 #include <iosfwd>
 #include <string>

@@ -51,8 +51,8 @@ enum cudaMemcpyKind {
   cudaMemcpyDeviceToDevice = 3
 };
 
-// What a device is. The first six fields rank devices (CudaUtil::getDevices); the others bound
-// launches.
+// Properties of a device. The first six fields rank devices (CudaUtil::getDevices); the others
+// bound launches.
 struct cudaDeviceProp {
   char name[256] = {};
   int major = 0;
@@ -68,11 +68,11 @@ struct cudaDeviceProp {
 // An event of the backend that made it.
 using cudaEvent_t = void*;
 
-// A queue of work of the backend that made it. Null is each device's own, in which everything runs
+// A queue of work of the backend that made it. Null is the device's default queue, for everything
 // that names no other.
 using cudaStream_t = void*;
 
-// How a kernel is launched: blocks, threads in a block, dynamic shared memory in bytes, and the
+// The shape of a kernel launch: blocks, threads in a block, dynamic shared memory in bytes, and the
 // queue of the current device that it goes to.
 struct LaunchShape {
   dim3 grid;

@@ -53,7 +53,7 @@ class QuietConsole final : public inner::Console {
   std::ostream& out() override { return said_; }
   std::ostream& error() override { return said_; }
 
-  // What was said, in one line.
+  // The text written so far, in one line.
   std::string line() const {
     std::string all = said_.str();
     while (!all.empty() && all.back() == '\n') all.pop_back();

@@ -29,9 +29,9 @@ std::string percentText(long long ms, long long total) {
 }
 
 std::size_t longest(const std::vector<Row>& rows, std::size_t (*length)(const Row&)) {
-  std::size_t most = 0;
-  for (const Row& row : rows) most = std::max(most, length(row));
-  return most;
+  std::size_t maxLength = 0;
+  for (const Row& row : rows) maxLength = std::max(maxLength, length(row));
+  return maxLength;
 }
 
 std::string blanks(std::size_t count) { return std::string(count, ' '); }

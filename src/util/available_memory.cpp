@@ -48,18 +48,18 @@ Bytes leftIn(const std::string& folder, const Names& names) {
   return *limit - std::min(*limit, kept);
 }
 
-void lower(Bytes& least, const Bytes& other) {
-  if (other && (!least || *other < *least)) least = other;
+void lower(Bytes& lowest, const Bytes& other) {
+  if (other && (!lowest || *other < *lowest)) lowest = other;
 }
 
 // A group and all groups above it, which limit it too. Inside a container its own group is the
 // mount's top, whatever its path is called outside.
 Bytes leftInGroups(const std::string& mount, std::string path, const Names& names) {
-  Bytes least;
+  Bytes lowest;
   for (;;) {
-    lower(least, leftIn(mount + path + "/", names));
+    lower(lowest, leftIn(mount + path + "/", names));
     const std::size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return least;
+    if (slash == std::string::npos) return lowest;
     path.resize(slash);
   }
 }
@@ -67,8 +67,8 @@ Bytes leftInGroups(const std::string& mount, std::string path, const Names& name
 }  // namespace
 
 Bytes availableMemory(const std::string& root) {
-  Bytes least;
-  if (const Bytes kib = numberBehind(root + "/proc/meminfo", "MemAvailable:")) least = *kib * 1024;
+  Bytes lowest;
+  if (const Bytes kib = numberBehind(root + "/proc/meminfo", "MemAvailable:")) lowest = *kib * 1024;
   std::ifstream groups(root + "/proc/self/cgroup");
   for (std::string line; std::getline(groups, line);) {  // "number:controllers:path"
     const std::size_t first = line.find(':');
@@ -77,10 +77,10 @@ Bytes availableMemory(const std::string& root) {
     const std::string controllers = line.substr(first + 1, second - first - 1);
     const std::string path = line.substr(second + 1);
     const std::string mount = root + "/sys/fs/cgroup";
-    if (controllers.empty()) lower(least, leftInGroups(mount, path, kVersion2));
-    if (controllers == "memory") lower(least, leftInGroups(mount + "/memory", path, kVersion1));
+    if (controllers.empty()) lower(lowest, leftInGroups(mount, path, kVersion2));
+    if (controllers == "memory") lower(lowest, leftInGroups(mount + "/memory", path, kVersion1));
   }
-  return least;
+  return lowest;
 }
 
 std::string memoryText(double bytes) {

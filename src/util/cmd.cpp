@@ -28,11 +28,11 @@ constexpr const char* kTypeName<std::size_t> = "size_t";
 template <>
 constexpr const char* kTypeName<bool> = "bool";
 
-// Stores what text begins with in target. False when that is no number of type T.
+// Stores what text begins with in target. False when that is not a number of type T.
 template <class T>
 bool convert(const std::string& text, T& target) {
   std::istringstream stream(text);
-  stream.exceptions(std::ios::badbit);  // Lack of memory is no bad value.
+  stream.exceptions(std::ios::badbit);  // Lack of memory is not a bad value.
   stream.imbue(std::locale::classic());
   stream >> target;
   return !stream.fail();
@@ -59,9 +59,9 @@ bool readInFolders(const std::string& filename, const std::string* dirs, int num
                    std::string& text) {
   for (int i = 0; dirs != nullptr && i < numDirs; ++i) {
     const std::string path = dirs[i] + (dirs[i].ends_with('/') ? "" : "/") + filename;
-    if (readSmallFile(path, Cmd::kMostFileBytes, text)) return true;
+    if (readSmallFile(path, Cmd::kMaxFileBytes, text)) return true;
   }
-  return readSmallFile(filename, Cmd::kMostFileBytes, text);
+  return readSmallFile(filename, Cmd::kMaxFileBytes, text);
 }
 
 }  // namespace

@@ -21,14 +21,14 @@ namespace namespace_ratseg {
 // with ("5abc" is 5); nothing is printed about values that are not numbers.
 class Cmd {
  public:
-  // What is known of an option for the usage listing.
+  // Description of an option for the usage listing.
   struct ArgDesc {
     std::string type;  // "string", "double", "float", "int", "size_t", "bool" or empty
     std::string desc;  // free text, may be empty
   };
 
   // Of an option file.
-  static constexpr std::size_t kMostFileBytes = std::size_t{1} << 20;
+  static constexpr std::size_t kMaxFileBytes = std::size_t{1} << 20;
 
   Cmd() = default;
   // The same as parse().
@@ -44,10 +44,10 @@ class Cmd {
 
   // Adds the options of a file: of the first of the numDirs folders that has it, otherwise of
   // filename as it stands. dirs may be null. False when there is no regular file of at most
-  // kMostFileBytes that can be read; others, as pipes, are not waited for.
+  // kMaxFileBytes that can be read; others, as pipes, are not waited for.
   bool parseFile(const std::string& filename, const std::string* dirs, int numDirs);
 
-  // Whether a word of a command line names an option.
+  // True if a word of a command line names an option.
   static bool isOption(const std::string& word);
 
   // Adds the options of words 1 to argc - 1. Values before the first option are ignored.
@@ -56,7 +56,7 @@ class Cmd {
   // Forgets all options and descriptions.
   void clear();
 
-  // Whether the option was given, with or without values.
+  // True if the option was given, with or without values.
   bool hasArg(const std::string& name) const;
 
   // Number of values; 0 for an option that was not given.
@@ -67,7 +67,7 @@ class Cmd {
   void setDesc(const std::string& name, const std::string& type, const std::string& desc);
 
   // Value number i; an empty string, or 0, when there is none. The numbers are 0 also for a value
-  // that is no number or out of the type's range.
+  // that is not a number or out of the type's range.
   std::string getString(const std::string& name, std::size_t i = 1);
   double getDouble(const std::string& name, std::size_t i = 1);
   float getFloat(const std::string& name, std::size_t i = 1);
@@ -79,7 +79,7 @@ class Cmd {
   bool getBool(const std::string& name);
 
   // Stores the first value in target; without one target keeps what it holds, the default. T is
-  // string, int, float, double, size_t or bool. A value that is no number stores 0 (false), an
+  // string, int, float, double, size_t or bool. A value that is not a number stores 0 (false), an
   // empty one nothing; one out of the type's range stores the nearest number of the type (true for
   // bool).
   template <class T>

@@ -15,7 +15,7 @@ std::atomic<bool> cuda_check_sync = false;
 
 namespace {
 
-// Whether the thread's ring is still there. Has no destructor, so that it outlives the ring.
+// True while the thread's ring exists. Has no destructor, so that it outlives the ring.
 thread_local bool hasRing = true;
 
 struct RingEnd {
@@ -48,8 +48,8 @@ void printInvalidDeviceFunctionHint() {
   console().out() << "**" << std::endl;
 }
 
-// Whether the calling thread leaves scopes because of an exception, which a check must not end with
-// another one: the end of a console may be an exception.
+// True while an exception unwinds the calling thread: a check must not throw a second one then, and
+// the end of a console may be an exception.
 bool isUnwinding() { return std::uncaught_exceptions() > 0; }
 
 [[noreturn]] void endProcess() {

@@ -4,7 +4,7 @@
 // Checks after calls of the device runtime. A failed call is fatal: the check prints where and what
 // it was and the last call sites that passed, on standard output, and ends the process with
 // status 1. Only running out of device memory can be recovered from (cuda_check_malloc). While an
-// exception is under way a failed call is only forgotten: the exception has the reason.
+// exception is under way, the error of a failed call is discarded: the exception has the reason.
 //
 // Each thread has its own pending error and its own ring of call sites.
 
@@ -46,7 +46,7 @@ bool cuda_check_isSync();
 // site is recorded, otherwise the process ends.
 void cuda_check(const std::string& file, unsigned long line);
 
-// The same with the line that it stands in.
+// The same for the line of the call.
 inline void cuda_check(const std::string& file, SourceLocation where = SourceLocation::current()) {
   cuda_check(file, where.line());
 }
@@ -59,14 +59,14 @@ void cuda_check_malloc(const std::string& file, unsigned long line);
 // records the call site in any case.
 void cuda_peek(const std::string& file, unsigned long line);
 
-// Records a call site in the ring. Does nothing when the thread is at its end: what is destroyed
-// with the process, after the main thread's ring, may still release device memory.
+// Records a call site in the ring. Does nothing once the thread's ring is destroyed: objects
+// that are destroyed later, at the end of the process, may still release device memory.
 void cudacalls_add(const std::string& file, unsigned long line);
 
 // Prints the ring to standard output, the most recent call first.
 void cudacalls_print();
 
-// Is an error pending? peekCudaError keeps it, getCudaError clears it.
+// True if an error is pending. peekCudaError keeps it, getCudaError clears it.
 bool peekCudaError();
 bool getCudaError();
 

@@ -48,7 +48,8 @@ class Descriptor {
 
 bool isFull(int error) { return error == ENOSPC || error == EDQUOT; }
 
-// Whether a folder that answers so to a new file may all the same hold a file that can be written.
+// True if the error concerns only new files, so that an old one in the folder may still be
+// writable.
 bool takesNoNewFiles(int error) {
   return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
 }
@@ -87,8 +88,8 @@ bool copyAll(int from, int to, std::size_t size) {
   return true;
 }
 
-// Sets room aside for that many bytes of a file without changing them. False with errno, and the
-// file is as it was.
+// Reserves disk space for that many bytes of a file without changing its content. False with errno,
+// and the file is as it was.
 bool setRoomAside(int descriptor, off_t size, off_t before) {
   if (size == 0) return true;
   const int error = posix_fallocate(descriptor, 0, size);
@@ -98,7 +99,7 @@ bool setRoomAside(int descriptor, off_t size, off_t before) {
   return false;
 }
 
-// Writes the content over the file, or into a new one. False with errno; as long as only room was
+// Writes the content over the file, or into a new one. False with errno; if only disk space was
 // missing, the file is as it was.
 bool overwrite(const std::string& target, int content) {
   struct stat status;
@@ -123,12 +124,11 @@ bool overwrite(const std::string& target, int content) {
   return complete;
 }
 
-// A lock that nobody else has while it is held, on each of the folders, as far as their file
-// systems have locks.
+// Holds an exclusive lock on each folder of the files, where the file system supports locks.
 class FolderLocks {
  public:
   explicit FolderLocks(std::span<FileReplacement* const> files) {
-    // In the same order for everybody.
+    // All processes lock in the same order (the map's), so that none waits for another in a circle.
     std::map<std::pair<dev_t, ino_t>, int> folders;
     for (const FileReplacement* file : files) {
       const std::filesystem::path folder = std::filesystem::path(file->target()).parent_path();
@@ -165,8 +165,8 @@ class FolderLocks {
   std::vector<int> held_;
 };
 
-// Holds signals back while files take their places. Where one came before, none takes its place any
-// more.
+// Holds signals back while files are replaced. If one came before, replaces none and waits for the
+// end of the process.
 class Placing {
  public:
   Placing() {

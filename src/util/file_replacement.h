@@ -11,20 +11,20 @@
 
 namespace namespace_ratseg {
 
-// A file that takes the place of one of the same name when it is complete and on the disk: until
-// then the old one stays, and what could not be written leaves nothing behind.
+// Replaces a file by new content, once that is complete and on the disk. Until then the old file
+// stays, and after a failure nothing of the new one is left.
 //
-// The new content is made beside the old file (part_file.h) and renamed. Where that cannot be, it
-// is made in memory and written over the old file, after the disk's room for all of it was set
-// aside:
+// The new content goes into a file beside the old one (part_file.h), which is then renamed. In
+// these cases it is made in memory instead, and written over the old file once the room for all of
+// it is reserved on the disk:
 //   - the folder takes no new files (EACCES, EPERM, EROFS), or the name has no room for an ending;
 //   - the disk is full (ENOSPC, EDQUOT) for both files at a time, but not for the new one alone;
 //   - the old file cannot be replaced: it is a mount point, or another owner's in a sticky folder.
 // A link stays a link to the file that it names. Devices and pipes are written at once.
 class FileReplacement {
  public:
-  // Writes the content to an open file; false with errno. It is called again where the first file
-  // could not be written to its end.
+  // Writes the content to an open file; false with errno. It is called a second time, for a file in
+  // memory, when there is no room for the one beside.
   using Write = std::function<bool(int descriptor)>;
 
   explicit FileReplacement(const std::string& filename);
@@ -38,7 +38,7 @@ class FileReplacement {
   // Puts the content into its place. False with errno.
   bool finish();
 
-  // The file that is replaced: the one behind the links of that name.
+  // The file that is replaced: filename with its links followed.
   const std::string& target() const { return target_; }
 
  private:
@@ -56,21 +56,21 @@ class FileReplacement {
 
   std::string target_;  // behind all links
   bool exists_ = false;
-  bool isInFolder_ = false;  // made beside, and in its place
+  bool isInFolder_ = false;  // made beside and in its place: the folder has to be flushed
   State state_ = State::nothing;
   int error_ = 0;  // errno of what failed
   PartFile part_;
   int memory_ = -1;  // an unnamed file in memory
 };
 
-// Finishes the files, one after the other, while no other call of this function for a file of one
-// of their folders does: two programs that write files of the same names at the same time leave
-// those of one of them, not a mixture. After 10 seconds of waiting for others it goes on. A signal
-// that ends the process comes before all or after all (SignalsWait). Returns errno for each file, 0
-// for those that are in their places.
+// Finishes the files, one after the other, with their folders locked against other calls of this
+// function, also in other processes: of two programs that write files of the same names at the same
+// time, the files of one remain, not a mixture. Waits at most 10 seconds for a lock, then goes on
+// without it. A signal that ends the process takes effect before the first or after the last file
+// (SignalsWait). Returns for each file 0, or errno if it could not be replaced.
 std::vector<int> finishTogether(std::span<FileReplacement* const> files);
 
-// Whether the place of any file of this process may have been taken. A handler of signals may ask.
+// True if this process may have replaced any file already. Signal handlers may call it.
 bool anyReplacementBegan();
 
 // Writes all bytes. False with errno.

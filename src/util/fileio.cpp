@@ -69,12 +69,12 @@ bool FileIO::loadArray(const std::string& filename, T* array, std::size_t count,
   }
   if (file.read(array, count * sizeof(T)) != count * sizeof(T)) return false;
   // The checksum stands at the end.
-  constexpr std::size_t kMostBehind = std::size_t{1} << 28;
+  constexpr std::size_t kMaxBehind = std::size_t{1} << 28;
   std::vector<char> rest(std::size_t{1} << 16);
   std::size_t behind = 0;
   while (const std::size_t bytes = file.read(rest.data(), rest.size())) {
     behind += bytes;
-    if (behind > kMostBehind) break;
+    if (behind > kMaxBehind) break;
   }
   if (more != nullptr) *more = behind > 0;
   return file.ok();
@@ -109,7 +109,7 @@ bool FileIO::makeArray(FileReplacement& file, const T* array, std::size_t count,
       return false;
     }
     const std::uint64_t inFile = count;
-    // What zlib still holds is written when the file is closed.
+    // The rest, which zlib still holds, is written when the file is closed.
     return writeGZ(packed, &inFile, sizeof inFile) && writeGZ(packed, array, count * sizeof(T)) &&
            gzclose(packed) == Z_OK;
   });

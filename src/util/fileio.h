@@ -43,7 +43,7 @@ class FileIO {
   static bool loadArray(const std::string& filename, T* array, std::size_t count,
                         bool* more = nullptr);
 
-  // What zlib finds in a file: a gzip stream, or bytes that it takes as they are.
+  // The contents of a file as zlib finds them: a gzip stream, or bytes that it takes as they are.
   struct GZContents {
     bool opened = false;
     bool packed = false;      // a gzip stream

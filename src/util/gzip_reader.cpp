@@ -65,7 +65,7 @@ std::size_t GzipReader::unpack(unsigned char* dst, std::size_t len) {
   const unsigned int room = stream_.avail_out;
   const int result = inflate(&stream_, Z_NO_FLUSH);
   if (result == Z_STREAM_END) {
-    inStream_ = beginsStream();  // What follows and is no other stream is not read.
+    inStream_ = beginsStream();  // Anything else that follows is not read.
     inflateReset(&stream_);
   } else if (result == Z_BUF_ERROR) {  // There is neither input nor output left.
     cut_ = error_.empty();

@@ -30,7 +30,7 @@ struct Entry {
   char path[PATH_MAX];
 };
 std::array<Entry, 64> entries;
-// How many threads the first signal waits for.
+// Number of threads that the first signal waits for.
 std::atomic<int> waitedFor = 0;
 std::atomic<bool> ending = false;
 std::atomic<int> signalThatEnds = 0;
@@ -62,7 +62,7 @@ void removeEntered() {
   }
 }
 
-// atOnce: also while another thread says that the process ends.
+// atOnce: does not wait for another thread that is already printing the message.
 void removeAllAndEnd(int signal, bool atOnce) {
   removeEntered();
   if (!said.exchange(true)) {
@@ -78,8 +78,8 @@ void removeAllAndEnd(int signal, bool atOnce) {
   std::raise(signal);
 }
 
-// The last of the threads that are waited for ends the process instead; but who asks a second time
-// does not wait.
+// For the first signal, ends the process only if there is no thread to wait for; otherwise the last
+// of those threads does. A second signal does not wait.
 void endUnlessWaiting(int signal) {
   ending = true;
   const bool isFirst = signalThatEnds.exchange(signal) == 0;
@@ -87,7 +87,7 @@ void endUnlessWaiting(int signal) {
   removeAllAndEnd(signal, !isFirst);
 }
 
-// Whether text is "PID" or "PID-K".
+// True if text is "PID" or "PID-K".
 bool isNumbering(const std::string& text) {
   const auto isDigits = [](const std::string& part) {
     return !part.empty() &&
@@ -147,8 +147,8 @@ bool PartFile::tryName(const std::string& path) {
   const int file = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
   if (file < 0) return false;
   struct stat status;
-  // Somebody who looks for dead files may have come first. Where locks are not supported nobody
-  // can.
+  // Another process may have taken the file for a dead one and removed it before it was locked.
+  // Without support for locks no process removes such files.
   const bool taken = flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   if (taken || fstat(file, &status) != 0 || status.st_nlink == 0) {
     descriptor_ = file;
@@ -177,7 +177,7 @@ bool PartFile::create(const std::string& filename) {
   return false;
 }
 
-// Somebody may have removed or replaced it.
+// Another process may have removed or replaced it.
 bool PartFile::isThere() const {
   struct stat mine, named;
   return fstat(descriptor_, &mine) == 0 && lstat(path_.c_str(), &named) == 0 &&
@@ -222,7 +222,7 @@ std::vector<std::string> removeDeadPartFiles(const std::string& filename) {
   return removed;
 }
 
-// Calls only what a handler of signals may call.
+// Calls only what a signal handler may call.
 void removePartFiles() {
   ending = true;
   constexpr timespec kMillisecond = {0, 1000000};

@@ -7,13 +7,13 @@
 
 namespace namespace_ratseg {
 
-// A file that is being written beside the one whose place it is to take: NAME.PID.part, or
-// NAME.PID-K.part where that is taken. It is locked (flock) as long as its process lives, so that
-// the ones that killed processes left can be told from those at work.
+// A temporary file beside the one that it will replace: NAME.PID.part, or NAME.PID-K.part where
+// that name is taken. It is locked (flock) as long as its process lives, which tells files in use
+// from those that killed processes left behind.
 class PartFile {
  public:
   PartFile() = default;
-  // Removes the file unless it was put into its place.
+  // Removes the file unless moveTo() succeeded.
   ~PartFile();
   PartFile(const PartFile&) = delete;
   PartFile& operator=(const PartFile&) = delete;
@@ -39,12 +39,13 @@ class PartFile {
   int descriptor_ = -1;
 };
 
-// Removes part files of filename that processes which are no longer alive left behind; those of
-// other users and those that are at work stay. Returns their names.
+// Removes the part files of filename whose processes have ended; those of other users and of
+// living processes stay. Returns the names of the removed ones.
 std::vector<std::string> removeDeadPartFiles(const std::string& filename);
 
-// As long as there is one, the first of the signals that end the process (below) waits; whoever
-// asks a second time does not. The signals are held back in this thread.
+// While an object of this class exists, the first signal that is to end the process (see
+// removePartFilesOnSignals) waits for its destructor; a second signal ends the process at once. The
+// signals are blocked in this thread.
 class SignalsWait {
  public:
   SignalsWait();
@@ -56,21 +57,20 @@ class SignalsWait {
   sigset_t before_;
 };
 
-// Whether the process is in its last moment: what begins now is not waited for.
+// True once a signal is about to end the process, which then waits for nothing new.
 bool processIsEnding();
 
-// For a thread that has nothing more to do when it is.
+// Never returns: for a thread that finds the process ending and has nothing more to do.
 [[noreturn]] void waitForTheEnd();
 
-// Removes the part files of this process, for its last moment: no more can be made.
+// Removes the part files of this process, just before it ends: no more can be made then.
 void removePartFiles();
 
-// What says that a signal of that number ends the process; it calls only what a handler of signals
-// may call.
+// Prints that a signal of that number ends the process; calls only what a signal handler may call.
 using SayOfSignal = void (*)(int signal);
 
 // From now on SIGINT, SIGTERM and SIGHUP remove the part files of this process before they end it,
-// and have it said once. For programs; libraries leave signals alone.
+// and print it once, with say. For programs; libraries leave signals alone.
 void removePartFilesOnSignals(SayOfSignal say = nullptr);
 
 }  // namespace namespace_ratseg

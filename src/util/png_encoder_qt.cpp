@@ -12,7 +12,7 @@ namespace namespace_ratseg {
 
 namespace {
 
-// Where libpng's calls put what they have to say, and their result.
+// Receives the messages and the result of libpng's calls.
 struct Output {
   QByteArray& bytes;
   std::string& error;
@@ -42,7 +42,7 @@ void keepError(png_structp png, png_const_charp text) {
 
 void ignoreWarning(png_structp, png_const_charp) {}
 
-// What libpng has allocated.
+// Owner of libpng's structures.
 struct Writer {
   png_structp png = nullptr;
   png_infop info = nullptr;

@@ -9,12 +9,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Where a file of this name would be created: links that lead nowhere are followed too.
+// The path at which a file of this name would be created: follows links that lead nowhere, too.
 fs::path written(const std::string& name) {
-  constexpr int kMostLinks = 40;  // as many as the system follows
+  constexpr int kMaxLinks = 40;  // as many as the system follows
   std::error_code ignored;
   fs::path path = fs::absolute(name, ignored);
-  for (int i = 0; i < kMostLinks; ++i) {
+  for (int i = 0; i < kMaxLinks; ++i) {
     path = fs::weakly_canonical(path.parent_path(), ignored) / path.filename();
     const fs::path target = fs::read_symlink(path, ignored);
     if (target.empty()) break;

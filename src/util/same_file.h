@@ -5,7 +5,7 @@
 
 namespace namespace_ratseg {
 
-// Whether two names are those of one file: now, or as soon as something is written to either. Names
+// True if two names are those of one file: now, or as soon as something is written to either. Names
 // may be spelled differently, lead through links, and name files that do not exist yet. False where
 // one of them is empty.
 bool sameFile(const std::string& a, const std::string& b);

@@ -6,9 +6,9 @@
 
 namespace namespace_ratseg {
 
-// Reads a regular file of at most limit bytes into text. Otherwise, without waiting for a pipe or
-// for a file's end that may never come, false and *fault, unless that is null: what is wrong, to
-// go behind "it".
+// Reads a regular file of at most limit bytes into text. For anything else returns false, without
+// waiting for a pipe or for an end that may never come, and sets *fault, unless that is null, to
+// the reason: words that continue a sentence after "it".
 bool readSmallFile(const std::string& filename, std::size_t limit, std::string& text,
                    std::string* fault = nullptr);
 

@@ -31,15 +31,15 @@ class SumKernels {
   virtual void cuda_sum_kernel__warpFirst_shfl(int N, const LaunchShape& shape, float* sumArray,
                                                const float* a, std::size_t n) = 0;
 
-  // Those of each backend; the CUDA ones only in builds with that backend.
+  // The launchers of each backend; cuda() exists only in builds with that backend.
   static SumKernels& host();
   static SumKernels& cuda();
 
  protected:
-  ~SumKernels() = default;  // there to the end: threads may still launch while the process ends
+  ~SumKernels() = default;  // never destroyed: threads may launch while the process ends
 };
 
-// Those of the current backend.
+// The launchers of the current backend.
 inline SumKernels& sumKernels() { return currentLaunchers<SumKernels>(); }
 
 }  // namespace namespace_ratseg

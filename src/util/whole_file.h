@@ -7,7 +7,7 @@
 
 namespace namespace_ratseg {
 
-// What came of reading a file.
+// The result of reading a file.
 struct WholeFile {
   std::string bytes;
   std::string error;     // why it could not be read, in the system's words; empty after a success
@@ -15,8 +15,8 @@ struct WholeFile {
 };
 
 // Reads the file of exactly that name to its end, a pipe or a device too; it is opened once. At
-// most limit bytes are read. Of what is no regular file, goOn, unless it is empty, is asked once,
-// when the first 64 KiB (or all bytes, where there are less) are there, whether the rest is wanted.
+// most limit bytes are read. If it is not a regular file and goOn is not empty, goOn
+// gets the first 64 KiB (or all bytes, if there are fewer) once and decides if the rest is read.
 WholeFile readWholeFile(const std::string& name, std::size_t limit,
                         const std::function<bool(const std::string& begin)>& goOn = {});
 

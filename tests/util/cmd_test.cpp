@@ -226,12 +226,12 @@ TEST(CmdFile, OtherThanARegularFileOfAtMost1MiBIsSilentlyFalse) {
   const TempDir dir;
   Cmd cmd;
   ASSERT_EQ(mkfifo(dir.file("pipe").c_str(), 0600), 0);
-  writeText(dir.file("large"), "a 1\n" + std::string(Cmd::kMostFileBytes, '#'));
+  writeText(dir.file("large"), "a 1\n" + std::string(Cmd::kMaxFileBytes, '#'));
   for (const std::string& file : {dir.file("pipe"), dir.path().string(), dir.file("large")}) {
     EXPECT_EQ(printed([&] { EXPECT_FALSE(cmd.parseFile(file, nullptr, 0)); }), "") << file;
   }
   EXPECT_THAT(cmd.values, IsEmpty());
-  writeText(dir.file("large"), "a 1\n" + std::string(Cmd::kMostFileBytes - 4, '#'));
+  writeText(dir.file("large"), "a 1\n" + std::string(Cmd::kMaxFileBytes - 4, '#'));
   EXPECT_TRUE(cmd.parseFile(dir.file("large"), nullptr, 0));
   EXPECT_EQ(cmd.getInt("a"), 1);
 }

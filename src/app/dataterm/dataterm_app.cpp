@@ -69,7 +69,7 @@ LabelPicture loadBeside(const std::string& file, const Image& image, const std::
   return LabelPicture::load(file, {warnerOf(file), checkSize});
 }
 
-// What is to be computed, read from the files that the options name.
+// The task to compute, read from the files that the options name.
 struct Problem {
   Image image;
   std::size_t scribbledPixels = 0;  // of the image that the scribbles were drawn on

@@ -28,10 +28,10 @@ std::string describe(const PngHeader& header) {
   return "a PNG of " + std::to_string(header.bits) + "-bit " + colours;
 }
 
-constexpr std::size_t kMostBytes = std::size_t{1} << 31;
+constexpr std::size_t kMaxBytes = std::size_t{1} << 31;
 
 std::string readBytes(const std::string& file) {
-  WholeFile read = readWholeFile(file, kMostBytes, [](const std::string& begin) {
+  WholeFile read = readWholeFile(file, kMaxBytes, [](const std::string& begin) {
     PngHeader ignored;
     return readPngHeader(begin, ignored);
   });

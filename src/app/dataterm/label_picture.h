@@ -16,7 +16,7 @@ struct LabelPicture {
   std::size_t h = 0;
   std::vector<std::uint8_t> pixels;
 
-  // What a picture is loaded with; each may be empty.
+  // Functions called while a picture is loaded; each may be empty.
   struct Hooks {
     // Gets what is odd about the file, a line each that goes on after its name.
     std::function<void(const std::string&)> warn;
@@ -28,7 +28,7 @@ struct LabelPicture {
   // one, even where the palette has no such colour. Throws InputError for every other file.
   static LabelPicture load(const std::string& file, const Hooks& hooks = {{}, {}});
 
-  // How many pixels have each of the numbers.
+  // Counts the pixels of each number.
   std::array<std::size_t, 256> histogram() const;
 
   // The greatest number that occurs; 0 in a picture without pixels.

@@ -38,7 +38,7 @@ void warnOfUnmarkedLabels(const std::vector<std::size_t>& marks, const DatatermO
   }
 }
 
-// Pixels of a colour that was not meant make labels of their own.
+// Pixels of an unintended colour make labels of their own.
 void warnOfStrayMarks(const std::vector<std::size_t>& marks, const DatatermOptions& options,
                       std::vector<std::string>& lines) {
   constexpr std::size_t kFew = 3;

@@ -9,8 +9,9 @@
 
 namespace namespace_ratseg {
 
-// What is likely not meant in scribbles, a line each. marks holds the number of marked pixels of
-// each label, those of the label picture included and the void one left out; pixels is the image's.
+// Warns of what is probably unintentional in scribbles, a line each. marks holds the number of
+// marked pixels of each label, those of the label picture included and the void one left out;
+// pixels is the image's.
 std::vector<std::string> scribbleWarnings(const std::vector<std::size_t>& marks, std::size_t pixels,
                                           const DatatermOptions& options);
 

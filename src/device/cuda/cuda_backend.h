@@ -5,8 +5,8 @@
 
 namespace namespace_ratseg {
 
-// Whether this build holds the CUDA backend. Guard calls of what only it defines with
-// "if constexpr", so that builds without it link.
+// True if this build contains the CUDA backend. Guard calls of functions that only that backend
+// defines with "if constexpr", so that builds without it link.
 inline constexpr bool kBuiltWithCuda = RATSEG_WITH_CUDA != 0;
 
 // The backend over the CUDA runtime. Errors are translated to the codes of types.h by name, since

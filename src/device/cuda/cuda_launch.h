@@ -1,7 +1,7 @@
 #ifndef RATSEG_DEVICE_CUDA_CUDA_LAUNCH_H
 #define RATSEG_DEVICE_CUDA_CUDA_LAUNCH_H
 
-// What CUDA launchers are made of. For .cu files only.
+// Helpers for CUDA launchers. For .cu files only.
 
 #include <cuda_runtime.h>
 
@@ -15,7 +15,7 @@ namespace namespace_ratseg {
 inline ::dim3 native(const dim3& d) { return {d.x, d.y, d.z}; }
 inline ::cudaStream_t native(cudaStream_t stream) { return static_cast<::cudaStream_t>(stream); }
 
-// Where and how a kernel is launched. Null is the current device's own stream.
+// Shape and stream of a kernel launch. A null stream is the current device's default one.
 struct CudaLaunch {
   CudaLaunch(::dim3 grid_, ::dim3 block_, std::size_t sharedBytes_ = 0,
              ::cudaStream_t stream_ = nullptr)

@@ -1,8 +1,7 @@
 #ifndef RATSEG_DEVICE_CUDA_WARP_H
 #define RATSEG_DEVICE_CUDA_WARP_H
 
-// What the threads of a warp do together. For .cu files only; all lanes of the warp must come
-// along.
+// Operations of all threads of a warp together. For .cu files only; every lane must call them.
 
 #include <cuda_runtime.h>
 

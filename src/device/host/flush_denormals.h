@@ -12,7 +12,7 @@ namespace namespace_ratseg {
 // While one lives, float arithmetic of its thread reads and gives 0 in place of denormal numbers
 // (below 1.2e-38), which take processors a hundred times as long as others. A component of the dual
 // field that shrinks every time the other one is clamped becomes denormal after some hundred
-// iterations. What the thread's mode was before is set again at the end. Without effect on
+// iterations. The destructor restores the thread's previous mode. Without effect on
 // processors other than x86 and 64-bit ARM.
 class FlushDenormals {
  public:

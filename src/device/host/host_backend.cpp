@@ -46,7 +46,7 @@ void copyInPieces(char* dst, const char* src, std::size_t bytes) {
   });
 }
 
-// As memmove, whose blocks may overlap.
+// Like memmove: the blocks may overlap.
 void copyBytes(void* dst, const void* src, std::size_t bytes) {
   char* const to = static_cast<char*>(dst);
   const char* const from = static_cast<const char*>(src);
@@ -68,7 +68,7 @@ const cudaDeviceProp& limitsOf(const HostConfig& config, std::size_t device) {
 }  // namespace
 
 struct HostBackend::Event {
-  int device;  // that it was made on
+  int device;  // the one it was made on
   std::chrono::steady_clock::time_point time = {};
   bool recorded = false;
 };
@@ -229,7 +229,7 @@ cudaError_t HostBackend::memGetInfo(std::size_t* freeBytes, std::size_t* totalBy
   return cudaSuccess;
 }
 
-// Whether the ends of a copy that should be devices' memory are.
+// True if each end of the copy that should be device memory is.
 bool HostBackend::endsAreOwn(const void* dst, const void* src, std::size_t bytes,
                              cudaMemcpyKind kind) const {
   const std::lock_guard lock(mutex_);
@@ -333,7 +333,7 @@ cudaError_t HostBackend::eventDestroy(cudaEvent_t event) {
   return events_.erase(event) == 1 ? cudaSuccess : fail(cudaErrorInvalidResourceHandle);
 }
 
-// Null is every device's own.
+// A null stream is every device's default one.
 bool HostBackend::isOfCurrentDevice(cudaStream_t stream) const {
   if (stream == nullptr) return true;
   const auto it = streams_.find(stream);

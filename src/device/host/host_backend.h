@@ -92,7 +92,7 @@ class HostBackend final : public Backend {
  private:
   struct Event;
   struct Stream {
-    int device;  // that it was made on
+    int device;  // the one it was made on
   };
   struct Allocation {
     std::size_t bytes;
@@ -107,7 +107,7 @@ class HostBackend final : public Backend {
   // malloc, with memory from allocate.
   cudaError_t take(void** ptr, std::size_t bytes, void* (*allocate)(std::size_t));
   bool validDevice(int device) const { return device >= 0 && device < config_.devices; }
-  // Whether the bytes lie inside one allocation of any device.
+  // True if the bytes lie inside one allocation of any device.
   bool owns(const void* ptr, std::size_t bytes) const;
   bool endsAreOwn(const void* dst, const void* src, std::size_t bytes, cudaMemcpyKind kind) const;
   // With the mutex held; owns, of any device or of the given one:

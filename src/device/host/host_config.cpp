@@ -9,8 +9,8 @@ namespace namespace_ratseg {
 int hostThreads() { return omp_get_max_threads(); }
 
 void limitHostThreads() {
-  constexpr int kMostThreads = 1024;
-  if (omp_get_max_threads() > kMostThreads) omp_set_num_threads(kMostThreads);
+  constexpr int kMaxThreads = 1024;
+  if (omp_get_max_threads() > kMaxThreads) omp_set_num_threads(kMaxThreads);
 }
 
 cudaDeviceProp defaultHostProperties() {

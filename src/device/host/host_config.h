@@ -19,8 +19,8 @@ struct HostConfig {
   std::vector<cudaDeviceProp> properties;
 };
 
-// What one host device says of itself: 1024 threads and 48 KiB of shared memory a block, as every
-// GPU has, and compute capability 3.0, the first with warp shuffles.
+// Properties that one host device reports: 1024 threads and 48 KiB of shared memory a block, as
+// every GPU has, and compute capability 3.0, the first with warp shuffles.
 cudaDeviceProp defaultHostProperties();
 
 // Threads that the host's launches are spread over (OMP_NUM_THREADS, otherwise all cores).

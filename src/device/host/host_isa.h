@@ -15,7 +15,7 @@ enum class HostIsa { baseline, avx2, avx512 };
 // "baseline", "avx2" or "avx512".
 const char* nameOf(HostIsa isa);
 
-// All that this build holds and this processor runs, the plainest first.
+// The instruction sets that this build contains and this processor runs, the plainest first.
 std::vector<HostIsa> usableHostIsas();
 
 // The best for this processor, or the one that the environment variable RATSEG_ISA names

@@ -1,7 +1,7 @@
 #ifndef RATSEG_DEVICE_HOST_HOST_LAUNCH_H
 #define RATSEG_DEVICE_HOST_HOST_LAUNCH_H
 
-// What host launchers are made of.
+// Helpers for host launchers.
 
 #include <atomic>
 #include <cstddef>
@@ -20,7 +20,8 @@ inline bool admitHostLaunch(const char* kernel, const LaunchShape& shape) {
 // Below this many elements of work a launch stays on one thread.
 inline constexpr std::size_t kParallelWork = 16384;
 
-// The first exception of several threads. One that left the threads' region would end the process.
+// Keeps the first exception of several threads: one that left an OpenMP region would end the
+// process.
 class FirstException {
  public:
   // Calls f, and keeps what it throws if nothing was thrown before.
@@ -32,9 +33,9 @@ class FirstException {
       if (!thrown_.exchange(true)) first_ = std::current_exception();
     }
   }
-  // Has anything been thrown? Certain behind a barrier of the threads only.
+  // True if anything has been thrown. Reliable only after a barrier of the threads.
   bool any() const { return thrown_; }
-  // Throws what was kept; when the threads are done.
+  // Throws the exception kept, if any; call it when the threads are done.
   void rethrow() const {
     if (first_) std::rethrow_exception(first_);
   }
@@ -60,8 +61,8 @@ void parallelFor(std::size_t count, std::size_t work, Body&& body) {
 }
 
 // Calls first(i) for i in [0, count), then between() once, then second(i) for i in [0, count), as
-// parallelFor does, with one start of the threads for all. An exception ends it with the part that
-// threw it.
+// parallelFor does, with one start of the threads for all. After an exception the parts that follow
+// are left out.
 template <class First, class Between, class Second>
 void parallelForInTwoParts(std::size_t count, std::size_t work, First&& first, Between&& between,
                            Second&& second) {

@@ -15,7 +15,7 @@ constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
 bool isLarge(std::size_t bytes) { return bytes >= 2 * kHugePage; }
 
-// The next multiple of unit; less than bytes where there is none.
+// bytes rounded up to a multiple of unit; less than bytes on overflow.
 std::size_t roundUp(std::size_t bytes, std::size_t unit) {
   return (bytes + unit - 1) / unit * unit;
 }

@@ -16,7 +16,7 @@ struct Entry {
 // The thread's entries, the one that was asked for last in front.
 thread_local Entry* entries = nullptr;
 
-// Stands for them when they are gone, since it has no destructor.
+// True once the entries are destroyed; has no destructor, so it can still be read then.
 thread_local bool ended = false;
 thread_local Entry last;
 

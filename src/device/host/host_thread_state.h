@@ -7,17 +7,18 @@
 
 namespace namespace_ratseg {
 
-// What a thread has of one host machine for itself.
+// The state of one host machine that each thread has for itself.
 struct HostThreadState {
   int device = 0;                     // the current one
   cudaError_t pending = cudaSuccess;  // the error
 };
 
-// A number that no other machine of the process has had: addresses come again.
+// A number that no other machine of the process has had (addresses may be reused).
 std::uint64_t newHostMachine();
 
-// The calling thread's state of a machine; as above at its first call. It ends with the thread.
-// What is destroyed behind that may still ask, and gets a new one.
+// The calling thread's state of a machine, with the values above at the first call. It is destroyed
+// with the thread; thread-local objects that are destroyed later may still call this and get a new
+// state.
 HostThreadState& hostThreadState(std::uint64_t machine);
 
 // Releases the calling thread's state of a machine that ends.

@@ -27,8 +27,8 @@ constexpr std::size_t kLanes = 4;
 using vec = float __attribute__((vector_size(kLanes * sizeof(float))));
 using mask = int __attribute__((vector_size(kLanes * sizeof(int))));
 
-// A vector anywhere among floats: copies of so many bytes become plain unaligned moves, where types
-// of less alignment are not what every compiler makes of them.
+// Loads from any address: compilers turn a copy of a constant size into an unaligned move, while
+// not all of them do so for vector types of reduced alignment.
 inline vec load(const float* p) {
   vec v;
   __builtin_memcpy(&v, p, sizeof v);

@@ -102,7 +102,7 @@ class RLEWalk {
     return false;
   }
 
-  // So many pixels that are no run.
+  // That many pixels follow, each with its own value.
   void single(std::size_t count) {
     const std::size_t bytes = header_.compression == kRLE8 ? count : (count + 1) / 2;
     const std::size_t there = std::min(bytes, in_.size() - std::min(in_.size(), at_));

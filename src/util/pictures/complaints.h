@@ -17,7 +17,7 @@ class Complaints {
 
   void add(const std::string& complaint);
 
-  // What was collected: each complaint once, as a line without control characters.
+  // The complaints collected: each once, as a line without control characters.
   std::vector<std::string> lines() const;
 
  private:

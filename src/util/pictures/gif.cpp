@@ -14,7 +14,7 @@ namespace namespace_ratseg {
 namespace {
 
 constexpr std::uint8_t kExtension = 0x21, kPicture = 0x2c, kTrailer = 0x3b;
-constexpr unsigned kMostBits = 12;
+constexpr unsigned kMaxBits = 12;
 
 // The bits of a chain of blocks of up to 255 bytes, lowest bit first.
 class BlockBits {
@@ -58,9 +58,9 @@ struct Codes {
   bool ended = false;        // by the end code
 };
 
-// Reads codes until they end, or stand for more pixels than most.
-Codes readCodes(BlockBits bits, unsigned codeBits, std::uint64_t most) {
-  std::array<std::uint32_t, 1u << kMostBits> length{};
+// Reads codes until they end, or stand for more than maxPixels pixels.
+Codes readCodes(BlockBits bits, unsigned codeBits, std::uint64_t maxPixels) {
+  std::array<std::uint32_t, 1u << kMaxBits> length{};
   const unsigned clear = 1u << codeBits;
   const unsigned end = clear + 1;
   std::fill_n(length.begin(), clear, 1u);
@@ -68,7 +68,7 @@ Codes readCodes(BlockBits bits, unsigned codeBits, std::uint64_t most) {
   unsigned width = codeBits + 1;
   std::uint32_t last = 0;  // the length of the string before; 0 = none
   Codes found;
-  for (unsigned code = 0; found.pixels <= most && bits.read(width, code);) {
+  for (unsigned code = 0; found.pixels <= maxPixels && bits.read(width, code);) {
     if (code == end) {
       found.ended = true;
       break;
@@ -88,7 +88,7 @@ Codes readCodes(BlockBits bits, unsigned codeBits, std::uint64_t most) {
     }
     if (code < clear) found.highest = std::max<std::size_t>(found.highest, code);
     if (last != 0 && next < length.size()) length[next++] = last + 1;
-    if (next == 1u << width && width < kMostBits) ++width;
+    if (next == 1u << width && width < kMaxBits) ++width;
     last = length[code];
     found.pixels += last;
   }

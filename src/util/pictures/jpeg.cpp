@@ -22,7 +22,7 @@ constexpr std::uint8_t kStart = 0xd8, kEnd = 0xd9, kScan = 0xda;
 
 bool isRestart(std::uint8_t kind) { return kind >= 0xd0 && kind <= 0xd7; }
 
-// Where the kind of the next mark is, or size of the file.
+// The position of the next mark's kind byte, or the file's size.
 std::size_t findMark(std::string_view file, std::size_t at) {
   const ByteReader in(file);
   while ((at = file.find('\xff', at)) != std::string_view::npos) {
@@ -109,7 +109,7 @@ void countRows(Decoder& decoder, std::vector<JSAMPLE>& row) {
     decoder.rows = info.output_scanline;
     jpeg_read_scanlines(&info, rows, 1);
   }
-  // What is left over where all rows were read was no part of the picture.
+  // Bytes left over when all rows were read are not part of the picture.
   constexpr std::size_t kEndMark = 2;
   decoder.lacking = decoder.lacking || decoder.source.bytes_in_buffer > kEndMark;
 }

@@ -19,7 +19,7 @@ class Picture {
   // a name that ends in ".tga".
   Picture(std::string bytes, const std::string& name);
 
-  // Whether files that begin with these bytes may be of a format that Qt reads.
+  // True if files that begin with these bytes may be of a format that Qt reads.
   static bool formatIsKnown(const std::string& begin, const std::string& name);
 
   bool formatIsKnown() const { return known_; }
@@ -28,19 +28,19 @@ class Picture {
   std::uint64_t w() const { return w_; }
   std::uint64_t h() const { return h_; }
 
-  // Whether it asks to be shown turned or mirrored, as photographs do. decode() gives the pixels as
+  // True if it asks to be shown turned or mirrored, as photographs do. decode() gives the pixels as
   // they are stored.
   bool asksToBeTurned() const { return turned_; }
 
-  // Whether it has 16 bits per channel.
+  // True if it has 16 bits per channel.
   bool has16Bits() const { return deep_; }
 
-  // Whether all its pixels are there.
+  // Says if pixels are missing.
   Wholeness wholeness() const;
 
   // Decodes it, whole or not, into an image of at most that many bytes, 0 = any number. Where that
   // fails, the image is null and error has Qt's words for the reason.
-  QImage decode(std::uint64_t mostBytes, std::string& error) const;
+  QImage decode(std::uint64_t maxBytes, std::string& error) const;
 
  private:
   void ask(QImageReader& reader);

@@ -105,11 +105,11 @@ Wholeness Picture::wholeness() const {
   return isTGA_ ? checkTGA(bytes_) : namespace_ratseg::checkWholeness(bytes_);
 }
 
-QImage Picture::decode(std::uint64_t mostBytes, std::string& error) const {
+QImage Picture::decode(std::uint64_t maxBytes, std::string& error) const {
   constexpr std::uint64_t kMiB = 1 << 20;
-  const std::uint64_t most = std::min<std::uint64_t>(mostBytes / kMiB + (mostBytes % kMiB != 0),
-                                                     std::numeric_limits<int>::max());
-  QImageReader::setAllocationLimit(static_cast<int>(most));  // Qt's own limit is 128 MiB.
+  const std::uint64_t maxMiB = std::min<std::uint64_t>(maxBytes / kMiB + (maxBytes % kMiB != 0),
+                                                       std::numeric_limits<int>::max());
+  QImageReader::setAllocationLimit(static_cast<int>(maxMiB));  // Qt's own limit is 128 MiB.
   return askReader(bytes_, isTGA_ ? "tga" : "", [&error](QImageReader& reader) {
     QImage image = reader.read();
     if (image.isNull()) error = reader.errorString().toStdString();

@@ -12,7 +12,7 @@ namespace namespace_ratseg {
 
 namespace {
 
-// What libpng's functions are given to work with.
+// The state that libpng's functions work with.
 struct Source {
   std::string_view file;
   std::size_t at = 0;

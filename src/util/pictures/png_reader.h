@@ -12,10 +12,10 @@
 
 namespace namespace_ratseg {
 
-// What each PNG file begins with.
+// The bytes that every PNG file begins with.
 inline constexpr std::string_view kPngMark = "\x89PNG\r\n\x1a\n";
 
-// What the header of a PNG file says of its pixels.
+// The pixel format in the header of a PNG file.
 struct PngHeader {
   static constexpr int kGrey = 0;
   static constexpr int kIndexed = 3;
@@ -44,7 +44,7 @@ struct PngRows {
 PngRows readPngRows(std::string_view file,
                     const std::function<void(std::size_t, const std::uint8_t*)>& takeRow);
 
-// What the rows say of a picture of h rows.
+// The wholeness of a picture of h rows, from the rows that were read.
 Wholeness wholenessOf(const PngRows& read, std::size_t h);
 
 }  // namespace namespace_ratseg

@@ -23,19 +23,19 @@ class TextNumbers {
   std::size_t at() const { return at_; }
   bool strange() const { return strange_; }
 
-  // Where oneDigit is set, each digit is a number.
+  // With oneDigit, each digit is a number of its own.
   std::optional<std::uint64_t> next(bool oneDigit = false) {
     skip();
     if (at_ >= text_.size()) return {};
     std::uint64_t number = 0;
     do {
       number = number * 10 + static_cast<unsigned>(text_[at_++] - '0');
-    } while (!oneDigit && at_ < text_.size() && isDigit(text_[at_]) && number < kMost);
+    } while (!oneDigit && at_ < text_.size() && isDigit(text_[at_]) && number < kMax);
     return number;
   }
 
  private:
-  static constexpr std::uint64_t kMost = 1u << 31;
+  static constexpr std::uint64_t kMax = 1u << 31;
 
   void skip() {
     bool comment = false;
@@ -68,9 +68,9 @@ Wholeness checkTextPNM(TextNumbers& numbers, const PNM& header) {
   return {"", "holds more numbers than its size needs"};
 }
 
-Wholeness checkBinaryPNM(std::string_view pixels, const PNM& header, std::uint64_t greatest) {
+Wholeness checkBinaryPNM(std::string_view pixels, const PNM& header, std::uint64_t maxValue) {
   const std::uint64_t row =
-      header.bitmap ? (header.w + 7) / 8 : header.w * header.samples * (greatest > 255 ? 2 : 1);
+      header.bitmap ? (header.w + 7) / 8 : header.w * header.samples * (maxValue > 255 ? 2 : 1);
   const std::uint64_t needed = row * header.h;
   if (pixels.size() < needed) return {endsEarly(pixels.size(), needed, "bytes of pixels"), ""};
   const std::uint64_t more = pixels.size() - needed;
@@ -97,13 +97,13 @@ Wholeness checkPNM(std::string_view file) {
   header.samples = kind == 3 || kind == 6 ? 3 : 1;
   const auto w = numbers.next();
   const auto h = numbers.next();
-  const auto greatest = header.bitmap ? std::optional<std::uint64_t>(1) : numbers.next();
-  if (!w || !h || !greatest) return {"ends early: its header is not complete", ""};
+  const auto maxValue = header.bitmap ? std::optional<std::uint64_t>(1) : numbers.next();
+  if (!w || !h || !maxValue) return {"ends early: its header is not complete", ""};
   header.w = *w;
   header.h = *h;
   if (kind <= 3) return checkTextPNM(numbers, header);
   const std::size_t pixels = std::min(file.size(), numbers.at() + 1);  // behind one blank
-  return checkBinaryPNM(file.substr(pixels), header, *greatest);
+  return checkBinaryPNM(file.substr(pixels), header, *maxValue);
 }
 
 // C source: #define name_width 40, #define name_height 30, and the bytes as 0x00.

@@ -1,8 +1,8 @@
 #ifndef RATSEG_UTIL_PICTURES_WHOLENESS_H
 #define RATSEG_UTIL_PICTURES_WHOLENESS_H
 
-// Whether a picture file holds all pixels that its header speaks of. Most decoders fill what is
-// missing with grey, black or nothing, and say little or nothing of it.
+// Checks that a picture file holds all pixels that its header announces. Most decoders fill what is
+// missing with grey, black or nothing, and report little or nothing of it.
 
 #include <cstddef>
 #include <string>

@@ -9,7 +9,7 @@ namespace namespace_ratseg {
 
 namespace {
 
-// Whether engine_auto means the strip engine on GPUs: not before it has run on one
+// True if engine_auto stands for the strip engine on GPUs: not before it has run on one
 // (docs/benchmarks.md).
 constexpr bool kStripsByDefault = false;
 

@@ -8,8 +8,8 @@
 
 namespace namespace_ratseg {
 
-// The engine that Params::engine asks for, or where the devices do not allow that one, or have none
-// of its kernels, the next plainer: strips, the fused one of the host, the plain one.
+// Makes the engine that Params::engine asks for. If the devices do not allow it or lack its
+// kernels, makes the next one of: strips, the fused one of the host, the plain one.
 std::unique_ptr<Engine> chooseEngine(SolverState& solver, const StepSizes& sizes);
 
 }  // namespace namespace_ratseg

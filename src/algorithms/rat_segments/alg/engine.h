@@ -11,16 +11,16 @@ struct StepSizes {
   float sigma = 1.0f;
 };
 
-// One way to compute the iterations of one run(). An engine works on the solver's arrays from its
-// construction on and may keep them in another form; between handOver() and takeOver() they are
-// whole, and others may read them, and write halo rows, which takeOver() fills anew where it needs
-// them. All engines compute the same up to rounding.
+// One way to compute the iterations of one run(). An engine takes the solver's arrays when it is
+// constructed and may keep them in another form. Between handOver() and takeOver() the solver has
+// them back in their own form: others may read them and overwrite halo rows. All engines compute
+// the same up to rounding.
 class Engine {
  public:
   virtual ~Engine() = default;
 
-  // How many iterations run() may ask for at once when iteration step, counted from 1, comes next:
-  // at least 1.
+  // The number of iterations, at least 1, that run() may pass to advance() when iteration step,
+  // counted from 1, comes next.
   virtual std::size_t stepsAhead(std::size_t step) const {
     (void)step;
     return 1;
@@ -32,10 +32,12 @@ class Engine {
   // Brings the shares and their multipliers in the solver's arrays up to date, for a report.
   virtual void publish() {}
 
-  // Gives the arrays back, as all iterations so far leave them. A second call does nothing.
+  // Gives the arrays back to the solver, with the state after all iterations so far. A second call
+  // does nothing.
   virtual void handOver() {}
 
-  // Goes on from what the arrays hold. Only after handOver().
+  // Takes the arrays from the solver again, to go on from the state that they hold; fills the halo
+  // rows that the engine needs. Only after handOver().
   virtual void takeOver() {}
 };
 

@@ -1,7 +1,7 @@
 #ifndef RATSEG_ALG_PARAMS_H
 #define RATSEG_ALG_PARAMS_H
 
-// What a solve depends on besides its arrays, what it tells of itself, and who may stop it.
+// The parameters of a solve, its statistics, and the watcher that may stop it.
 
 #include <cstddef>
 #include <limits>
@@ -11,7 +11,7 @@ namespace namespace_ratseg {
 
 struct Statistics;
 
-// Where a run is, for its watcher.
+// The state of a run, for its watcher.
 class RunState {
  public:
   // Iterations so far, and the figures of the last check.
@@ -25,9 +25,9 @@ class RunState {
   ~RunState() = default;
 };
 
-// Is asked before the first iteration and between iterations whether a run shall go on; on GPUs,
-// where iterations are queued, every 24. What it throws leaves run(), behind which the solver is as
-// after a stop.
+// Decides before the first iteration and between iterations whether a run goes on; on GPUs, where
+// iterations are queued, every 24 iterations. An exception that it throws leaves run(), and the
+// solver is then as after a stop.
 class RunWatcher {
  public:
   virtual bool goOn(RunState& state) = 0;
@@ -36,9 +36,9 @@ class RunWatcher {
   ~RunWatcher() = default;
 };
 
-// What a solve depends on besides its arrays. Fill it before alloc(); after alloc() w, h and n may
+// The parameters of a solve. Fill it before alloc(); after alloc() w, h and n may
 // not change, and threadsx, threadsy, gpu and gpu_num have no effect before the next alloc().
-// alloc() and run() refuse what they cannot compute with; they say so below.
+// alloc() and run() refuse values that they cannot compute with, as noted at each one.
 //
 // Another thread may set cancel while run() works, through std::atomic_ref<bool>. run() clears it
 // when it begins and stops at the next iteration; on GPUs at one of the next hundred, which are
@@ -60,7 +60,7 @@ struct Params {
                                   // first iteration is an error of the device
   std::size_t Nsteps = 1000;      // iterations that run() performs
   float dt_multiplier = 1.0f;     // scale of the primal step, > 0; the dual step's is 1 over it;
-                                  // others than finite numbers above 0 are refused
+                                  // anything but a finite number above 0 is refused
   bool initLocalSolution = true;  // start from the pixelwise best label instead of zero
   bool cancel = false;            // set during run() it stops it soon (see above)
   std::size_t outModulo = 1000;   // period of progress output, in iterations; 0 = none
@@ -94,7 +94,7 @@ struct Params {
   RunWatcher* watcher = nullptr;  // null = nobody; must outlive run()
 };
 
-// What the last run() did. Energies, bound and gaps are computed where Params::tolerance asks for
+// Figures of the last run(). Energies, bound and gaps are computed where Params::tolerance asks for
 // them (docs/math.md, section 11) and belong to the state after iteration certifiedIteration; NaN
 // and 0 before a check.
 struct Statistics {
@@ -111,8 +111,8 @@ struct Statistics {
   bool stopped = false;                // by Params::cancel or the watcher
 
   // False when the iteration left NaN or infinite values in the labeling, in its duals or in the
-  // shares, or began with NaN in the data term or the weight. What getSolution() gives then means
-  // nothing, whether it shows or not.
+  // shares, or began with NaN in the data term or the weight. The result of getSolution() is
+  // then meaningless, even where it looks right.
   bool finite = true;
 };
 

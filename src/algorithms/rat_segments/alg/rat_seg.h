@@ -103,7 +103,7 @@ class RatSeg {
   // A second run() goes on where the first ended. Refused: see Params.
   void run();
 
-  // What the last run() did; valid until the next. No iterations when that one was refused.
+  // Figures of the last run(); valid until the next. No iterations when that one was refused.
   const Statistics& getStatistics() const;
 
   // The labeling, into n*w*h floats (not null): 1 for the label of the greatest value at each pixel

@@ -1,8 +1,8 @@
 #ifndef RATSEG_ALG_RAT_SEG_ARGUMENTS_H
 #define RATSEG_ALG_RAT_SEG_ARGUMENTS_H
 
-// What RatSeg refuses of its arguments and parameters. Each function returns whether they can be
-// used, and otherwise says on standard error in one line which cannot, and why.
+// Checks of the arguments and parameters of RatSeg. Each function returns true if they can be used;
+// otherwise it prints one line on standard error that says which cannot, and why.
 
 #include <cstddef>
 
@@ -10,14 +10,13 @@
 
 namespace namespace_ratseg {
 
-// Device numbers, sizes and the shape of blocks; the other parameters of alloc() it looks at
-// itself.
+// Device numbers, sizes and the shape of blocks; alloc() checks its other parameters itself.
 bool canAlloc(const Params& par);
 
-// Numbers that no iteration can compute with.
+// False for numbers that no iteration can compute with.
 bool canRun(const Params& par);
 
-// An array of that name, for that method.
+// False for a null array; name and method are for the message.
 bool isGiven(const void* array, const char* method, const char* name);
 
 bool isBackgroundLabel(std::size_t label, const Params& par);

@@ -238,7 +238,7 @@ bool RatSegImpl::alloc() {
     allocateArrays();
   } catch (cudaMallocException& e) {
     e.printError();
-    // Releases nothing, as is meant: what was allocated before the failure stays with its records.
+    // Intentionally releases nothing: what was allocated before stays with its records.
     free();
     return false;
   }

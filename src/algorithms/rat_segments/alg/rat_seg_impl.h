@@ -43,11 +43,11 @@ class RatSegImpl : public SolverState {
   void copyExtraRegions_u();
   void computeSumU__save_on_gpu0();
 
-  // Whether labeling, duals and shares hold neither NaN nor infinite values. Some engines turn NaN
-  // into numbers, so that in the data term or the weight is looked for as well.
+  // True if labeling, duals and shares hold neither NaN nor infinite values, and data term and
+  // weight no NaN, which some engines turn into numbers.
   bool stateIsFinite();
 
-  // Whether w, h and n are still those that the arrays were allocated for; otherwise says on
+  // True if w, h and n are still those that the arrays were allocated for; otherwise prints on
   // standard error that method cannot use them.
   bool sizesHold(const char* method) const;
 

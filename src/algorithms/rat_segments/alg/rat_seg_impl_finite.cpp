@@ -1,4 +1,4 @@
-// Whether the iteration ended in numbers.
+// Checks that the iteration ended in finite numbers.
 
 #include <algorithm>
 #include <bit>

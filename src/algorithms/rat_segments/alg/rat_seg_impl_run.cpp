@@ -44,7 +44,7 @@ struct RatSegImpl::Report {
   std::vector<float> a, gamma, alpha, beta, ratios, sigmas;
 };
 
-// What a watcher sees of a run: while it looks at the labeling, the arrays are whole.
+// The run as a watcher sees it: while it looks at the labeling, the arrays are whole.
 class RatSegImpl::Watched final : public RunState {
  public:
   Watched(RatSegImpl& solver, Engine& engine) : solver_(solver), engine_(engine) {}

@@ -76,7 +76,7 @@ void RatSegImpl::setDataterm(float4* image, float4** scribbles, std::size_t* scr
 }
 
 void RatSegImpl::getDataterm(float* rho) {
-  // The setter's name in the message is meant.
+  // The setter's name in the message is intentional.
   if (reportNotAllocated(allocatedArrays, "setDataterm")) return;
   for (int d = 0; d < bands(); ++d) {
     gpudata& g = arrays[d];
@@ -141,10 +141,10 @@ void RatSegImpl::getSolution(float* u) {
   const std::size_t pixels = par.w * par.h;
   for (std::size_t k = 0; k < pixels; ++k) {
     std::size_t best = 0;
-    float greatest = 0.0f;
+    float maxValue = 0.0f;
     for (std::size_t i = 0; i < par.n; ++i) {
-      if (u[i * pixels + k] > greatest) {
-        greatest = u[i * pixels + k];
+      if (u[i * pixels + k] > maxValue) {
+        maxValue = u[i * pixels + k];
         best = i;
       }
     }

@@ -19,14 +19,14 @@ constexpr double kMax = FLT_MAX;
 
 bool isUpperBound(const SharePrior& p) { return p.kind == Params::kind_prior_upperBound; }
 
-// Whether label i's share of the foreground must be its ratio.
+// True if label i's share of the foreground must be its ratio.
 bool isStrict(const SharePrior& p, std::size_t i) {
   if (p.kind == Params::kind_prior_lowerBound) return p.mu > 0.0;
   if (!isUpperBound(p) || p.mu == 0.0) return false;
   return p.mu < 0.0 || p.mu >= kMax || p.sigmas[i] == 0.0 || p.eps == 0.0;
 }
 
-// What label i may have of the foreground.
+// The allowed shares of label i in the foreground.
 struct Range {
   double lo = 0.0, hi = 1.0;
 };
@@ -152,14 +152,14 @@ double relativeGap(double energy, double bound, double size) {
 }
 
 // The least beta that goes with alpha (docs/math.md, sections 5.3 and 5.5).
-double leastBeta(const SharePrior& p, std::size_t i, double alpha) {
+double minBeta(const SharePrior& p, std::size_t i, double alpha) {
   if (p.kind == Params::kind_prior_interval) return std::max(p.mins[i] * alpha, p.maxs[i] * alpha);
   if (isStrict(p, i)) return 0.0;
   return alpha != 0.0 ? p.sigmas[i] * p.sigmas[i] * p.pixels * p.eps / (p.mu * p.mu) * alpha * alpha
                       : 0.0;
 }
 
-// What alpha_i and beta_i add per pixel: attached to a_i, and to -B.
+// The costs per pixel that alpha_i and beta_i add: the factor of a_i, and that of -B.
 struct Slopes {
   double share = 0.0, foreground = 0.0;
 };
@@ -167,14 +167,14 @@ Slopes slopesOf(const SharePrior& p, const ShareDuals& duals, std::size_t i) {
   const double alpha = duals.alpha[i];
   switch (p.kind) {
     case Params::kind_prior_interval:
-      return {alpha, std::max(duals.beta[i], leastBeta(p, i, alpha))};
+      return {alpha, std::max(duals.beta[i], minBeta(p, i, alpha))};
     case Params::kind_prior_lowerBound: {
       const double scaled = p.mu > 0.0 ? p.mu / p.pixels * alpha : 0.0;
       return {scaled, scaled * p.ratios[i]};
     }
     case Params::kind_prior_upperBound: {
       const double used = p.mu != 0.0 ? alpha : 0.0;
-      return {used, used * p.ratios[i] + std::max(duals.beta[i], leastBeta(p, i, used))};
+      return {used, used * p.ratios[i] + std::max(duals.beta[i], minBeta(p, i, used))};
     }
     default:
       return {};
@@ -182,7 +182,7 @@ Slopes slopesOf(const SharePrior& p, const ShareDuals& duals, std::size_t i) {
 }
 
 // min over 0 <= B <= 1 of slope B + barrier / B
-double leastOverForeground(double slope, double barrier) {
+double minOverForeground(double slope, double barrier) {
   if (!(barrier > 0.0)) return std::min(slope, 0.0);
   return slope > barrier ? 2.0 * std::sqrt(slope * barrier) : slope + barrier;
 }
@@ -197,15 +197,15 @@ double priorEnergy(const SharePrior& prior, const Values& shares) {
 double shareBound(const SharePrior& prior, const ShareDuals& duals) {
   const double background = duals.gamma[prior.background];
   if (prior.n == 1) return prior.pixels * background;
-  double least = kInfinity;  // over the foreground labels: what a share of the image costs
+  double minShareCost = kInfinity;  // per share of the image, over the foreground labels
   double foreground = 0.0;
   forEachForeground(prior, [&](std::size_t i) {
     const Slopes slopes = slopesOf(prior, duals, i);
-    least = std::min(least, duals.gamma[i] + slopes.share);
+    minShareCost = std::min(minShareCost, duals.gamma[i] + slopes.share);
     foreground += slopes.foreground;
   });
-  const double slope = prior.pixels * (least - background - foreground);
-  return prior.pixels * background + leastOverForeground(slope, barrierOf(prior));
+  const double slope = prior.pixels * (minShareCost - background - foreground);
+  return prior.pixels * background + minOverForeground(slope, barrierOf(prior));
 }
 
 Certificate certificate(const SharePrior& prior, const Values& sums, const ShareDuals& duals) {

@@ -1,8 +1,8 @@
 #ifndef RATSEG_ALG_CERTIFICATE_CERTIFICATE_H
 #define RATSEG_ALG_CERTIFICATE_CERTIFICATE_H
 
-// How far a labeling is from the optimum: energies and the lower bound from the sums over the
-// pixels (certificate_kernels.h) and the variables of the prior. Plain arithmetic in double
+// Measures how far a labeling is from the optimum: energies and the lower bound from the sums over
+// the pixels (certificate_kernels.h) and the variables of the prior. Plain arithmetic in double
 // precision; docs/math.md, section 11.
 
 #include <cstddef>

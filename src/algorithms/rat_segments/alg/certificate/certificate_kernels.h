@@ -40,7 +40,7 @@ enum CertificateTerm {
   kDataSize,   // sum_i |rho_i| u_i
   kLength,     // R sum_i |grad u_i|,  R = g lambda/2
   kExcess,     // sum_i max(|p_i| - R, 0), which rounding leaves, or a little more
-  kUnallowed,  // what labels have that are not allowed there
+  kUnallowed,  // sum of u_i over labels that are not allowed at the pixel
   kHardData,   // the same of the hard labeling
   kHardLength,
   kHardUnallowed,  // 1 where the hard labeling takes a label that is not allowed
@@ -63,10 +63,10 @@ RATSEG_HD inline void certificate_pixels(double* __restrict__ inverse, int* __re
                                          const CertificateBand& b, std::size_t at) {
   const std::size_t plane = b.w * (b.ymax - b.ymin + 1);
   double sum[LANES];
-  float greatest[LANES];
+  float maxValue[LANES];
   for (int l = 0; l < LANES; ++l) {
     sum[l] = 0.0;
-    greatest[l] = 0.0f;
+    maxValue[l] = 0.0f;
     label[l] = 0;
   }
   for (std::size_t i = 0; i < b.n; ++i) {
@@ -76,11 +76,11 @@ RATSEG_HD inline void certificate_pixels(double* __restrict__ inverse, int* __re
     for (int l = 0; l < LANES; ++l) sum[l] += static_cast<double>(u[l]);
     RATSEG_INDEPENDENT
     for (int l = 0; l < LANES; ++l) {
-      const int taken = u[l] > greatest[l] ? -1 : 0;
+      const int taken = u[l] > maxValue[l] ? -1 : 0;
       label[l] = (number & taken) | (label[l] & ~taken);
     }
     RATSEG_INDEPENDENT
-    for (int l = 0; l < LANES; ++l) greatest[l] = u[l] > greatest[l] ? u[l] : greatest[l];
+    for (int l = 0; l < LANES; ++l) maxValue[l] = u[l] > maxValue[l] ? u[l] : maxValue[l];
   }
   for (int l = 0; l < LANES; ++l) inverse[l] = sum[l] > 0.0 ? 1.0 / sum[l] : 0.0;
 }
@@ -94,9 +94,9 @@ RATSEG_HD inline double hardSlopes(bool right, bool below, bool same) {
   return right || below ? 2.0 : 0.0;
 }
 
-// What a tile adds. Call add for each label in turn, then finish. hasLeft and hasRight: whether
-// there are pixels left and right of the tile. Elements left and right of it are read in any case;
-// there always are some, if only of the row before or after.
+// The sums of one tile. Call add for each label in turn, then finish. hasLeft and hasRight tell
+// whether there are pixels left and right of the tile. Elements left and right of it are read in
+// any case; there always are some, if only of the row before or after.
 template <int LANES>
 class CertificateTile {
  public:
@@ -120,7 +120,7 @@ class CertificateTile {
       const float g = b.weight != nullptr ? b.weight[y * b.w + x + l] : 1.0f;
       radius_[l] = discRadius(g, b.lambda, HUGE_VAL);
       halfInverse_[l] = radius_[l] > 0.0 ? 0.5 / radius_[l] : 0.0;
-      least_[l] = leastForbidden_[l] = leastForced_[l] = HUGE_VAL;
+      min_[l] = minForbidden_[l] = minForced_[l] = HUGE_VAL;
       data_[l] = size_[l] = slopes_[l] = excess_[l] = special_[l] = 0.0;
       finite_[l] = forbidden_[l] = 0.0;
     }
@@ -146,10 +146,10 @@ class CertificateTile {
   RATSEG_HD void finish(double* terms) const {
     const auto to = [terms](int term, int l) -> double& { return terms[term * LANES + l]; };
     for (int l = 0; l < LANES; ++l) {
-      const bool forces = leastForced_[l] < HUGE_VAL;
-      const bool costs = !forces && least_[l] < HUGE_VAL;  // finite costs count
-      const double free = costs ? least_[l] : leastForbidden_[l];
-      to(kReduced, l) += forces ? leastForced_[l] : free;
+      const bool forces = minForced_[l] < HUGE_VAL;
+      const bool costs = !forces && min_[l] < HUGE_VAL;  // finite costs count
+      const double free = costs ? min_[l] : minForbidden_[l];
+      to(kReduced, l) += forces ? minForced_[l] : free;
       to(kData, l) += costs ? data_[l] : 0.0;
       to(kDataSize, l) += costs ? size_[l] : 0.0;
       to(kLength, l) += slopes_[l] > 0.0 ? radius_[l] * slopes_[l] : 0.0;
@@ -222,7 +222,7 @@ class CertificateTile {
     RATSEG_INDEPENDENT
     for (int l = 0; l < LANES; ++l) {
       const double c = static_cast<double>(rho[l]);
-      least_[l] = lesser(least_[l], c + reduced[l]);
+      min_[l] = lesser(min_[l], c + reduced[l]);
       data_[l] += c * share[l];
       size_[l] += fabs(c) * share[l];
       finite_[l] += share[l];
@@ -235,15 +235,15 @@ class CertificateTile {
     for (int l = 0; l < LANES; ++l) {
       cost[l] = 0.0;
       if (rho[l] >= FLT_MAX) {
-        leastForbidden_[l] = lesser(leastForbidden_[l], reduced[l]);
+        minForbidden_[l] = lesser(minForbidden_[l], reduced[l]);
         forbidden_[l] += share[l];
         special_[l] += 1.0;
       } else if (rho[l] <= -FLT_MAX) {
-        leastForced_[l] = lesser(leastForced_[l], reduced[l]);
+        minForced_[l] = lesser(minForced_[l], reduced[l]);
         special_[l] += 1.0;
       } else {
         const double c = static_cast<double>(rho[l]);
-        least_[l] = lesser(least_[l], c + reduced[l]);
+        min_[l] = lesser(min_[l], c + reduced[l]);
         data_[l] += c * share[l];
         size_[l] += fabs(c) * share[l];
         finite_[l] += share[l];
@@ -276,9 +276,9 @@ class CertificateTile {
   const int* label_;
   const int* labelBelow_;
   double radius_[LANES], halfInverse_[LANES];
-  double least_[LANES], leastForbidden_[LANES], leastForced_[LANES];
+  double min_[LANES], minForbidden_[LANES], minForced_[LANES];
   double data_[LANES], size_[LANES], slopes_[LANES], excess_[LANES], special_[LANES];
-  double finite_[LANES], forbidden_[LANES];  // what labels have of each kind of cost
+  double finite_[LANES], forbidden_[LANES];  // sums of u_i over labels with such costs
 };
 
 }  // namespace RATSEG_ISA

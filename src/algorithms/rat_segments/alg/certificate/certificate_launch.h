@@ -25,13 +25,13 @@ class CertificateKernels {
                                       std::size_t count, const float* gamma, const float* alpha,
                                       const float* beta, std::size_t n) = 0;
 
-  // Those of each backend; the CUDA ones only in builds with that backend.
+  // The launchers of each backend; cuda() exists only in builds with that backend.
   static CertificateKernels& host();
   static CertificateKernels& cuda();
 
  protected:
   ~CertificateKernels() =
-      default;  // there to the end: threads may still launch while the process ends
+      default;  // never destroyed: threads may still launch while the process ends
 };
 
 // Shared memory of ratseg_certificate with blocks of that many threads: the sums per label of each
@@ -40,7 +40,7 @@ constexpr std::size_t certificateSharedBytes(std::size_t threads, std::size_t n)
   return threads / 32 * 2 * n * sizeof(double) + n * sizeof(unsigned);
 }
 
-// Those of the current backend.
+// The launchers of the current backend.
 inline CertificateKernels& certificateKernels() { return currentLaunchers<CertificateKernels>(); }
 
 }  // namespace namespace_ratseg

@@ -20,10 +20,10 @@ class Certifier {
   // Allocates the parts' sums on each device; solver must outlive the certifier.
   explicit Certifier(SolverState& solver);
 
-  // Iterations from iteration step on up to the next check, at least 1: there is one after every
-  // certifyModulo iterations, and after the last. The accelerated iteration, which may be done
-  // after a few dozen, is checked after 64 and then after a quarter more each time, but no later
-  // than after another certifyModulo.
+  // Number of iterations, at least 1, from iteration step on up to the next check. There is a check
+  // after every certifyModulo iterations and after the last. The accelerated iteration may need
+  // only a few dozen: it is checked after 64 iterations and then each time their number has grown
+  // by a quarter, but at least every certifyModulo.
   std::size_t stepsToCheck(std::size_t step) const;
 
   // Certifies the state, which is that after iteration step, into the solver's statistics. True

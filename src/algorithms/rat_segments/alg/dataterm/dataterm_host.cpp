@@ -61,13 +61,14 @@ void scribbleDatatermHost(float* out, const float4* image, std::size_t pixels,
     thread_local std::vector<float> exponents;
     exponents.resize(columns.size);
     const float4 lab = tile::labFromRgb(distinct.colours[k]);
-    const float least = loops.exponents(columns, lab.x, lab.y, lab.z, scale, exponents.data());
-    if (least >= thr) {  // the mean is at most exp(-least), so the cap holds
+    const float minExponent =
+        loops.exponents(columns, lab.x, lab.y, lab.z, scale, exponents.data());
+    if (minExponent >= thr) {  // the mean is at most exp(-minExponent), so the cap holds
       cost[k] = thr;
       return;
     }
-    const float sum = loops.weightedSum(columns, exponents.data(), least);
-    cost[k] = tile::scribbleCost(least, sum, scribblesNum, thr);
+    const float sum = loops.weightedSum(columns, exponents.data(), minExponent);
+    cost[k] = tile::scribbleCost(minExponent, sum, scribblesNum, thr);
   });
   for (std::size_t k = 0; k < pixels; ++k) out[k] = cost[distinct.index[k]];
 }

@@ -43,9 +43,9 @@ inline constexpr float kNoLikelihood = 103.97208f;
 
 // The label's cost min(thr, -ln(sum_j exp(-e_j) / count)) from the least exponent e_0 and
 // sum = sum_j exp(e_0 - e_j): written so, likelihoods near the least number keep their digits.
-RATSEG_HD inline float scribbleCost(float leastExponent, float sum, std::size_t count, float thr) {
-  if (leastExponent >= kNoLikelihood) return thr;
-  const float cost = leastExponent - logf(sum / static_cast<float>(count));
+RATSEG_HD inline float scribbleCost(float minExponent, float sum, std::size_t count, float thr) {
+  if (minExponent >= kNoLikelihood) return thr;
+  const float cost = minExponent - logf(sum / static_cast<float>(count));
   return cost < thr ? cost : thr;
 }
 

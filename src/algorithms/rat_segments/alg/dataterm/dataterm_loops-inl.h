@@ -34,22 +34,22 @@ inline vec expOfNegative(vec x) {
 
 float scribbleExponents(const ScribbleColumns& s, float L, float a, float b, float scale,
                         float* exponents) {
-  vec least = splat(std::numeric_limits<float>::infinity());
+  vec minExponent = splat(std::numeric_limits<float>::infinity());
   for (std::size_t j = 0; j < s.size; j += kLanes) {
     const vec dL = load(s.L + j) - L, da = load(s.a + j) - a, db = load(s.b + j) - b;
     const vec e = (dL * dL + da * da + db * db) * scale;
     store(exponents + j, e);
-    least = minOf(e, least);
+    minExponent = minOf(e, minExponent);
   }
-  float first = least[0];
-  for (std::size_t l = 1; l < kLanes; ++l) first = least[l] < first ? least[l] : first;
+  float first = minExponent[0];
+  for (std::size_t l = 1; l < kLanes; ++l) first = minExponent[l] < first ? minExponent[l] : first;
   return first;
 }
 
-float scribbleSum(const ScribbleColumns& s, const float* exponents, float least) {
+float scribbleSum(const ScribbleColumns& s, const float* exponents, float minExponent) {
   vec sum = {};
   for (std::size_t j = 0; j < s.size; j += kLanes) {
-    sum += load(s.weight + j) * expOfNegative(least - load(exponents + j));
+    sum += load(s.weight + j) * expOfNegative(minExponent - load(exponents + j));
   }
   double total = 0.0;
   for (std::size_t l = 0; l < kLanes; ++l) total += static_cast<double>(sum[l]);

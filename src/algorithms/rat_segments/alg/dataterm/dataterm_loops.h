@@ -10,8 +10,8 @@
 
 namespace namespace_ratseg {
 
-// Scribble colours in CIELAB, one array per channel, and how often each stands. size is a multiple
-// of kScribbleLanes; padding has weight 0 and a colour that is there.
+// Scribble colours in CIELAB, one array per channel, and the number of times that each occurs. size
+// is a multiple of kScribbleLanes; padding has weight 0 and repeats one of the colours.
 struct ScribbleColumns {
   const float* L;
   const float* a;
@@ -29,8 +29,8 @@ struct DatatermLoops {
   // least.
   float (*exponents)(const ScribbleColumns& scribbles, float L, float a, float b, float scale,
                      float* exponents);
-  // sum_j weight_j exp(least - exponents_j)
-  float (*weightedSum)(const ScribbleColumns& scribbles, const float* exponents, float least);
+  // sum_j weight_j exp(minExponent - exponents_j)
+  float (*weightedSum)(const ScribbleColumns& scribbles, const float* exponents, float minExponent);
 };
 
 const DatatermLoops& datatermLoops(HostIsa isa = hostIsa());

@@ -14,18 +14,18 @@ namespace namespace_ratseg {
 // iteration, instead of one launch per kernel. It computes what the plain engine computes, up to
 // rounding.
 //
-// The order of one iteration: the sums of u_bar are there from the sweep before, so gamma and the
+// The order of one iteration: the sums of u_bar are known from the previous sweep, so gamma and the
 // shares come first; then rows at the lower edge of each thread's piece take their dual step, since
 // the piece below needs them; then each thread sweeps its piece, and each row takes its dual and
 // its primal step. A row's dual step reads u_bar of the row below, which has not taken its primal
 // step yet.
 class HostEngine final : public Engine {
  public:
-  // Whether the current backend and the bands allow the engine: the host, and peer access between
-  // all neighbours (without it boundary rows are moved by the copy engine, whose rows differ).
+  // True if the current backend is the host and all neighbouring bands have peer access. (Without
+  // it the copy engine moves boundary rows, and others than the kernels do.)
   static bool canRun(const SolverState& solver);
 
-  // Takes the solver's arrays over: while the engine has them, the rows of p are split.
+  // Takes the arrays from the solver; while the engine has them, the rows of p are split.
   HostEngine(SolverState& solver, const StepSizes& sizes, const HostSweep& sweep = hostSweep());
   ~HostEngine() override;
   HostEngine(const HostEngine&) = delete;

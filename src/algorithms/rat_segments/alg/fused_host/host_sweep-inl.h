@@ -67,7 +67,7 @@ struct Row {
     rho = b.rho + i * b.w * rows + y * b.w;
   }
 
-  // What the memory holds rather than the cache: the other arrays' rows have just been touched.
+  // Fetches what is in memory rather than in the cache: the other arrays' rows were just used.
   inline void prefetch(std::size_t x) const {
     __builtin_prefetch(px + x, 1);
     __builtin_prefetch(py + x, 1);
@@ -212,8 +212,8 @@ inline vec thresholdFrom(vec t, const float* v, std::size_t n) {
   return t;
 }
 
-__attribute__((noinline, cold)) void moveToZero(float* v, std::size_t n, const float* greatest) {
-  const vec shift = load(greatest);
+__attribute__((noinline, cold)) void moveToZero(float* v, std::size_t n, const float* maxima) {
+  const vec shift = load(maxima);
   for (std::size_t i = 0; i < n; ++i) store(v + i * kLanes, load(v + i * kLanes) - shift);
 }
 

@@ -5,8 +5,8 @@
 
 #include "device/types.h"
 
-// Files that are compiled for one instruction set name it, so that no function of one set can be
-// taken for another's.
+// Files compiled for one instruction set put its name into the namespace, so that the linker cannot
+// mix up functions of different sets.
 #ifndef RATSEG_ISA
 #define RATSEG_ISA isa_any
 #endif

@@ -14,7 +14,7 @@
 
 namespace namespace_ratseg::tile {
 
-// What the step reads, n floats per array; the entries of ratios and sigmas at ind_bgr are not
+// The input of the step, n floats per array; the entries of ratios and sigmas at ind_bgr are not
 // used.
 struct ShareStepInput {
   const float* sum_u;   // sums of u_bar over the image
@@ -48,9 +48,9 @@ RATSEG_HD inline double shareTarget(const ShareStepInput& in, const float* gamma
   return static_cast<double>(in.sum_u[i]) / in.pixels - static_cast<double>(gamma[i]) / in.step;
 }
 
-// How the labels are shared out: lane takes the labels lane, lane + lanes, ..., sum() gives all
-// lanes the sum of their values, the same to the bit, and after wait() no lane still reads what
-// came before. This is all labels in one thread.
+// Divides the labels among lanes: a lane takes the labels lane, lane + lanes, ...; sum() gives all
+// lanes the sum of their values, the same to the bit; wait() returns when all lanes have called it.
+// This one is for a single thread that takes all labels.
 struct OneLane {
   std::size_t lane = 0, lanes = 1;
   RATSEG_HD double sum(double value) const { return value; }

@@ -133,11 +133,11 @@ RATSEG_HD inline void ratseg_setLocalSolution_kernel(float* u, const float* rho,
                                                      std::size_t n, std::size_t x, std::size_t y) {
   const std::size_t hb = ymax - ymin;
   std::size_t best = 0;
-  float least = FLT_MAX;
+  float minCost = FLT_MAX;
   for (std::size_t i = 0; i < n; ++i) {
     const float cost = rho[i * w * hb + y * w + x];
-    if (cost < least) {
-      least = cost;
+    if (cost < minCost) {
+      minCost = cost;
       best = i;
     }
   }

@@ -9,9 +9,9 @@
 
 namespace namespace_ratseg {
 
-// Where the solver's calls are checked. Their path is one for all files and fixed, because whoever
-// reads what a failed call prints knows the solver by it; so each file's line numbers have
-// thousands of their own.
+// Checks of the solver's calls. A failed call prints a path and a line. The path is fixed and the
+// same for all files, because readers of that message know the solver by it; so that the line still
+// tells the files apart, each file's numbers begin at a thousand of its own.
 inline constexpr const char* kImplPath = "src/algorithms/rat_segments/alg/rat_seg_impl";
 struct FileLines {
   std::string_view file;
@@ -35,7 +35,7 @@ constexpr unsigned long printedLine(std::string_view path, unsigned long line) {
 // Held while a solver writes to standard output, so that lines of several threads do not mix.
 inline std::mutex standardOutputMutex;
 
-// The checks of util/cudadefs.h, for the line that they stand in.
+// The checks of util/cudadefs.h, with the place of the call.
 inline void check(SourceLocation where = SourceLocation::current()) {
   cuda_check(kImplPath, printedLine(where.file_name(), where.line()));
 }

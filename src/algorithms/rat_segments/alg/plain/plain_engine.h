@@ -8,7 +8,7 @@
 
 namespace namespace_ratseg {
 
-// One launch per kernel. It runs on every device, and the other engines are compared with it.
+// The engine with one launch per kernel. It runs on every device; the others are compared with it.
 class PlainEngine final : public Engine {
  public:
   PlainEngine(SolverState& solver, const StepSizes& sizes) : steps_(solver), sizes_(sizes) {}

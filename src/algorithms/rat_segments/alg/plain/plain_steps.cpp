@@ -34,7 +34,7 @@ void PlainSteps::copyExtraRegions_p() {
       continue;
     }
     solver_.select(d);
-    // The copy engine takes row h-1 where the kernel takes row h; both are meant.
+    // The copy engine takes row h-1 where the kernel takes row h; both are intentional.
     for (std::size_t i = 0; i < par_.n; ++i) {
       cudaMemcpyPeer(to.p.get_ptr() + i * to.NOmegaOffset, solver_.dev[d],
                      from.p.get_ptr() + i * from.NOmegaOffset + (from.h - 1) * par_.w,
@@ -57,7 +57,7 @@ void PlainSteps::copyExtraRegions_u() {
       continue;
     }
     solver_.select(d);
-    // The copy engine fills row h-1 where the kernel fills row h; both are meant.
+    // The copy engine fills row h-1 where the kernel fills row h; both are intentional.
     for (std::size_t i = 0; i < par_.n; ++i) {
       cudaMemcpyPeer(to.u_bar.get_ptr() + i * to.NOmegaOffset + (to.h - 1) * par_.w, solver_.dev[d],
                      from.u_bar.get_ptr() + i * from.NOmegaOffset, solver_.dev[d + 1],

@@ -22,13 +22,13 @@ class PlainSteps {
   void updateShares(float tau, float sigma);
   void primalStepOfLabeling(float tau);
 
-  // What the exact step of the shares works on: n floats each, on device 0.
+  // Arrays of the exact step of the shares: n floats each, on device 0.
   struct ShareArrays {
     float *a_before, *gamma_before, *a, *a_bar, *gamma, *alpha, *beta, *sum_u;
   };
   void launchExactShares(cudaStream_t stream, const ShareArrays& s, float step);
 
-  // Of the kernels with a thread per label.
+  // Shape of launches with a thread per label.
   LaunchShape perLabel() const;
 
  private:

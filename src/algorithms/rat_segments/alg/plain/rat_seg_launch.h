@@ -88,15 +88,15 @@ class RatSegKernels {
   virtual void ratseg_free_shares(const LaunchShape& shape, float* a, float* a_bar, float* gamma,
                                   float* sum_u, std::size_t NOmega, std::size_t n) = 0;
 
-  // Those of each backend; the CUDA ones only in builds with that backend.
+  // The launchers of each backend; cuda() exists only in builds with that backend.
   static RatSegKernels& host();
   static RatSegKernels& cuda();
 
  protected:
-  ~RatSegKernels() = default;  // there to the end: threads may still launch while the process ends
+  ~RatSegKernels() = default;  // never destroyed: threads may launch while the process ends
 };
 
-// Those of the current backend.
+// The launchers of the current backend.
 inline RatSegKernels& ratSegKernels() { return currentLaunchers<RatSegKernels>(); }
 
 }  // namespace namespace_ratseg

@@ -72,7 +72,7 @@ __global__ void ratseg_setdataterm_scribbles(float* rho, float4* image, float4* 
   const unsigned threads = blockDim.x * blockDim.y;
   const float4 lab = inside ? tile::labFromRgb(image[y * w + x]) : float4{0.0f, 0.0f, 0.0f, 0.0f};
 
-  float least = FLT_MAX;
+  float minExponent = FLT_MAX;
   float sum = 0.0f;
   for (int pass = 0; pass < 2; ++pass) {  // the least exponent, then the sum
     for (std::size_t begin = 0; begin < scribblesNum; begin += kChunk) {
@@ -85,15 +85,16 @@ __global__ void ratseg_setdataterm_scribbles(float* rho, float4* image, float4* 
       for (unsigned k = 0; k < chunk; ++k) {
         const float e = tile::scribbleExponent(lab, labs[k], sigma);
         if (pass == 0) {
-          least = fminf(least, e);
+          minExponent = fminf(minExponent, e);
         } else {
-          sum += expf(least - e);
+          sum += expf(minExponent - e);
         }
       }
     }
   }
   if (!inside) return;
-  const float cost = scribblesNum == 0 ? thr : tile::scribbleCost(least, sum, scribblesNum, thr);
+  const float cost =
+      scribblesNum == 0 ? thr : tile::scribbleCost(minExponent, sum, scribblesNum, thr);
   rho[i0 * w * (ymax - ymin) + y * w + x] = cost;
 }
 

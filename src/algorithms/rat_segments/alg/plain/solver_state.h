@@ -1,8 +1,8 @@
 #ifndef RATSEG_ALG_PLAIN_SOLVER_STATE_H
 #define RATSEG_ALG_PLAIN_SOLVER_STATE_H
 
-// What a solver holds: its parameters, one band of image rows per device, and the numbers that the
-// steps of the iteration need. Array layouts: labeling_kernels.h.
+// The state of a solver: its parameters, one band of image rows per device, and the numbers that
+// the steps of the iteration need. Array layouts: labeling_kernels.h.
 
 #include <cstddef>
 
@@ -47,7 +47,7 @@ struct gpudata {
   float* weightHat = nullptr;  // the run's weight: the array, or null for 1 everywhere
   cuda_summator<float> summator;
   LaunchShape primU;  // of ratseg_prim_u: block and grid unless its scratch needs a smaller block
-  cudaEvent_t queued = nullptr;  // recorded behind what other devices wait for
+  cudaEvent_t queued = nullptr;  // recorded after the work that other devices wait for
 };
 
 struct SolverState {
@@ -62,15 +62,16 @@ struct SolverState {
   // Bands that hold arrays: nDev after a successful alloc(), otherwise 0.
   int bands() const { return allocatedArrays ? nDev : 0; }
 
-  // Whether device a of the list reaches the memory of device b of the list.
+  // True if device a of the list can access the memory of device b of the list.
   bool canAccess(int a, int b) const { return canAccess_array[b * nDev + a]; }
 
-  // Whether all bands that exchange anything reach each other: neighbours their rows, all bands
-  // their sums and multipliers with the first. Without it the copy engine moves boundary rows, and
-  // others than the kernels do, which only the plain engine knows.
+  // True if all bands that exchange data can access each other's memory: neighbours exchange rows,
+  // all bands exchange sums and multipliers with the first. Without it the copy engine moves
+  // boundary rows, and others than the kernels do; only the plain engine supports that.
   bool bandsReachEachOther() const;
 
-  // Whether run() takes the accelerated iteration: asked for, and the prior has an exact step.
+  // True if run() takes the accelerated iteration: it is asked for, and the prior has an exact
+  // step.
   bool accelerates() const;
 
   // constAlpha of the kind of prior: the pixels of the image, or 1 (docs/math.md, section 5.6).

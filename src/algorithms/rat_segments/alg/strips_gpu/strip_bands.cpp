@@ -15,8 +15,8 @@ bool ranOutOfMemory() {
   return true;
 }
 
-// What a device needs after the engine's arrays: kernels that are loaded when they are first
-// launched, their local memory, the summation's scratch, recordings.
+// The memory that a device needs besides the engine's arrays: kernels, which are loaded when they
+// are first launched, their local memory, the summation's scratch, recordings.
 constexpr std::size_t kMemoryLeft = std::size_t{64} << 20;
 
 // Of the current device.

@@ -12,14 +12,14 @@
 
 namespace namespace_ratseg {
 
-// One band's arrays, each with the others that it takes turns with. Those of odd and even
-// iterations stand at [k % 2].
+// One band's arrays. Those that take turns are together; where there are two, iteration k uses
+// [k % 2].
 struct StripBuffers {
   std::array<float*, 3> u = {};
   std::array<float2*, 2> p = {};
   std::array<float*, 2> gamma = {};
-  std::array<float*, 2> sum = {};  // of u_bar that went into the gamma beside it
-  // With the exact step of the shares: those that belong to the gamma beside them.
+  std::array<float*, 2> sum = {};  // sums of u_bar that gamma of the same index was computed from
+  // With the exact step of the shares: the values that belong to gamma of the same index.
   std::array<float*, 2> a = {}, alpha = {}, beta = {};
   cudaarray<float> extraU, perLabel, partials, counter;
   cudaarray<float2> extraP;
@@ -39,7 +39,7 @@ class StripBands {
 
   StripBands(SolverState& solver, const StepSizes& sizes);
 
-  // False when a device has no room for the second arrays and for what comes after them.
+  // False when a device has no room for the second arrays and for later needs.
   bool allocate(const StripWish& wish);
 
   std::size_t size() const { return bands_.size(); }
@@ -51,18 +51,17 @@ class StripBands {
   std::size_t done() const { return done_; }
   void setDone(std::size_t done) { done_ = done; }
 
-  // Of the arrays of the labeling: the one that the coming iteration starts from, the one before
-  // that, and the one that it writes.
+  // Indices of u: the labeling that the next iteration starts from, the one before that, and the
+  // one that it writes.
   std::size_t current() const { return 2 * done_ % 3; }
   std::size_t previous() const { return (2 * done_ + 1) % 3; }
   std::size_t next() const { return (2 * done_ + 2) % 3; }
-  // Of the arrays of the dual field and of the multipliers: what the coming iteration reads, and
-  // what it writes.
+  // Indices of p, gamma and the others in pairs: what the next iteration reads, and what it writes.
   std::size_t now() const { return done_ % 2; }
   std::size_t then() const { return 1 - done_ % 2; }
 
-  // Whether the sweep of an iteration also computes the gamma of the next one, so that an iteration
-  // is one kernel.
+  // True if the sweep of an iteration also computes gamma of the next one, so that an iteration is
+  // one kernel.
   bool nextGammaInSweep() const { return bands_.size() == 1 && !solver_.accelerates(); }
 
   // For the launches of the coming iteration: all rows of a band, the prior's step on device 0, and

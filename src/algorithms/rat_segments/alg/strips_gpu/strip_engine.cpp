@@ -139,10 +139,10 @@ void StripEngine::publishShares(std::size_t parity) {
 }
 
 std::size_t StripEngine::stepsAhead(const Params& par, std::size_t step) {
-  const std::size_t most = std::min(par.Nsteps - step + 1, kStepsAtOnce);
-  if (par.outModulo == 0) return most;
+  const std::size_t maxSteps = std::min(par.Nsteps - step + 1, kStepsAtOnce);
+  if (par.outModulo == 0) return maxSteps;
   const std::size_t behind = step % par.outModulo;
-  return behind == 0 ? 1 : std::min(most, par.outModulo - behind);
+  return behind == 0 ? 1 : std::min(maxSteps, par.outModulo - behind);
 }
 
 void StripEngine::advance(std::size_t count) {

@@ -18,13 +18,13 @@ namespace namespace_ratseg {
 // The fused engine of the GPUs: on one band, an iteration is one kernel. It computes what the plain
 // engine computes, up to rounding.
 //
-// One band, iteration k, which starts with the multipliers gamma_k already there:
+// One band, iteration k, which starts with the multipliers gamma_k already computed:
 // - each thread takes the dual step and then the primal step of the labeling at its pixels, and the
 //   labeling's sums are added up block by block;
 // - at the same time one more block takes the prior's step (alpha, beta and a), which needs gamma_k
 //   but no pixels;
 // - the block that finishes last adds up the sums of all blocks, and computes gamma_(k+1) from them
-//   and from a_bar. So the next iteration can start, too, with its gamma there.
+//   and from a_bar, with which the next iteration starts.
 //
 // Labeling and dual field are read from one array and written to another: 20 bytes read and 12
 // written per pixel and label (u, the u before, p, rho; u, p), and 12 bytes of memory more than the
@@ -40,12 +40,12 @@ namespace namespace_ratseg {
 // which comes after the sums are known and computes gamma and the shares of the next iteration.
 class StripEngine final : public Engine {
  public:
-  // Whether the backend has the engine's kernels and the bands allow it: they reach each other,
-  // have planes of less than 2^31 elements, and no more labels than a block has threads.
+  // True if the backend has the engine's kernels and the bands reach each other, have planes of
+  // less than 2^31 elements, and no more labels than a block has threads.
   static bool canRun(const SolverState& solver);
 
-  // Takes the solver's arrays over until it is destroyed; null when a device has no room for the
-  // second arrays and 64 MiB for what comes after them.
+  // The engine takes the arrays from the solver until it is destroyed. Null when a device has no
+  // room for the second arrays and 64 MiB for later needs (StripBands::allocate).
   static std::unique_ptr<StripEngine> make(SolverState& solver, const StepSizes& sizes,
                                            const StripWish& wish = {});
   ~StripEngine() override;
@@ -66,15 +66,16 @@ class StripEngine final : public Engine {
   void handOver() override;
   void takeOver() override;
 
-  // Whether the last kStepsAtOnce iterations that were queued at once were a recorded graph.
+  // True if the last kStepsAtOnce iterations that were queued at once were a recorded graph.
   bool replayed() const { return replayed_; }
 
-  // Brings gamma of all devices and sum_u of device 0 up to date, behind what is queued, and with
-  // the exact step of the shares a, a_bar, alpha and beta, which otherwise always are.
+  // Brings gamma of all devices and sum_u of device 0 up to date, after the work already queued.
+  // With the exact step of the shares also a, a_bar, alpha and beta (otherwise they are always up
+  // to date).
   void publish() override;
 
  private:
-  // Between two calls all that the bands' queues hold comes before the end of band 0's main one.
+  // Invariant between calls: band 0's main queue ends only after the work in all bands' queues.
 
   StripEngine(SolverState& solver, const StepSizes& sizes);
   void fillHaloOfU();

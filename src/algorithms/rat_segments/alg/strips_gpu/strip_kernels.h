@@ -27,7 +27,7 @@ namespace namespace_ratseg::tile {
 // right border stands on the last columns, too.
 struct StripPlace {
   unsigned x, y0, y1;
-  bool owns;  // are the results of these columns this thread's to write
+  bool owns;  // true if this thread writes the results of its columns
 };
 
 // False when the warp has no strip.
@@ -46,8 +46,9 @@ RATSEG_HD inline bool stripOfThread(const StripBand& b, unsigned warp, unsigned 
   return place.y0 < b.rowEnd;
 }
 
-// What a thread of the register kernel needs from the columns beside its own. A warp's lanes have
-// it in registers (strip_launch_cuda.cu); this computes it from the arrays, for a thread by itself.
+// The values that a thread of the register kernel needs from the columns beside its own. In a warp
+// other lanes have them in registers (strip_launch_cuda.cu); this computes them from the arrays,
+// for a thread by itself.
 template <int PX>
 struct StripNeighbours {
   const StripBand& b;

@@ -2,7 +2,7 @@
 #define RATSEG_ALG_STRIPS_GPU_STRIP_LAUNCH_H
 
 // The launches of the strip engine (strip_engine.h): one iteration of a band's rows in one kernel.
-// The arithmetic stands in strip_kernels.h, the formulas in docs/math.md, sections 6.3 to 6.7.
+// The arithmetic is in strip_kernels.h, the formulas in docs/math.md, sections 6.3 to 6.7.
 
 #include <cstddef>
 #include <functional>
@@ -21,15 +21,15 @@ struct StripBand {
   const float* uPrev = nullptr;  // labeling of the iteration before, halo row filled
   float* uNext = nullptr;        // receives the labeling
   const float2* p = nullptr;     // dual field
-  float2* pNext = nullptr;       // receives the dual field; its halo row must be there already
+  float2* pNext = nullptr;       // receives the dual field; its halo row must be computed already
   const float* rho = nullptr;
   const float* weight = nullptr;      // null = 1 everywhere
   const float* gamma = nullptr;       // of this iteration
   unsigned w = 0, h = 0, n = 0;       // columns, the band's own rows, labels
   unsigned rowBegin = 0, rowEnd = 0;  // rows of this launch
   unsigned rows = 1;                  // of a strip
-  bool first = true, last = true;     // does the band hold the image's first, last row
-  bool edgeDone = false;              // pNext of the band's last row is there already
+  bool first = true, last = true;     // true if the band has the image's first, last row
+  bool edgeDone = false;              // pNext of the band's last row is computed already
   float lambda = 0.0f;
   float dualStep = 0.0f;    // sigma / 2
   float primalStep = 0.0f;  // tau / (constGamma / N + 4)
@@ -52,8 +52,8 @@ struct StripShares {
   float tau = 1.0f, sigma = 1.0f, theta_bar = 1.0f;
 };
 
-// What is left when all blocks have written their sums: the band's sums, and with gammaNext the
-// multipliers of the next iteration, which need the sums of the whole image.
+// The work after all blocks have written their sums: adds them up for the band and, if gammaNext is
+// set, computes the multipliers of the next iteration, which need the sums of the whole image.
 struct StripFinish {
   const float* partials = nullptr;
   unsigned blocks = 0, n = 0;
@@ -96,26 +96,25 @@ class StripKernels {
 
   virtual void ratseg_strip_finish(cudaStream_t stream, const StripFinish& finish) = 0;
 
-  // Records what steps() launches on the stream and on those that it orders before and behind it,
-  // without running it. Null, and no error pending, where no recording can be begun, ended or made
-  // to run; nothing has run then.
+  // Records what steps() launches on the stream, and on others that steps() orders with it, without
+  // running it. Returns null, with no error pending and nothing run, where recording fails.
   virtual std::unique_ptr<StripReplay> record(cudaStream_t stream,
                                               const std::function<void()>& steps) = 0;
 
-  // Those of each backend; the CUDA ones only in builds with that backend. The host has none unless
-  // somebody brings them, as tests do: its own fused engine is a faster one.
+  // The launchers of each backend; cuda() exists only in builds with that backend. The host has
+  // none unless ofHost is set, as tests do: on the host the other fused engine is faster.
   static StripKernels& host() { return *ofHost; }
   static StripKernels& cuda();
   static inline StripKernels* ofHost = nullptr;
 
-  // Whether the current backend has them.
+  // True if the current backend has launchers.
   static bool areThere() { return ofHost != nullptr || !backend().isHost(); }
 
  protected:
-  ~StripKernels() = default;  // there to the end: threads may still launch while the process ends
+  ~StripKernels() = default;  // never destroyed: threads may launch while the process ends
 };
 
-// Those of the current backend.
+// The launchers of the current backend.
 inline StripKernels& stripKernels() { return currentLaunchers<StripKernels>(); }
 
 }  // namespace namespace_ratseg

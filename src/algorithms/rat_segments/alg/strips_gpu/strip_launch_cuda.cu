@@ -21,7 +21,7 @@ constexpr unsigned kTileThreads = 256;
 
 unsigned flatGrid(std::size_t count) { return static_cast<unsigned>(ceilDiv(count, kFlatThreads)); }
 
-// What a thread of a strip needs from the columns beside its own, from the lanes beside it.
+// Gets the values that a thread of a strip needs of the columns beside its own from other lanes.
 template <int PX>
 struct LanesBeside {
   bool hasLeft, hasRight;  // is there a column in the image
@@ -44,8 +44,8 @@ __device__ void takeSharesStep(const StripShares& s) {
   for (std::size_t i = threadIdx.x; i < s.n; i += blockDim.x) tile::stripSharesPrimal(s, i);
 }
 
-// Whether this block is the last of the grid to come here. What all others have written before is
-// then visible to its threads. The counter is 0 again afterwards.
+// True if this block is the last of the grid to call this. Everything that the others wrote before
+// is then visible to its threads. The counter is 0 again afterwards.
 __device__ bool isLastBlock(unsigned* counter) {
   __shared__ bool last;
   __syncthreads();

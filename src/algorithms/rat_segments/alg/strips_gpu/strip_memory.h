@@ -1,7 +1,7 @@
 #ifndef RATSEG_ALG_STRIPS_GPU_STRIP_MEMORY_H
 #define RATSEG_ALG_STRIPS_GPU_STRIP_MEMORY_H
 
-// How kernels of the strip engine reach memory, and quick forms of roots and quotients on GPUs.
+// Memory access of the strip engine's kernels, and quick roots and quotients on GPUs.
 
 #include <cmath>
 #include <cstddef>

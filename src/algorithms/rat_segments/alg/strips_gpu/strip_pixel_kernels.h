@@ -15,7 +15,7 @@
 namespace namespace_ratseg::tile {
 
 // Radius of the disc that holds p, and its square. No bound is a square of infinity. On a GPU
-// lambda and weights that are no normal numbers (below 1.2e-38) count as 0.
+// lambda and weights that are denormal (below 1.2e-38) count as 0.
 struct StripRadius {
   float radius, square;
 };
@@ -64,22 +64,22 @@ RATSEG_HD inline float stripMoved(float old, float rho, float divergence, float 
 // Moves the n components at(i, l) of each pixel l so that the greatest is 0 and computes t[l] for
 // which the sum of max(v_i - t, 0) is 1: max(v - t, 0) is the projection of v onto the simplex
 // (docs/math.md, section 7.2). The mean subtraction finds t without changing v; it starts from the
-// components within 1 of the greatest, which hold every one that stays positive. MOST bounds n
-// where it is not 0.
-template <int MOST, int PX, class At>
+// components within 1 of the greatest, among which is every one that stays positive. MAX_LABELS is
+// an upper bound of n, or 0 where none is known when compiling.
+template <int MAX_LABELS, int PX, class At>
 RATSEG_HD inline void stripThresholds(unsigned n, float (&t)[PX], At&& at) {
-  const unsigned end = MOST > 0 ? MOST : n;
+  const unsigned end = MAX_LABELS > 0 ? MAX_LABELS : n;
   float before[PX];
   RATSEG_UNROLL
   for (int l = 0; l < PX; ++l) {
-    float greatest = -FLT_MAX;
+    float maxValue = -FLT_MAX;
     RATSEG_UNROLL
     for (unsigned i = 0; i < end; ++i) {
-      if (i < n) greatest = fmaxf(greatest, at(i, l));
+      if (i < n) maxValue = fmaxf(maxValue, at(i, l));
     }
     RATSEG_UNROLL
     for (unsigned i = 0; i < end; ++i) {
-      if (i < n) at(i, l) -= greatest;
+      if (i < n) at(i, l) -= maxValue;
     }
     t[l] = -1.0f;
     before[l] = 1.0f;  // then t is -1 already

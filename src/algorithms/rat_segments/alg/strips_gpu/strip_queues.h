@@ -11,12 +11,12 @@
 
 namespace namespace_ratseg {
 
-// The strip engine's queues, two for each band on its device, and what orders them. The main queue
-// has the band's rows; the side queue has the rows that neighbours wait for, and the exchange with
-// them. The host waits for none of them, except that it stays two recordings ahead.
+// The strip engine's queues, two for each band on its device, and the order between them. The main
+// queue has the band's rows; the side queue has the rows that neighbours wait for, and the exchange
+// with them. The host waits for none of them, except that it stays two recordings ahead.
 //
-// "first before then" means: what the queue first holds so far is done before the queue then does
-// what it gets from now on.
+// "Queue A before queue B" says: all work that A holds now is done before B starts any work that it
+// gets from now on.
 class StripQueues {
  public:
   // Makes the queues of all bands of the solver, which must outlive this.
@@ -28,8 +28,8 @@ class StripQueues {
   cudaStream_t main(std::size_t d) const { return bands_[d].main; }
   cudaStream_t side(std::size_t d) const { return bands_[d].side; }
 
-  // Queue first of band d before queue then of band e, whose device is selected afterwards. Null
-  // stands for the device's own queue.
+  // Puts queue first, of band d, before queue then, of band e, whose device is selected afterwards.
+  // Null stands for the device's default queue.
   void order(std::size_t d, cudaStream_t first, std::size_t e, cudaStream_t then);
 
   void enter();      // the devices' own queues before band 0's main queue
@@ -39,17 +39,17 @@ class StripQueues {
   void forkSides();  // each band's main queue before its side queue
   void joinSides();  // each band's side queue before its main queue
 
-  // Band d's side queue has computed its last row or its first rows, when it comes here; band d's
-  // device is selected.
+  // Marks the point in band d's side queue at which its last row (its first rows) is computed; band
+  // d's device must be selected.
   void markEdge(std::size_t d);
   void markFirstRows(std::size_t d);
-  // Band d's side queue, on whose device this is called, waits until band from's has come there.
+  // Lets band d's side queue wait for the mark of band from; band d's device must be selected.
   void waitForEdge(std::size_t d, std::size_t from);
   void waitForFirstRows(std::size_t d, std::size_t from);
 
-  // Queues the recording behind what band 0's main queue holds; its device is selected. Before that
-  // the host waits for the recording before the last one, so that a run that is to stop has little
-  // left to do.
+  // Queues the recording on band 0's main queue; its device must be selected. Before that the host
+  // waits for the recording before the last one, so that a run that is to stop has little left to
+  // do.
   void replay(StripReplay& recording);
 
  private:

@@ -9,7 +9,7 @@
 
 namespace namespace_ratseg {
 
-// How the sweep is cut into blocks of threads.
+// The division of the sweep into blocks of threads.
 //
 // Up to kMaxRegisterLabels labels a warp walks down a strip of `rows` rows, with the values of all
 // labels in registers and `pixels` adjacent columns per thread; a block has threads / 32 strips.
@@ -17,7 +17,7 @@ namespace namespace_ratseg {
 // other, with the values of all labels in shared memory, or in the rows that it will write where
 // shared memory is too small to keep the device busy.
 struct StripShape {
-  int labels = 0;         // that the kernel is compiled for; 0 = any number
+  int labels = 0;         // number that the kernel is compiled for; 0 = any
   int pixels = 1;         // per thread and row, 1 or 2
   unsigned threads = 32;  // of a block
   unsigned rows = 1;      // of a strip; of several bands' first rows too
