@@ -98,7 +98,7 @@ copy_tree() {
   local file
   mkdir -p "$tree"
   cd "$root"
-  local inputs=(CMakeLists.txt CMakePresets.json cmake src tests)
+  local inputs=(CMakeLists.txt CMakePresets.json cmake include src tests fuzz)
   while IFS= read -r file; do
     cmp -s "$file" "$tree/$file" && continue
     mkdir -p "$tree/$(dirname "$file")"

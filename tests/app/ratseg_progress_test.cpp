@@ -19,10 +19,12 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
 
-// The program with standard error on a terminal of so many columns, and standard output in a file.
+// The program with standard error on a terminal of so many columns, and standard output in a file
+// or there as well.
 class OnTerminal {
  public:
-  OnTerminal(const Program& program, std::vector<std::string> words, unsigned short columns = 200) {
+  OnTerminal(const Program& program, std::vector<std::string> words, unsigned short columns = 200,
+             bool withOutput = false) {
     const winsize size = {24, columns, 0, 0};
     int terminal = -1;
     if (openpty(&screen_, &terminal, nullptr, nullptr, &size) != 0) {
@@ -36,8 +38,8 @@ class OnTerminal {
     if (child_ == 0) {
       std::signal(SIGINT, SIG_DFL);
       const bool ready = dup2(open("/dev/null", O_RDONLY), 0) >= 0 &&
-                         dup2(fileno(out_.get()), 1) >= 0 && dup2(terminal, 2) >= 0 &&
-                         chdir(program.folder.c_str()) == 0;
+                         dup2(withOutput ? terminal : fileno(out_.get()), 1) >= 0 &&
+                         dup2(terminal, 2) >= 0 && chdir(program.folder.c_str()) == 0;
       close(terminal);
       close(screen_);
       if (ready) execve(program.path.c_str(), argv.data(), envp.data());
@@ -131,6 +133,12 @@ TEST_F(RatsegProgress, IsALineThatIsErasedOnATerminal) {
                                                " +\rShares of the labeling:\r\n(.|\n|\r)*"));
   EXPECT_EQ(terminal.wait(), 0);
   EXPECT_EQ(withoutTime(terminal.out()), plain);
+}
+
+TEST_F(RatsegProgress, BeginsBehindTheLineThatTheProgramComputes) {
+  OnTerminal terminal(program_, commandLine({{"-progress", "1"}}), 200, true);
+  EXPECT_THAT(terminal.readAll(), HasSubstr("\nComputing\r\n\rratseg: 0 of 20 iterations"));
+  EXPECT_EQ(terminal.wait(), 0);
 }
 
 TEST_F(RatsegProgress, IsCutToTheWidthOfTheTerminal) {

@@ -156,6 +156,28 @@ TEST_F(RatsegRun, HasTwoLabelsForOnePairOfProportions) {
   for (std::size_t p = 0; p < 96; ++p) EXPECT_EQ(labels[p], p % 12 < 6 ? 0 : 1) << p;
 }
 
+// Between columns that know their label only the picture's edge tells where the border is: the
+// labeling depends on which pixels are neighbours.
+TEST_F(RatsegRun, FindsABorderAlongAnEdgeOfAPictureThatIsNotSquare) {
+  constexpr int kEdge = 8;
+  QImage image = blackImage(12, 8);
+  for (int y = 0; y < 8; ++y) {
+    for (int x = kEdge; x < 12; ++x) image.setPixel(x, y, qRgb(255, 255, 255));
+  }
+  saveImage("image.png", image);
+  saveText("proportions.txt", "1 0.05");
+  std::vector<float> rho(2 * 96);
+  for (std::size_t p = 0; p < 96; ++p) {
+    if (p % 12 < 3) rho[96 + p] = 10;
+    if (p % 12 >= 9) rho[p] = 10;
+  }
+  saveDataterm("dataterm.gz", rho);
+  ASSERT_EQ(run({{"-mu", "0"}, {"-lambda", "1"}, {"-iterations", "2000"}}).status, 0);
+  const std::vector<int> labels = labeling();
+  ASSERT_EQ(labels.size(), 96u);
+  for (std::size_t p = 0; p < 96; ++p) EXPECT_EQ(labels[p], p % 12 < kEdge ? 0 : 1) << p;
+}
+
 TEST_F(RatsegRun, StopsReadingProportionsAtAWordInPlaceOfAMean) {
   saveText("proportions.txt", "0.3 0.1 abc 0.2");
   saveDataterm("dataterm.gz", std::vector<float>(2 * 96));

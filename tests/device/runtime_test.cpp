@@ -58,6 +58,10 @@ TEST_F(RuntimeTest, CountsAndDescribesItsDevices) {
   EXPECT_EQ(prop.maxThreadsPerBlock, 1024);
   EXPECT_GE(prop.sharedMemPerBlock, 48u << 10);
   EXPECT_GE(prop.sharedMemPerBlockOptin, prop.sharedMemPerBlock);
+  if (!onHost()) {
+    EXPECT_GT(prop.clockRate, 0);
+    EXPECT_GT(prop.l2CacheSize, 0);
+  }
   if (!onHost() && prop.major >= 7) {
     EXPECT_GT(prop.sharedMemPerBlockOptin, prop.sharedMemPerBlock);
   }
@@ -216,6 +220,7 @@ TEST_F(RuntimeTest, ErrorsHaveTexts) {
   EXPECT_STREQ(cudaGetErrorString(cudaErrorInvalidConfiguration), "invalid configuration argument");
   EXPECT_STREQ(cudaGetErrorString(cudaErrorInvalidDevice), "invalid device ordinal");
   EXPECT_STREQ(cudaGetErrorString(cudaErrorInvalidValue), "invalid argument");
+  EXPECT_STREQ(cudaGetErrorString(cudaErrorInvalidDevicePointer), "invalid device pointer");
   EXPECT_STREQ(cudaGetErrorString(cudaErrorInvalidResourceHandle), "invalid resource handle");
   EXPECT_STREQ(cudaGetErrorString(cudaErrorInsufficientDriver),
                "CUDA driver version is insufficient for CUDA runtime version");

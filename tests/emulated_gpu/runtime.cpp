@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "cuda_runtime.h"
+#include "errors.h"
 #include "memory.h"
 #include "queues.h"
 #include "threads.h"
@@ -203,6 +204,8 @@ void refuseHostAddresses(const void* argument, std::size_t bytes) {
     if (exists) fault("a kernel is given the address of host memory");
   }
 }
+
+void leavePending(int error) { result(static_cast<cudaError_t>(error)); }
 
 }  // namespace emulated_gpu
 

@@ -146,6 +146,27 @@ TEST_F(CudaArrayDevicesTest, SameSizeOnAnotherDeviceLeavesTheOldBlockAlone) {
   EXPECT_EQ(cudaFree(old), cudaSuccess);
 }
 
+// A failing allocation need not write the pointer.
+TEST_F(CudaArrayDevicesTest, TheBlockThatIsLeftAloneStaysWhereTheNewOneFails) {
+  class Failing final : public ForwardingBackend {
+   public:
+    using ForwardingBackend::ForwardingBackend;
+    cudaError_t malloc(void**, std::size_t) override { return cudaErrorMemoryAllocation; }
+    cudaError_t peekAtLastError() override { return cudaErrorMemoryAllocation; }
+  };
+  cudaarray<float> a(10);
+  float* const old = a.ptr;
+  cudaSetDevice(1);
+  {
+    Failing failing(machine_.backend);
+    const BackendScope scope(failing);
+    EXPECT_EQ(a.alloc(10), 0u);
+  }
+  expectEmpty(a);
+  EXPECT_EQ(usedOn(0), 40u);
+  EXPECT_EQ(cudaFree(old), cudaSuccess);
+}
+
 TEST_F(CudaArrayDevicesTest, AnotherSizeOnAnotherDeviceFreesTheOldBlock) {
   cudaarray<float> a(10);
   cudaSetDevice(1);

@@ -453,5 +453,19 @@ TEST(AddNoiseSaltPepper, LeavesTheImageAloneWithoutAFraction) {
   EXPECT_EQ(channels(noisy), channels(clean));
 }
 
+// So a fraction of 0 replaces nothing, whatever is drawn.
+TEST(AddNoiseSaltPepper, ReplacesPixelsWhoseDrawIsBelowTheFraction) {
+  Rnd::randomize(0);
+  const float draw = Rnd::random(1);
+  for (const auto addNoise :
+       {&ImageTransforms::addNoiseSaltPepper, &ImageTransforms::addNoiseSaltPepper01}) {
+    Image image = {{-1, -1, -1, -1}};
+    addNoise(image.data(), 1, 1, draw);
+    EXPECT_EQ(image[0].x, -1);
+    addNoise(image.data(), 1, 1, std::nextafter(draw, 2.0f));
+    EXPECT_GE(image[0].x, 0);
+  }
+}
+
 }  // namespace
 }  // namespace namespace_ratseg
