@@ -29,7 +29,7 @@ struct Options {
 void printUsage();
 
 // Reads the options, those of the solver (lambda, mu, eps, Nsteps, tolerance, accelerate) into
-// par, and echoes each but -timing, -tolerance, -accelerate, -strict, -progress, -max-megapixels
+// par, and echoes each but -device, -timing, -tolerance, -accelerate, -strict, -progress, -max-megapixels
 // and -max-memory with its description. Ends the process with status 1 at the first required one
 // that is missing, at a lambda or an eps that nothing can be certified with when there is a
 // tolerance, and at an input that a result would be written over. Warns on standard error of

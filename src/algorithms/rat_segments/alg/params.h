@@ -25,8 +25,8 @@ class RunState {
   ~RunState() = default;
 };
 
-// Decides before the first iteration and between iterations whether a run goes on; on GPUs, where
-// iterations are queued, every 24 iterations. An exception that it throws leaves run(), and the
+// Decides before the first iteration and between iterations whether a run goes on; with the strip
+// engine, which queues 24 iterations at a time, behind each 24. An exception that it throws leaves run(), and the
 // solver is then as after a stop.
 class RunWatcher {
  public:

@@ -21,8 +21,8 @@
 
 namespace namespace_ratseg {
 
-// One band, its arrays laid out as in labeling_kernels.h. Other than for the iteration, u needs its
-// halo row too.
+// One band, its arrays laid out as in labeling_kernels.h. Unlike the iteration, this
+// also reads the halo row of u.
 struct CertificateBand {
   const float* u = nullptr;
   const float2* p = nullptr;

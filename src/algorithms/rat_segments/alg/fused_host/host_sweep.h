@@ -6,7 +6,7 @@
 // per iteration. Compiled for several instruction sets (host_sweep-inl.h, host_isa.h).
 //
 // While the fused engine runs, the rows of p are split: a row's w horizontal components, then its w
-// vertical ones, in place of w pairs. splitRows and joinRows convert.
+// vertical ones, in place of w pairs. splitRow and joinRow convert.
 
 #include <cstddef>
 

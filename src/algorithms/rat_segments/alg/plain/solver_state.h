@@ -67,7 +67,8 @@ struct SolverState {
 
   // True if all bands that exchange data can access each other's memory: neighbours exchange rows,
   // all bands exchange sums and multipliers with the first. Without it the copy engine moves
-  // boundary rows, and others than the kernels do; only the plain engine supports that.
+  // the boundary rows, and not the same ones as the kernels (docs/math.md, section 8.3); only the
+  // plain engine supports that.
   bool bandsReachEachOther() const;
 
   // True if run() takes the accelerated iteration: it is asked for, and the prior has an exact
