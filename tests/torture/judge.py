@@ -2,6 +2,8 @@
 
 import re
 import signal
+import struct
+import zlib
 from pathlib import Path
 
 from programs import foreign_lines
@@ -18,7 +20,8 @@ def whole_files(program, folder, versions):
             if old_bytes is not None:
                 faults.append(("result lost", name))
             continue
-        if found == new_bytes:
+        if found == new_bytes or (name in program.drawn and found != old_bytes and
+                                  is_whole_png(found)):
             new.add(name)
         elif found != old_bytes:
             faults.append(("result torn", f"{name}: {len(found)} bytes, neither the "
@@ -36,8 +39,34 @@ def leftover_faults(program, folder, others=()):
     return [("leftover", f"{len(left)}: {', '.join(left[:3])}")] if left else []
 
 
+def is_whole_png(data):
+    """Its chunks have their checksums, its pixels their number, and it ends with its end."""
+    try:
+        if data[:8] != b"\x89PNG\r\n\x1a\n" or data[12:16] != b"IHDR":
+            return False
+        width, height, bits, colour = struct.unpack(">IIBB", data[16:26])
+        channels = {0: 1, 2: 3, 3: 1, 4: 2, 6: 4}[colour]
+        at, kind, pixels = 8, b"", b""
+        while kind != b"IEND":
+            length, kind = struct.unpack(">I4s", data[at:at + 8])
+            content = data[at + 4:at + 8 + length]
+            if zlib.crc32(content) != struct.unpack(">I", data[at + 8 + length:at + 12 + length])[0]:
+                return False
+            pixels += content[4:] if kind == b"IDAT" else b""
+            at += 12 + length
+        row = 1 + (width * bits * channels + 7) // 8
+        return at == len(data) and len(zlib.decompress(pixels)) == height * row
+    except (struct.error, KeyError, zlib.error):
+        return False
+
+
+# A device's call that failed, as the program says it.
+FAILED_CALL = re.compile(r"^src/[\w/.]+, line \d+: .+ \(\d+\)$", re.M)
+
+
 def has_error_line(run):
-    return re.search(r"^ERROR", run.out, re.M) or re.search(r"^ERROR", run.err, re.M)
+    return (re.search(r"^ERROR", run.out, re.M) or re.search(r"^ERROR", run.err, re.M) or
+            FAILED_CALL.search(run.out))
 
 
 def named(run, start, name):
@@ -66,7 +95,7 @@ def ending(program, run):
         last = run.err.strip().splitlines()[-1:] or [""]
         return [(kind + (" after an ERROR line" if has_error_line(run) else ""), last[0])]
     faults = []
-    if run.status not in program.statuses:
+    if run.status not in program.statuses and not (run.status == 1 and FAILED_CALL.search(run.out)):
         faults.append((f"status {run.status}", run.err.strip()[-200:]))
     elif run.status != 0 and run.status not in program.quiet and not has_error_line(run):
         faults.append(("no ERROR line", (run.err.strip() or "nothing was said")[-200:]))
