@@ -29,10 +29,10 @@ struct Options {
 void printUsage();
 
 // Reads the options, those of the solver (lambda, mu, eps, Nsteps, tolerance, accelerate) into
-// par, and echoes each but -device, -timing, -tolerance, -accelerate, -strict, -progress, -max-megapixels
-// and -max-memory with its description. Ends the process with status 1 at the first required one
-// that is missing, at a lambda or an eps that nothing can be certified with when there is a
-// tolerance, and at an input that a result would be written over. Warns on standard error of
+// par, and echoes each but -device, -timing, -tolerance, -accelerate, -strict, -progress,
+// -max-megapixels and -max-memory with its description. Ends the process with status 1 at the first
+// required one that is missing, at a lambda or an eps that nothing can be certified with when there
+// is a tolerance, and at an input that a result would be written over. Warns on standard error of
 // unknown options, of values that are not numbers or make no sense, and of an output folder that
 // cannot be written to.
 Options readOptions(Cmd& cmd, Params& par);

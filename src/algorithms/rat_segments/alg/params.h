@@ -26,8 +26,8 @@ class RunState {
 };
 
 // Decides before the first iteration and between iterations whether a run goes on; with the strip
-// engine, which queues 24 iterations at a time, behind each 24. An exception that it throws leaves run(), and the
-// solver is then as after a stop.
+// engine, which queues 24 iterations at a time, behind each 24. An exception that it throws leaves
+// run(), and the solver is then as after a stop.
 class RunWatcher {
  public:
   virtual bool goOn(RunState& state) = 0;
