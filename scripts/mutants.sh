@@ -8,7 +8,8 @@
 # did not compile, or when one was refused because its snippet does not stand once in its file.
 #
 #   PATTERN    only mutants whose name matches one of the patterns (as in the shell, "sum-*")
-#   --resume   go on where the last run ended: keep what build/mutants/results says
+#   --resume   go on where the last run ended: keep what build/mutants/results says of mutants, and
+#              build/mutants/limits of programs that passed without a fault
 #   --list     print the names and end
 #
 # The format of the lists stands in tests/mutants/README.md.
@@ -19,6 +20,7 @@ work=$root/build/mutants
 tree=$work/tree
 build=$work/build
 results=$work/results
+limits=$work/limits
 jobs=${JOBS:-$(nproc)}
 build_timeout=600
 
@@ -144,9 +146,11 @@ run_without_faults() {
   quietly cmake -S "$tree" -B "$build" --preset mutants
   build_tests "${programs[@]}" || { tail -n 30 "$work/build.log" >&2; die "the tests do not build"; }
   for program in "${programs[@]}"; do
+    [[ -z ${limit[$program]:-} ]] || continue
     begin=$SECONDS
     run_test "$program" 600 || { tail -n 30 "$work/test.log" >&2; die "$program fails without a fault"; }
     limit[$program]=$((20 + 10 * (SECONDS - begin)))
+    echo "$program ${limit[$program]}" >>"$limits"
   done
 }
 
@@ -251,8 +255,10 @@ main() {
   fi
   install_missing_packages "${test_packages[@]}" libboost-context-dev
   mkdir -p "$work"
-  [[ -n $resume && -f $results ]] || : >"$results"
+  [[ -n $resume ]] || rm -f "$results" "$limits"
+  touch "$results" "$limits"
   while read -r verdict name; do judged[$name]=$verdict; done <"$results"
+  while read -r name verdict; do limit[$name]=$verdict; done <"$limits"
   judge_mutants
   print_totals
 }

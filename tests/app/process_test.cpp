@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -79,6 +80,7 @@ TEST(Process, SaysWhereResultsMayHaveBeenSaved) {
 // As an allocation does that fails while a number is printed.
 TEST(Process, SaysAnErrorThoughStandardOutputFailedBefore) {
   const program::File out = program::temporaryFile();
+  std::fflush(stdout);  // or the child has a copy of what this process has not written yet
   const pid_t child = fork();
   if (child == 0) {
     dup2(fileno(out.get()), STDOUT_FILENO);

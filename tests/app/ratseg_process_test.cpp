@@ -20,18 +20,22 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
-// The program at work, its standard output in a pipe and standard error in a file.
+// The program at work, its standard output in a pipe, which nobody else reads or nobody at all, and
+// standard error in a file.
 class Running {
  public:
-  Running(const Program& program, std::vector<std::string> words) {
+  Running(const Program& program, std::vector<std::string> words, bool isRead = true) {
     std::array<int, 2> ends;
     if (pipe(ends.data()) != 0) throw std::runtime_error("no pipe");
     words.insert(words.begin(), program.path);
     const std::vector<char*> argv = program::pointers(words);
     std::vector<std::string> variables = program::environmentWith(program.environment);
     const std::vector<char*> envp = program::pointers(variables);
+    out_ = ends[0];
+    if (!isRead) hangUp();
     child_ = fork();
     if (child_ == 0) {
+      hangUp();
       // What a shell in the background ignores its children ignore as well.
       for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_DFL);
       const int null = open("/dev/null", O_RDWR);
@@ -41,7 +45,6 @@ class Running {
       _exit(127);
     }
     close(ends[1]);
-    out_ = ends[0];
   }
   ~Running() { hangUp(); }
 
@@ -88,9 +91,7 @@ class RatsegProcess : public RatsegProgram {
 };
 
 TEST_F(RatsegProcess, SavesItsResultsThoughNobodyReadsItsOutput) {
-  Running running = start({});
-  running.readUpTo("Params: \n");
-  running.hangUp();
+  const Running running(program_, commandLine(), false);
   EXPECT_EQ(running.wait(), 0);
   for (const char* name : {"out_result_labeling.gz", "out_result_labeling.png",
                            "out_result_labeling_overlaid.png", "out_regularizer_weight.png"}) {
