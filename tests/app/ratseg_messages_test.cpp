@@ -323,7 +323,7 @@ TEST_F(RatsegMessages, TellASolverThatDoesNotFitIntoDeviceMemory) {
             "ERROR: could not allocate solver\n");
   EXPECT_NE(result.err.find("ERROR: Insufficient GPU memory ("), std::string::npos) << result.err;
   EXPECT_TRUE(result.err.ends_with(
-      "ratseg: warning: the host computes, and its memory does not suffice: about 9.0 MiB are "
+      "ratseg: warning: the host computes, and its memory does not suffice: about 7.0 MiB are "
       "needed\n"));
   EXPECT_EQ(result.status, 1);
 }
