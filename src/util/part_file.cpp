@@ -144,6 +144,11 @@ PartFile::~PartFile() { remove(); }
 bool PartFile::tryName(const std::string& path) {
   path_ = path;
   const SignalsWait untilTheNameIsKnown;
+  // A signal that came before waits for nobody: no file would be removed that is made from now on.
+  if (ending) {
+    errno = EINTR;
+    return false;
+  }
   const int file = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
   if (file < 0) return false;
   struct stat status;

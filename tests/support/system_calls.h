@@ -25,6 +25,7 @@ struct Hooks {
   std::function<int(int descriptor)> fsync;
   std::function<int(int descriptor, int operation)> flock;
   std::function<int(int descriptor, off_t size)> fallocate;
+  std::function<int()> pause;
 };
 inline Hooks hooks;
 
@@ -76,6 +77,11 @@ int fsync(int descriptor) {
 int flock(int descriptor, int operation) noexcept {
   if (system_calls::fails(system_calls::hooks.flock, descriptor, operation)) return -1;
   return system_calls::real<int(int, int)>("flock")(descriptor, operation);
+}
+
+int pause() {
+  if (system_calls::fails(system_calls::hooks.pause)) return -1;
+  return system_calls::real<int()>("pause")();
 }
 
 int posix_fallocate(int descriptor, off_t offset, off_t size) {

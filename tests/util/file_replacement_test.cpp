@@ -376,6 +376,45 @@ void raiseInAnotherThread(int signal) {
   other.join();
 }
 
+// A handler that waits for nobody is about to end the process when another thread wants a file.
+std::atomic<bool> handlerSays = false;
+std::atomic<bool> otherThreadStops = false;
+void letAnotherThreadGoOn(int) {
+  handlerSays = true;
+  while (!otherThreadStops) continue;
+}
+
+TEST_F(FileReplacementTest, NoPartIsMadeOnceASignalIsAboutToEndTheProcess) {
+  write(file_, "old");
+  const pid_t child = fork();
+  if (child == 0) {
+    std::signal(SIGTERM, SIG_DFL);
+    removePartFilesOnSignals(letAnotherThreadGoOn);
+    const auto stop = [] {
+      otherThreadStops = true;
+      return 0;
+    };
+    system_calls::hooks.pause = stop;  // waits for the end of the process
+    system_calls::hooks.flock = [stop](int, int) {
+      stop();
+      while (true) pause();
+      return 0;
+    };
+    std::thread other([this] {
+      while (!handlerSays) continue;
+      FileReplacement replacement(file_);
+      replacement.make(content("new"));
+    });
+    std::raise(SIGTERM);
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+  EXPECT_EQ(read(file_), "old");
+  EXPECT_THAT(others(), IsEmpty());
+}
+
 // Wherever a signal comes while files take their places, and to which thread.
 TEST_F(FileReplacementTest, SignalsWaitForAllPlacesAndAreSaidOnce) {
   const std::string second = dir_.file("second");
