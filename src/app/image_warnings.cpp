@@ -18,13 +18,14 @@ int usedLevels(const RGB* pixels, std::size_t count) {
 
 }  // namespace
 
-std::vector<std::string> imageWarnings(const Picture& picture, const RGB* pixels,
-                                       std::size_t count) {
+std::string usedAsStored() {
+  return "asks to be shown turned or mirrored (EXIF orientation); its pixels are used as stored";
+}
+
+std::vector<std::string> imageWarnings(const Picture& picture, const RGB* pixels, std::size_t count,
+                                       bool turned) {
   std::vector<std::string> lines;
-  if (picture.asksToBeTurned()) {
-    lines.emplace_back(
-        "asks to be shown turned or mirrored (EXIF orientation); its pixels are used as stored");
-  }
+  if (picture.asksToBeTurned() && !turned) lines.push_back(usedAsStored());
   constexpr int kFew = 64;
   const int levels = usedLevels(pixels, count);
   if (levels <= kFew && picture.has16Bits()) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "app/image_warnings.h"
+#include "files/turn.h"
 #include "util/available_memory.h"
 #include "util/imagetransforms.h"
 #include "util/pictures/complaints.h"
@@ -37,43 +38,13 @@ std::size_t maxFileBytes(const PictureLimits& limits) {
   return static_cast<std::size_t>(std::min({bytes, limits.bytes(), kMaxBytes}));
 }
 
-Picture readPicture(const std::string& file, const PictureLimits& limits) {
+Picture pictureOf(std::string bytes, const std::string& file) {
   const Complaints ignored;  // of formats that it might have been
-  const std::size_t maxBytes = maxFileBytes(limits);
-  const auto isPicture = [&file](const std::string& begin) {
-    return Picture::formatIsKnown(begin, file);
-  };
-  WholeFile read = readWholeFile(file, maxBytes, isPicture);
-  if (!read.error.empty()) throw PictureError(Kind::unreadable, read.error);
-  if (read.tooLong) {
-    throw PictureError(Kind::unusable,
-                       "has more than " + memoryText(static_cast<double>(maxBytes)) +
-                           " and is not read to its end (-max-megapixels M and -max-memory GIB "
-                           "allow more)");
-  }
-  Picture picture(std::move(read.bytes), file);
+  Picture picture(std::move(bytes), file);
   if (!picture.formatIsKnown()) {
     throw PictureError(Kind::unknownFormat, "is not an image of a format that can be read");
   }
   return picture;
-}
-
-void checkSize(std::size_t w, std::size_t h, const PictureLimits& limits) {
-  const double pixels = static_cast<double>(w) * static_cast<double>(h);
-  const std::string size = "has " + sizeText(w, h) + ", ";
-  if (pixels > limits.megapixels * kMega) {
-    throw PictureError(Kind::unusable, size + number(std::ceil(pixels / kMega * 10) / 10) +
-                                           " megapixels, but at most " + number(limits.megapixels) +
-                                           " are allowed (-max-megapixels M allows others)");
-  }
-  const double needed = bytesToLoad(pixels);
-  if (needed > limits.bytes()) {
-    throw PictureError(Kind::unusable, size + "for which about " + memoryText(needed) +
-                                           " of memory are needed, but " +
-                                           memoryText(limits.bytes()) +
-                                           (limits.gib > 0 ? " are allowed" : " are available") +
-                                           " (-max-memory GIB allows others)");
-  }
 }
 
 // The decoders' complaints in one line.
@@ -105,8 +76,8 @@ QImage decode(const Picture& picture, const PictureLimits& limits, const Complai
     throw PictureError(Kind::unusable,
                        "cannot be decoded: " + error + (said.empty() ? "" : " (" + said + ")"));
   }
-  checkSize(static_cast<std::size_t>(decoded.width()), static_cast<std::size_t>(decoded.height()),
-            limits);
+  checkPictureSize(static_cast<std::size_t>(decoded.width()),
+                   static_cast<std::size_t>(decoded.height()), limits);
   return decoded;
 }
 
@@ -120,6 +91,16 @@ Image convert(const QImage& decoded) {
   }
   image.pixels.reset(pixels);
   return image;
+}
+
+Image turned(const Image& image, int orientation) {
+  Image result;
+  result.w = swapsSides(orientation) ? image.h : image.w;
+  result.h = swapsSides(orientation) ? image.w : image.h;
+  result.pixels = std::make_unique_for_overwrite<RGB[]>(image.count());
+  turn(image.pixels.get(), static_cast<std::size_t>(image.w), static_cast<std::size_t>(image.h),
+       orientation, result.pixels.get());
+  return result;
 }
 
 }  // namespace
@@ -145,21 +126,63 @@ double bytesToLoad(double pixels) {
   return pixels * (kDecoded + kConverted + sizeof(RGB));
 }
 
-Image loadPicture(const std::string& file, const PictureLimits& limits,
-                  const std::function<void(const std::string&)>& warn) {
-  const Picture picture = readPicture(file, limits);
+void checkPictureSize(std::size_t w, std::size_t h, const PictureLimits& limits,
+                      double bytesPerPixel) {
+  const double pixels = static_cast<double>(w) * static_cast<double>(h);
+  const std::string size = "has " + sizeText(w, h) + ", ";
+  if (pixels > limits.megapixels * kMega) {
+    throw PictureError(Kind::unusable, size + number(std::ceil(pixels / kMega * 10) / 10) +
+                                           " megapixels, but at most " + number(limits.megapixels) +
+                                           " are allowed (-max-megapixels M allows others)");
+  }
+  const double needed = bytesPerPixel > 0 ? pixels * bytesPerPixel : bytesToLoad(pixels);
+  if (needed > limits.bytes()) {
+    throw PictureError(Kind::unusable, size + "for which about " + memoryText(needed) +
+                                           " of memory are needed, but " +
+                                           memoryText(limits.bytes()) +
+                                           (limits.gib > 0 ? " are allowed" : " are available") +
+                                           " (-max-memory GIB allows others)");
+  }
+}
+
+std::string readPictureFile(const std::string& file, const PictureLimits& limits) {
+  const Complaints ignored;  // of formats that it might have been
+  const std::size_t maxBytes = maxFileBytes(limits);
+  const auto isPicture = [&file](const std::string& begin) {
+    return Picture::formatIsKnown(begin, file);
+  };
+  WholeFile read = readWholeFile(file, maxBytes, isPicture);
+  if (!read.error.empty()) throw PictureError(Kind::unreadable, read.error);
+  if (read.tooLong) {
+    throw PictureError(Kind::unusable,
+                       "has more than " + memoryText(static_cast<double>(maxBytes)) +
+                           " and is not read to its end (-max-megapixels M and -max-memory GIB "
+                           "allow more)");
+  }
+  return std::move(read.bytes);
+}
+
+Image decodePicture(std::string bytes, const std::string& file, const PictureLimits& limits,
+                    const std::function<void(const std::string&)>& warn, bool turn) {
+  const Picture picture = pictureOf(std::move(bytes), file);
   Complaints complaints;
-  checkSize(picture.w(), picture.h(), limits);
+  checkPictureSize(picture.w(), picture.h(), limits);
   const Wholeness whole = picture.wholeness();
   for (const std::string& complaint : whole.complaints) complaints.add(complaint);
   if (!whole.error.empty()) throw PictureError(Kind::unusable, whole.error);
   Image image = convert(decode(picture, limits, complaints));
   if (!whole.warning.empty()) warn(whole.warning);
   tell(complaints.lines(), warn);
-  for (const std::string& line : imageWarnings(picture, image.pixels.get(), image.count())) {
+  for (const std::string& line : imageWarnings(picture, image.pixels.get(), image.count(), turn)) {
     warn(line);
   }
+  if (turn && picture.asksToBeTurned()) image = turned(image, picture.orientation());
   return image;
+}
+
+Image loadPicture(const std::string& file, const PictureLimits& limits,
+                  const std::function<void(const std::string&)>& warn) {
+  return decodePicture(readPictureFile(file, limits), file, limits, warn);
 }
 
 }  // namespace namespace_ratseg

@@ -50,6 +50,19 @@ class PictureError : public std::runtime_error {
   const Kind kind;
 };
 
+// Throws PictureError where a picture of w x h pixels is beyond the limits: too many pixels, or
+// more memory than bytesPerPixel for each of them (as bytesToLoad() where that is 0).
+void checkPictureSize(std::size_t w, std::size_t h, const PictureLimits& limits,
+                      double bytesPerPixel = 0);
+
+// The bytes of a picture file, as loadPicture reads them. Throws PictureError.
+std::string readPictureFile(const std::string& file, const PictureLimits& limits);
+
+// Decodes the bytes of such a file as loadPicture does. With turn, an image that asks to be shown
+// turned or mirrored is.
+Image decodePicture(std::string bytes, const std::string& file, const PictureLimits& limits,
+                    const std::function<void(const std::string&)>& warn, bool turn = false);
+
 // Loads the image from the file of exactly that name, which is opened once and may be a pipe.
 // Throws PictureError. Calls warn for each property of the image that may surprise the user, with
 // words that continue a line after the file's name.

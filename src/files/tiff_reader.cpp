@@ -128,15 +128,16 @@ TiffFile::~TiffFile() = default;
 
 void TiffFile::findPages() {
   TIFF* const tiff = file_->get();
-  std::size_t directory = 0;
+  std::size_t directory = 0, errors = 0;
   do {
     if (isPicture(tiff)) {
       pages_.push_back(describe(tiff));
       pages_.back().directory = directory;
     }
     if (++directory > kMostPages) throw FileError("has more than 100000 pages");
+    errors = file_->errors().size();
   } while (TIFFReadDirectory(tiff) != 0);
-  if (!file_->errors().empty()) throw FileError("is a damaged TIFF" + file_->because());
+  if (file_->errors().size() > errors) throw FileError("is a damaged TIFF" + file_->because());
   if (pages_.empty()) throw FileError("is a TIFF without a picture");
   refuseStackWithoutPages();
 }
@@ -150,13 +151,20 @@ void TiffFile::refuseStackWithoutPages() const {
   }
 }
 
-Raster TiffFile::read(std::size_t number, const CheckRasterSize& check,
-                      const Wanted& wanted) const {
-  const TiffPage& page = pages_[number - 1];
-  TIFF* const tiff = file_->get();
-  if (TIFFSetDirectory(tiff, static_cast<tdir_t>(page.directory)) == 0) {
+void TiffFile::select(const TiffPage& page) const {
+  if (TIFFSetDirectory(file_->get(), static_cast<tdir_t>(page.directory)) == 0) {
     throw FileError("is a damaged TIFF" + file_->because());
   }
+}
+
+Raster TiffFile::read(std::size_t number, const CheckRasterSize& check,
+                      const Wanted& wanted) const {
+  TiffPage page = pages_[number - 1];
+  if (wanted.alphaIsChannel) {
+    page.alphaSample = -1;
+    page.channels = page.samplesPerPixel;
+  }
+  select(page);
   if (page.w == 0 || page.h == 0) throw FileError("is a TIFF without pixels");
   Raster raster;
   raster.w = page.w;
@@ -179,8 +187,13 @@ Raster TiffFile::read(std::size_t number, const CheckRasterSize& check,
   setColours(page, raster);
   if (colourOfPalette) raster.colours = Raster::Colours::rgb;
   raster.complaints = file_->warnings();
-  raster.kept = keptTags(tiff, page.description);
+  raster.kept = keptTags(file_->get(), page.description);
   return raster;
+}
+
+KeptTags TiffFile::kept(std::size_t number) const {
+  select(page(number));
+  return keptTags(file_->get(), page(number).description);
 }
 
 }  // namespace namespace_ratseg

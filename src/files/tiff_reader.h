@@ -52,13 +52,18 @@ class TiffFile {
   struct Wanted {
     bool paletteNumbers = false;  // the numbers of colours instead of the colours
     bool alpha = false;           // Raster::alpha
+    bool alphaIsChannel = false;  // as any other sample
   };
   Raster read(std::size_t number, const CheckRasterSize& check, const Wanted& wanted) const;
   Raster read(std::size_t number, const CheckRasterSize& check) const {
     return read(number, check, Wanted{});
   }
 
+  // What another file keeps of a page.
+  KeptTags kept(std::size_t number) const;
+
  private:
+  void select(const TiffPage& page) const;
   void findPages();
   void refuseStackWithoutPages() const;
 

@@ -50,7 +50,7 @@ bool putRows(TIFF* tiff, const int* labels, std::size_t w, std::size_t h, int bi
 std::string tiffOfLabels(const int* labels, std::size_t w, std::size_t h, const Palette& palette,
                          const KeptTags& kept) {
   MemoryTiff file;
-  const int bits = palette.size() <= 256 ? 8 : 16;
+  const int bits = palette.empty() ? 16 : 8;
   putForm(file.get(), w, h, bits);
   if (bits == 8) putPalette(file.get(), palette);
   putTags(file.get(), kept);

@@ -14,9 +14,8 @@ namespace namespace_ratseg {
 // A colour for each label number.
 using Palette = std::vector<std::array<std::uint8_t, 3>>;
 
-// The bytes of a TIFF file of w * h labels: up to 256 labels as 8-bit numbers of the palette's
-// colours (of which there are so many), more as 16-bit grey values, at most 65536. It keeps the
-// tags. Throws FileError where memory is missing.
+// The bytes of a TIFF file of w * h labels, with their tags: 8-bit numbers of the palette's colours
+// (at most 256), or without a palette 16-bit grey values. Throws FileError where it cannot be made.
 std::string tiffOfLabels(const int* labels, std::size_t w, std::size_t h, const Palette& palette,
                          const KeptTags& kept);
 

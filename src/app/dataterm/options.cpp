@@ -23,8 +23,9 @@ const char* const kDatatermUsage =
 -image <filename>
     Image to segment, of any format that ratseg reads
 -scribbles <filename>
-    8-bit grey or indexed PNG of the image's size: 0 where nothing is marked, k+1 where label k is
-    marked. The background is the last label
+    Picture of the image's size: 8-bit grey or indexed PNG or TIFF of label numbers, 0 where nothing
+    is marked, k+1 where label k is marked; or PNG or TIFF with a pure colour for each label. The
+    background is the last label
 -out <filename>
     Data term file to write
 -scribbled-image <filename>
@@ -38,8 +39,8 @@ const char* const kDatatermUsage =
     Greatest cost, for colours that are unlike all that were marked
     Default: 10
 -truth <filename>
-    8-bit grey or indexed PNG of the image's size with label numbers, from which the shares of the
-    labels are taken
+    8-bit grey or indexed PNG or TIFF of the image's size with label numbers, from which the shares
+    of the labels are taken
 -proportions <filename>
     Proportions file to write, with -truth
 -spread <float>
@@ -69,13 +70,15 @@ class Reader {
  public:
   Reader(int argc, const char* const* argv) : cmd_(argc, argv, "", nullptr, 0) {}
 
+  const FileOptions::Values& values() const { return cmd_.values; }
+
   void refuseUnknown() const {
     static const std::string known[] = {
         "image",  "scribbles", "scribbled-image", "out",       "sigma",
         "thr",    "truth",     "proportions",     "spread",    "shares",
         "device", "strict",    "max-megapixels",  "max-memory"};
     for (const auto& [name, values] : cmd_.values) {
-      bool isKnown = false;
+      bool isKnown = FileOptions::isOne(name);
       for (const std::string& k : known) isKnown = isKnown || k == name;
       if (!isKnown) {
         throw InputError("-" + name, "one of the options that the usage screen lists",
@@ -184,8 +187,10 @@ DatatermOptions DatatermOptions::parse(int argc, const char* const* argv) {
   reader.refuseUnknown();
   DatatermOptions options;
   reader.required("image", options.image);
-  reader.required("scribbles", options.scribbles);
-  reader.required("out", options.out);
+  options.files = FileOptions::parse(reader.values());
+  const bool given = options.files.givesCosts() || !options.files.convert.empty();
+  if (!given) reader.required("scribbles", options.scribbles);
+  if (!options.files.listColours) reader.required("out", options.out);
   reader.text("scribbled-image", "a file name", options.scribbledImage);
   const auto isPositive = [](float v) { return v > 0 && std::isfinite(v); };
   reader.number("sigma", "a number greater than 0", options.sigma, isPositive);

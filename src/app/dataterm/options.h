@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "app/dataterm/file_options.h"
 #include "app/load_picture.h"
 
 namespace namespace_ratseg {
@@ -10,9 +11,9 @@ namespace namespace_ratseg {
 // The command line of ratseg-dataterm.
 struct DatatermOptions {
   std::string image;           // -image, required
-  std::string scribbles;       // -scribbles, required
+  std::string scribbles;       // -scribbles, required unless files says otherwise
   std::string scribbledImage;  // -scribbled-image; empty: the image
-  std::string out;             // -out, required
+  std::string out;             // -out, required unless colours are only listed
   std::string truth;           // -truth; empty: no proportions file is written
   std::string proportions;     // -proportions, given together with -truth
   float sigma = 5;             // -sigma, > 0: width of the colour kernel in CIELAB units
@@ -22,6 +23,7 @@ struct DatatermOptions {
   std::string device;          // -device; empty: as RATSEG_DEVICE says
   bool strict = false;         // -strict: warnings are errors
   PictureLimits limits;        // -max-megapixels and -max-memory, > 0
+  FileOptions files;           // other kinds of files
 
   // The cost of the void background label that -shares image appends: too dear to be chosen, and
   // finite, because the projection onto the simplex can lift a forbidden label.

@@ -15,7 +15,7 @@ std::vector<std::vector<RGB>> scribbleColours(const LabelPicture& scribbles, con
 }
 
 std::size_t countLabels(const LabelPicture& scribbles, const std::optional<LabelPicture>& truth) {
-  const std::size_t marked = scribbles.highest();
+  const std::size_t marked = std::max(scribbles.highest(), scribbles.declared);
   return truth ? std::max(marked, truth->highest() + 1) : marked;
 }
 

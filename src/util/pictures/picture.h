@@ -30,7 +30,8 @@ class Picture {
 
   // True if it asks to be shown turned or mirrored, as photographs do. decode() gives the pixels as
   // they are stored.
-  bool asksToBeTurned() const { return turned_; }
+  bool asksToBeTurned() const { return orientation_ != 1; }
+  int orientation() const { return orientation_; }  // as in EXIF, 1 to 8
 
   // True if it has 16 bits per channel.
   bool has16Bits() const { return deep_; }
@@ -50,7 +51,7 @@ class Picture {
   bool known_ = false;
   std::uint64_t w_ = 0;
   std::uint64_t h_ = 0;
-  bool turned_ = false;
+  int orientation_ = 1;
   bool deep_ = false;
 };
 

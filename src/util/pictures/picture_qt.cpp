@@ -53,6 +53,28 @@ bool mayBeDeep(const QByteArray& format) {
                       [&](const char* name) { return format == name; });
 }
 
+// Qt's name of what viewers do, as EXIF's number.
+int orientationOf(QImageIOHandler::Transformations transformation) {
+  switch (transformation) {
+    case QImageIOHandler::TransformationMirror:
+      return 2;
+    case QImageIOHandler::TransformationRotate180:
+      return 3;
+    case QImageIOHandler::TransformationFlip:
+      return 4;
+    case QImageIOHandler::TransformationFlipAndRotate90:
+      return 5;
+    case QImageIOHandler::TransformationRotate90:
+      return 6;
+    case QImageIOHandler::TransformationMirrorAndRotate90:
+      return 7;
+    case QImageIOHandler::TransformationRotate270:
+      return 8;
+    default:
+      return 1;
+  }
+}
+
 bool canRead(QImageReader& reader) { return reader.canRead(); }
 
 bool isTGA(const std::string& bytes, const std::string& name) {
@@ -93,7 +115,7 @@ void Picture::ask(QImageReader& reader) {
     w_ = ByteReader(bytes_).little16(6);
     h_ = ByteReader(bytes_).little16(8);
   }
-  turned_ = reader.transformation() != QImageIOHandler::TransformationNone;
+  orientation_ = orientationOf(reader.transformation());
   deep_ = mayBeDeep(format) && isDeep(reader.imageFormat());
 }
 
