@@ -39,7 +39,8 @@ bool isPlain(const TiffPage& page) {
   const bool eightBits = page.samples.kind == SampleKind::unsignedInteger && page.samples.bits <= 8;
   constexpr int kRgb = 2;
   const bool colour = page.channels == 3 && page.photometric == kRgb;
-  if (page.directory != 0) return false;
+  // Qt takes the first directory, and has trouble with tiles and with channels apart.
+  if (page.directory != 0 || page.tiled || page.separate) return false;
   return page.converted || (eightBits && (page.channels == 1 || colour));
 }
 
