@@ -1,4 +1,4 @@
-// Pictures of marks or labels (the first byte: plain_png.h): LabelPicture::load.
+// Pictures of marks or labels, PNG (the first byte: plain_png.h) or TIFF: LabelPicture::load.
 
 #include "app/dataterm/label_picture.h"
 
@@ -21,6 +21,9 @@ std::optional<LabelPicture> load(const std::string& file, bool& warned) {
     hooks.warn = [&warned](const std::string& line) {
       warned = true;
       FUZZ_EXPECT(!fuzz::hasControl(line), "a warning is one line without control characters");
+    };
+    hooks.checkSize = [](std::size_t w, std::size_t h) {
+      if (w * h > 1 << 16) throw InputError("picture", "a small one", "a large one");
     };
     return LabelPicture::load(disk.path(), hooks);
   } catch (const InputError& error) {
@@ -46,10 +49,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::optional<LabelPicture> got = load(file, warned);
   const std::optional<fuzz::PlainPicture> plain = fuzz::plainPicture(file);
   const bool interlaced = file.size() > 28 && file[28] != 0;
+  // TIFF files and 16-bit PNG files, of which there is no plain reading here.
+  const bool other = !file.starts_with(fuzz::kPngSignature) || (file.size() > 24 && file[24] == 16);
   if (got) {
     FUZZ_EXPECT(got->pixels.size() == got->w * got->h && got->w > 0 && got->h > 0,
                 "there is a number for each pixel");
-    FUZZ_EXPECT(plain.has_value() || interlaced, "only pictures with all pixels are accepted");
+    FUZZ_EXPECT(plain.has_value() || interlaced || other,
+                "only pictures with all pixels are accepted");
     std::size_t counted = 0;
     for (std::size_t k : got->histogram()) counted += k;
     FUZZ_EXPECT(counted == got->pixels.size(), "the histogram counts each pixel once");

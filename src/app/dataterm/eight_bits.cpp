@@ -73,12 +73,14 @@ void tellRange(const std::string& file, const Raster& raster, bool given,
                const std::vector<ValueRange>& ranges) {
   if (isEightBits(raster) && !given) return;
   std::string text;
-  bool same = true;
+  bool same = true, any = false;
   for (const ValueRange& range : ranges) {
+    any = any || range.low < range.high;
     if (!text.empty()) text += " ";
     text += rangeText(range);
     same = same && range.low == ranges[0].low && range.high == ranges[0].high;
   }
+  if (!any) return;
   if (same) text = rangeText(ranges[0]);
   note(file + " has " + sampleText(raster.samples) + "; black and white are at -range " + text +
        (given ? ""

@@ -35,10 +35,10 @@ std::size_t leaveOutSmoothed(LabelPicture& marks) {
     between.push_back(p);
     ++found[marks.pixels[p]];
   }
-  constexpr std::size_t kFew = 16;
+  constexpr std::size_t kFew = 16, kPart = 8;
   bool smoothed = false;
   for (std::size_t k = 1; k < found.size(); ++k) {
-    smoothed = smoothed || (found[k] >= kFew && 2 * found[k] > counts[k]);
+    smoothed = smoothed || (found[k] >= kFew && kPart * found[k] > counts[k]);
   }
   if (!smoothed) return 0;
   for (std::size_t p : between) marks.pixels[p] = 0;

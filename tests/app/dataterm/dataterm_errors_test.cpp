@@ -47,18 +47,29 @@ TEST_F(DatatermErrors, AnImageThatCannotBeRead) {
 }
 
 TEST_F(DatatermErrors, ScribblesOfTheWrongKind) {
-  RawPng{w, h, 8, RawPng::kColour, std::string(3 * pixels, '\1'), "", ""}.save(
-      dir_.file("colour.png"));
-  expectError(run({{"-scribbles", "colour.png"}}),
-              "colour.png: expected an 8-bit grey or indexed PNG, but found a PNG of 8-bit colour");
+  const std::string expected =
+      ": expected scribbles as label numbers (8-bit grey or indexed PNG, TIFF) or as pure colours "
+      "(PNG, TIFF), but found ";
+  const std::string numbers =
+      ": expected an 8-bit grey or indexed PNG, or a TIFF of label numbers, but found ";
+  RawPng{w, h, 4, RawPng::kGrey, std::string(pixels / 2, '\1'), "", ""}.save(
+      dir_.file("grey4.png"));
+  expectError(run({{"-scribbles", "grey4.png"}}), "grey4.png" + numbers + "a PNG of 4-bit grey");
   expectError(run({{"-scribbles", "none.png"}}),
-              "none.png: expected an 8-bit grey or indexed PNG, but found a file that does not "
-              "open: No such file or directory");
+              "none.png" + expected + "a file that does not open: No such file or directory");
   const std::string whole = text("scribbles.png");
   std::ofstream(dir_.file("broken.png"), std::ios::binary) << whole.substr(0, 45);
   expectError(run({{"-scribbles", "broken.png"}}),
-              "broken.png: expected an 8-bit grey or indexed PNG, but found a PNG that cannot be "
-              "decoded: it ends early: 0 of 2 rows are there");
+              "broken.png" + numbers +
+                  "a PNG that cannot be decoded: it ends early: 0 of 2 rows are there");
+}
+
+TEST_F(DatatermErrors, ATruthInColours) {
+  RawPng{w, h, 8, RawPng::kColour, std::string(3 * pixels, '\1'), "", ""}.save(
+      dir_.file("colour.png"));
+  expectError(runWithTruth({{"-truth", "colour.png"}}),
+              "colour.png: expected an 8-bit grey or indexed PNG, or a TIFF of label numbers, but "
+              "found a PNG of 8-bit colour");
 }
 
 TEST_F(DatatermErrors, PicturesOfAnotherSize) {

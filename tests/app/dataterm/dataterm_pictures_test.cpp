@@ -65,8 +65,10 @@ TEST_F(DatatermPictures, MayComeThroughAPipe) {
 TEST_F(DatatermPictures, WithoutEndAreRefused) {
   expectError(run({{"-image", "/dev/zero"}}),
               "/dev/zero" + kExpected + "cannot be decoded: Unsupported image format");
-  expectError(run({{"-scribbles", "/dev/zero"}}),
-              "/dev/zero: expected an 8-bit grey or indexed PNG, but found a file that is no PNG");
+  expectError(
+      run({{"-scribbles", "/dev/zero"}}),
+      "/dev/zero: expected an 8-bit grey or indexed PNG, or a TIFF of label numbers, but found "
+      "a file that is neither");
 }
 
 TEST_F(DatatermPictures, OfTooManyPixelsOrTooMuchMemoryAreRefused) {

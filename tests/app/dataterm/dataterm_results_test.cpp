@@ -43,7 +43,7 @@ class DatatermResults : public DatatermProgram {
 TEST_F(DatatermResults, WithoutArgumentsTheUsageScreenIsPrinted) {
   const ProgramResult result = program_.run({});
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, kDatatermUsage);
+  EXPECT_EQ(result.out, std::string(kDatatermUsage) + kFileOptionsUsage);
   EXPECT_EQ(result.err, "");
   EXPECT_THAT(result.out,
               HasSubstr("ratseg-dataterm -image F -scribbles F -out F [-scribbled-image F]\n"));
@@ -53,7 +53,7 @@ TEST_F(DatatermResults, HelpIsTheUsageScreen) {
   for (const char* word : {"-help", "--help"}) {
     const ProgramResult result = program_.run({word});
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, kDatatermUsage);
+    EXPECT_EQ(result.out, std::string(kDatatermUsage) + kFileOptionsUsage);
     EXPECT_EQ(result.err, "");
   }
 }
@@ -222,15 +222,15 @@ TEST_F(DatatermResults, AnImageThatAsksToBeTurnedIsWarnedOfAndUsedAsStored) {
             "orientation); its pixels are used as stored\n");
 }
 
-TEST_F(DatatermResults, AnImageOf16BitsWithSmallValuesIsWarnedOf) {
+TEST_F(DatatermResults, AnImageOf16BitsOfOneValueIsWarnedOf) {
   QImage image(w, h, QImage::Format_Grayscale16);
   image.fill(Qt::black);
   ASSERT_TRUE(image.save(QString::fromStdString(dir_.file("dark.png"))));
   const ProgramResult result = run({{"-image", "dark.png"}});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err,
-            "ratseg-dataterm: warning: dark.png has 16 bits per channel, but only small values: 1 "
-            "level of 256 are left in 8 bits; stretch its values to 65535 first\n");
+            "ratseg-dataterm: warning: dark.png has a channel whose values are all 0; it is "
+            "black\n");
 }
 
 TEST_F(DatatermResults, TheDeviceOptionGoesBeforeTheEnvironment) {

@@ -40,7 +40,9 @@ class LabelPictureTest : public testing::Test {
     return complaint();
   }
   std::string expectedBut(const std::string& found) {
-    return file_ + ": expected an 8-bit grey or indexed PNG, but found " + found;
+    return file_ +
+           ": expected an 8-bit grey or indexed PNG, or a TIFF of label numbers, but found " +
+           found;
   }
 
   const TempDir dir_;
@@ -86,9 +88,16 @@ TEST_F(LabelPictureTest, IndicesOfFewerBitsAreRead) {
   EXPECT_THAT(one.pixels, ElementsAre(0, 1, 1, 0));
 }
 
-TEST_F(LabelPictureTest, GreyOfOtherDepthsIsRefused) {
-  EXPECT_EQ(complaint({1, 1, 16, RawPng::kGrey, {"\x00\x01", 2}, "", ""}),
-            expectedBut("a PNG of 16-bit grey"));
+TEST_F(LabelPictureTest, GreyOf16BitsIsReadUpTo255) {
+  const auto picture = load({2, 1, 16, RawPng::kGrey, {"\x00\x01\x00\xff", 4}, "", ""});
+  EXPECT_THAT(picture.pixels, ElementsAre(1, 255));
+  EXPECT_EQ(
+      complaint({2, 1, 16, RawPng::kGrey, {"\x00\x01\x01\x00", 4}, "", ""}),
+      expectedBut("a file that has 256 at column 1, row 0, which is no whole number from 0 to "
+                  "255"));
+}
+
+TEST_F(LabelPictureTest, GreyOfFewerBitsIsRefused) {
   EXPECT_EQ(complaint({2, 1, 4, RawPng::kGrey, "\x12", "", ""}),
             expectedBut("a PNG of 4-bit grey"));
 }
@@ -105,9 +114,9 @@ TEST_F(LabelPictureTest, ColoursAreRefused) {
 TEST_F(LabelPictureTest, OtherFilesAreRefused) {
   EXPECT_EQ(complaint(), expectedBut("a file that does not open: No such file or directory"));
   std::ofstream(file_) << "P2 1 1 255 0 and so on, long enough for a header";
-  EXPECT_EQ(complaint(), expectedBut("a file that is no PNG"));
+  EXPECT_EQ(complaint(), expectedBut("a file that is neither"));
   std::ofstream(file_) << "\x89PNG\r\n";
-  EXPECT_EQ(complaint(), expectedBut("a file that is no PNG"));
+  EXPECT_EQ(complaint(), expectedBut("a file that is neither"));
 }
 
 TEST_F(LabelPictureTest, ABrokenPngIsRefused) {
