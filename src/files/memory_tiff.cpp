@@ -57,6 +57,8 @@ struct MemoryTiff::Calls {
     return 1;
   }
   static int warning(TIFF*, void* self, const char*, const char* format, va_list values) {
+    // Many programs write tags of their own, which do no harm.
+    if (std::string_view(format).starts_with("Unknown field with tag")) return 1;
     of(self).note(of(self).warnings_, format, values);
     return 1;
   }

@@ -1,7 +1,9 @@
 """Pictures of any depth as tifffile, libtiff's tools and Pillow write them."""
 
+import os
 import shutil
 import subprocess
+import threading
 
 import foreign
 import numpy as np
@@ -233,6 +235,26 @@ class Tiff(Case):
         self.refused(f"image.tif: {EXPECTED}is a stack of 700 pictures that ImageJ wrote without "
                      "pages, as it does beyond 4 GiB; save the one that is wanted as a file of its "
                      "own", "-image", "image.tif", "-scribbles", "scribbles.png")
+
+    def test_pipes(self):
+        array = self.deep(np.dtype("uint16"))
+        for more in ({}, {"bigtiff": True}, {"byteorder": ">"}):
+            self.write(array, **more)
+            os.mkfifo(self.folder / "pipe")
+            writer = threading.Thread(
+                target=lambda: (self.folder / "pipe").write_bytes(
+                    (self.folder / "image.tif").read_bytes()))
+            writer.start()
+            picture, _ = self.seen(image="pipe")
+            writer.join()
+            (self.folder / "pipe").unlink()
+            np.testing.assert_array_equal(picture, self.stretched(array))
+
+    def test_tags_of_other_programs_are_no_complaints(self):
+        array = self.deep(np.dtype("uint16"))
+        self.write(array, extratags=[(65000, "H", 1, 7, True), (33550, "d", 3, (1., 1., 0.), True)])
+        picture, said = self.seen("-strict", 1)
+        self.assertNotIn("warning", said)
 
     def test_complex_numbers_are_refused(self):
         self.write(self.deep(np.dtype("float32")).astype(np.complex64))

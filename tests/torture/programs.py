@@ -29,6 +29,7 @@ class Program:
     drawn: tuple = ()  # results that may lack letters, which Qt leaves out where it has no memory
     overwrites: bool = True  # otherwise it refuses to, and runs where there are no results yet
     slow: bool = False  # of a size of its own; the short form leaves most runs of it out
+    binary: str = ""  # the program's file, where it is not the name
 
 
 PROGRAMS = (
@@ -43,8 +44,14 @@ PROGRAMS = (
     Program(
         "ratseg-dataterm",
         ("-image", "{in}/image.png", "-scribbles", "{in}/scribbles.png", "-out", "dataterm.gz",
-         "-truth", "{in}/truth.png", "-proportions", "proportions.txt"),
-        ("dataterm.gz", "proportions.txt"),
+         "-truth", "{in}/truth.png", "-proportions", "proportions.txt", "-picture-out",
+         "picture.png"),
+        ("dataterm.gz", "proportions.txt", "picture.png"),
+        messages=r"ERROR|    |ratseg: |ratseg-dataterm: "),
+    Program(
+        "convert",
+        ("-convert", "{in}/labeling.gz", "-image", "{in}/image.png", "-out", "labels.tif"),
+        ("labels.tif",), binary="ratseg-dataterm",
         messages=r"ERROR|    |ratseg: |ratseg-dataterm: "),
     Program("make_micrograph", (".", "{seed}"), ("image.png", "truth.png", "scribbles.png"),
             says_saved=False, overwrites=False, slow=True),
@@ -82,8 +89,9 @@ class Bench:
         self.results = {}
 
     def path_of(self, program):
-        here = self.tools / program.name
-        return here if here.exists() else self.bin / program.name
+        file = program.binary or program.name
+        here = self.tools / file
+        return here if here.exists() else self.bin / file
 
     def command(self, program, which="new"):
         values = {"in": str(self.inputs[which]), "seed": {"old": "1"}.get(which, "2")}

@@ -3,6 +3,7 @@
 #include <QImage>
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "app/dataterm/eight_bits.h"
@@ -51,6 +52,8 @@ bool isDeepPng(const std::string& bytes) {
 
 CheckRasterSize checkerOf(const PictureLimits& limits) {
   return [&limits](std::size_t w, std::size_t h, std::size_t channels) {
+    constexpr std::size_t kLongest = std::numeric_limits<int>::max();
+    if (w > kLongest || h > kLongest) throw FileError("has sides of 2^31 pixels or more");
     // The values, the 8-bit planes, the colours.
     const double bytes = 4.0 * static_cast<double>(channels) + 3 + sizeof(RGB);
     checkPictureSize(w, h, limits, bytes);
