@@ -25,8 +25,26 @@ def packed_array(code, values):
     return gzip.compress(numbers, mtime=0)
 
 
+def tiff16(width, height, values):
+    """A TIFF of 16-bit grey values in one strip."""
+    tags = ((256, 3, width), (257, 3, height), (258, 3, 16), (259, 3, 1), (262, 3, 1), (273, 4, 8),
+            (277, 3, 1), (278, 3, height), (279, 4, 2 * len(values)))
+    pixels = struct.pack(f"<{len(values)}H", *values)
+    directory = struct.pack("<H", len(tags)) + b"".join(
+        struct.pack("<HHII", number, kind, 1, value) for number, kind, value in tags)
+    return b"II*\0" + struct.pack("<I", 8 + len(pixels)) + pixels + directory + bytes(4)
+
+
+def npy(shape, values):
+    """A file of numpy.save with 32-bit floats."""
+    text = f"{{'descr': '<f4', 'fortran_order': False, 'shape': {shape}, }}\n".encode()
+    return (b"\x93NUMPY\x01\0" + struct.pack("<H", len(text)) + text +
+            struct.pack(f"<{len(values)}f", *values))
+
+
 def make(folder, seed, width=24, height=16, labels=3):
-    """Writes image.png, truth.png, scribbles.png, dataterm.gz, labeling.gz and proportions.txt."""
+    """Writes pictures (image.png, deep.tif, truth.png, scribbles.png), costs (dataterm.gz, costs.npy),
+    labeling.gz and proportions.txt."""
     folder = Path(folder)
     folder.mkdir(parents=True)
     chance = random.Random(seed)
@@ -41,6 +59,8 @@ def make(folder, seed, width=24, height=16, labels=3):
     (folder / "scribbles.png").write_bytes(png(width, height, 0, marks))
     costs = [chance.random() * 4 + (0 if truth[y][x] == i else 3)
              for i in range(labels) for y in range(height) for x in range(width)]
+    (folder / "costs.npy").write_bytes(npy((labels, height, width), costs))
+    (folder / "deep.tif").write_bytes(tiff16(width, height, [16 * g for row in grey for g in row]))
     (folder / "dataterm.gz").write_bytes(packed_array("f", costs))
     flat = [t for row in truth for t in row]
     (folder / "labeling.gz").write_bytes(packed_array("i", flat))

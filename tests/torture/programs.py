@@ -49,6 +49,12 @@ PROGRAMS = (
         ("dataterm.gz", "proportions.txt", "picture.png"),
         messages=r"ERROR|    |ratseg: |ratseg-dataterm: "),
     Program(
+        "costs",
+        ("-image", "{in}/deep.tif", "-costs", "{in}/costs.npy", "-out", "costs.gz", "-picture-out",
+         "deep.png"),
+        ("costs.gz", "deep.png"), binary="ratseg-dataterm",
+        messages=r"ERROR|    |ratseg: |ratseg-dataterm: "),
+    Program(
         "convert",
         ("-convert", "{in}/labeling.gz", "-image", "{in}/image.png", "-out", "labels.tif"),
         ("labels.tif",), binary="ratseg-dataterm",

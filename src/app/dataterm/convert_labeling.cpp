@@ -18,6 +18,7 @@
 #include "files/tiff_writer.h"
 #include "util/file_replacement.h"
 #include "util/fileio.h"
+#include "util/pictures/complaints.h"
 #include "util/same_file.h"
 
 namespace namespace_ratseg {
@@ -95,6 +96,7 @@ bool makePng(FileReplacement& file, const Labeling& labeling, std::string* error
                    image.scanLine(static_cast<int>(y)),
                    [](int label) { return static_cast<uchar>(label); });
   }
+  const Complaints ignored;  // of plugins that Qt looks for
   return FileIO::makeImagePNG(file, image, error);
 }
 

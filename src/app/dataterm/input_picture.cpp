@@ -16,6 +16,7 @@
 #include "files/tiff_reader.h"
 #include "files/turn.h"
 #include "util/fileio.h"
+#include "util/pictures/complaints.h"
 #include "util/pictures/png_reader.h"
 
 namespace namespace_ratseg {
@@ -156,6 +157,7 @@ bool makePicture(FileReplacement& file, const InputPicture& picture, std::string
       *to++ = static_cast<uchar>(byteOf(from->z));
     }
   }
+  const Complaints ignored;  // of plugins that Qt looks for
   return FileIO::makeImagePNG(file, copy, error);
 }
 
