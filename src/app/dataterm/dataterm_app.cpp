@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "algorithms/rat_segments/alg/rat_seg.h"
+#include "app/dataterm/costs.h"
 #include "app/dataterm/input_error.h"
 #include "app/dataterm/label_picture.h"
 #include "app/dataterm/options.h"
@@ -72,6 +72,8 @@ LabelPicture loadBeside(const std::string& file, const Image& image, const std::
 // The task to compute, read from the files that the options name.
 struct Problem {
   Image image;
+  Image otherImage;  // that the scribbles were drawn on, where that is not the image
+  LabelPicture scribbles;
   std::size_t scribbledPixels = 0;  // of the image that the scribbles were drawn on
   std::size_t labels = 0;           // without the void background label
   std::vector<std::vector<RGB>> colours;
@@ -81,10 +83,10 @@ struct Problem {
       : image(loadImage(options.image, options.limits)) {
     const bool other = !options.scribbledImage.empty();
     const std::string& scribbledFile = other ? options.scribbledImage : options.image;
-    const Image otherImage = other ? loadImage(scribbledFile, options.limits) : Image();
-    const Image& scribbled = other ? otherImage : image;
+    if (other) otherImage = loadImage(scribbledFile, options.limits);
+    const Image& scribbled = this->scribbled();
     scribbledPixels = scribbled.count();
-    const LabelPicture scribbles = loadBeside(options.scribbles, scribbled, scribbledFile);
+    scribbles = loadBeside(options.scribbles, scribbled, scribbledFile);
     std::optional<LabelPicture> truth;
     if (!options.truth.empty()) truth = loadBeside(options.truth, image, options.image);
     if (scribbles.highest() == 0) {
@@ -105,6 +107,8 @@ struct Problem {
       }
     }
   }
+
+  const Image& scribbled() const { return otherImage.pixels ? otherImage : image; }
 };
 
 void warnOfScribbles(const Problem& problem, const DatatermOptions& options) {
@@ -127,29 +131,6 @@ void chooseDevice(const DatatermOptions& options) {
     throw InputError(options.device.empty() ? "RATSEG_DEVICE" : "-device " + options.device,
                      "a device to compute on", "none");
   }
-}
-
-// The data term of all labels, the void background label's last where there is one.
-std::vector<float> computeDataterm(Problem& problem, const DatatermOptions& options) {
-  RatSeg solver;
-  Params& par = solver.getParams();
-  par.w = static_cast<std::size_t>(problem.image.w);
-  par.h = static_cast<std::size_t>(problem.image.h);
-  par.n = problem.labels;
-  const std::size_t planes = problem.labels + (options.sharesOfImage ? 1 : 0);
-  std::vector<float> rho(planes * problem.image.count(), options.voidCost());
-  if (!solver.alloc()) throw std::runtime_error("could not allocate solver");
-  std::vector<RGB*> lists;
-  std::vector<std::size_t> counts;
-  for (auto& list : problem.colours) {
-    lists.push_back(list.data());
-    counts.push_back(list.size());
-  }
-  solver.setDataterm(problem.image.pixels.get(), lists.data(), counts.data(), options.sigma,
-                     options.thr);
-  solver.getDataterm(rho.data());
-  solver.free();
-  return rho;
 }
 
 // Hand-drawn scribbles are not to be lost by a slip of the fingers.
@@ -228,7 +209,11 @@ void run(const DatatermOptions& options) {
   chooseDevice(options);
   warnOfScribbles(problem, options);
   if (options.strict && warningCount() > 0) throw std::runtime_error(warningsAreErrors());
-  writeFiles(options, computeDataterm(problem, options), problem.shares);
+  const CostInput input = {problem.image, problem.scribbled(), problem.scribbles, problem.colours,
+                           problem.labels};
+  CostMaker maker(input, options);
+  if (options.strict && warningCount() > 0) throw std::runtime_error(warningsAreErrors());
+  writeFiles(options, maker.costs(problem.shares), problem.shares);
   report(problem, options);
 }
 

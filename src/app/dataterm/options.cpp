@@ -75,7 +75,7 @@ class Reader {
         "thr",    "truth",     "proportions",     "spread",    "shares",
         "device", "strict",    "max-megapixels",  "max-memory"};
     for (const auto& [name, values] : cmd_.values) {
-      bool isKnown = false;
+      bool isKnown = ModelOptions::isOne(name);
       for (const std::string& k : known) isKnown = isKnown || k == name;
       if (!isKnown) {
         throw InputError("-" + name, "one of the options that the usage screen lists",
@@ -96,6 +96,8 @@ class Reader {
     target = values[0];
     return true;
   }
+
+  ModelOptions model() const { return ModelOptions::parse(cmd_); }
 
   void required(const std::string& name, std::string& target) const {
     if (!text(name, "a file name", target)) {
@@ -194,6 +196,7 @@ DatatermOptions DatatermOptions::parse(int argc, const char* const* argv) {
   const auto isLimit = [](double v) { return v > 0 && std::isfinite(v); };
   reader.number("max-megapixels", "a number greater than 0", options.limits.megapixels, isLimit);
   reader.number("max-memory", "a number greater than 0", options.limits.gib, isLimit);
+  options.model = reader.model();
   readTruth(reader, options);
   checkShares(reader, options);
   checkDevice(reader, options);

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "app/dataterm/model_options.h"
 #include "app/load_picture.h"
 
 namespace namespace_ratseg {
@@ -21,6 +22,7 @@ struct DatatermOptions {
   bool sharesOfImage = false;  // -shares image (true) or foreground (false)
   std::string device;          // -device; empty: as RATSEG_DEVICE says
   bool strict = false;         // -strict: warnings are errors
+  ModelOptions model;          // what makes the costs
   PictureLimits limits;        // -max-megapixels and -max-memory, > 0
 
   // The cost of the void background label that -shares image appends: too dear to be chosen, and

@@ -1,0 +1,206 @@
+#include "app/dataterm/costs.h"
+
+#include <algorithm>
+#include <optional>
+#include <stdexcept>
+
+#include "algorithms/rat_segments/alg/dataterm/dataterm_host.h"
+#include "algorithms/rat_segments/alg/rat_seg.h"
+#include "app/dataterm/forest_costs.h"
+#include "app/dataterm/input_error.h"
+#include "app/dataterm/model_reports.h"
+#include "app/dataterm/work_line.h"
+#include "app/messages.h"
+#include "models/learn.h"
+
+namespace namespace_ratseg {
+
+namespace {
+
+using Kind = ModelOptions::Kind;
+
+std::size_t countMarked(const CostInput& input) {
+  std::size_t marked = 0;
+  for (const auto& colours : input.colours) marked += colours.empty() ? 0 : 1;
+  return marked;
+}
+
+// Whether there is a forest to learn; says why not.
+bool learnsForest(const CostInput& input, const ModelOptions& model) {
+  if (model.kind == Kind::colour) return false;
+  if (!haveVigra()) {
+    if (model.given) {
+      throw InputError("-model", "colour, since this program was built without VIGRA",
+                       "one that needs a random forest");
+    }
+    note("built without VIGRA: costs by colour alone, as with -model colour");
+    return false;
+  }
+  if (countMarked(input) >= 2) return true;
+  note("a single label is marked: costs by colour alone");
+  return false;
+}
+
+// What samples cost by colour where others are known.
+ColourCosts colourCostsOf(const CostInput& input, const DatatermOptions& options) {
+  return [&input, &options](const std::vector<const Sample*>& known,
+                            const std::vector<const Sample*>& asked, float* out) {
+    const RGB* pixels = input.scribbled.pixels.get();
+    std::vector<RGB> wanted;
+    for (const Sample* sample : asked) wanted.push_back(pixels[sample->pixel]);
+    std::vector<std::vector<RGB>> colours(input.labels);
+    for (const Sample* sample : known) colours[sample->label].push_back(pixels[sample->pixel]);
+    std::vector<float> costs(asked.size());
+    const std::size_t classes = countMarked(input);
+    std::size_t c = 0;
+    for (std::size_t label = 0; label < input.labels; ++label) {
+      if (input.colours[label].empty()) continue;
+      scribbleDatatermHost(costs.data(), wanted.data(), wanted.size(), colours[label].data(),
+                           colours[label].size(), options.sigma, options.thr);
+      for (std::size_t k = 0; k < asked.size(); ++k) out[k * classes + c] = costs[k];
+      ++c;
+    }
+  };
+}
+
+// Costs by colour of all labels in front of rho.
+void writeColourCosts(const CostInput& input, const DatatermOptions& options, float* rho) {
+  RatSeg solver;
+  Params& par = solver.getParams();
+  par.w = static_cast<std::size_t>(input.image.w);
+  par.h = static_cast<std::size_t>(input.image.h);
+  par.n = input.labels;
+  if (!solver.alloc()) throw std::runtime_error("could not allocate solver");
+  std::vector<RGB*> lists;
+  std::vector<std::size_t> counts;
+  for (const auto& list : input.colours) {
+    lists.push_back(const_cast<RGB*>(list.data()));
+    counts.push_back(list.size());
+  }
+  solver.setDataterm(input.image.pixels.get(), lists.data(), counts.data(), options.sigma,
+                     options.thr);
+  solver.getDataterm(rho);
+  solver.free();
+}
+
+// Other labels than the marked one cost too much to be chosen.
+void keepMarks(const CostInput& input, float tooDear, std::vector<float>& rho) {
+  const std::size_t pixels = input.image.count();
+  for (std::size_t p = 0; p < pixels; ++p) {
+    const std::size_t mark = input.scribbles.pixels[p];
+    if (mark == 0) continue;
+    for (std::size_t k = 0; k < input.labels; ++k) {
+      if (k + 1 != mark) rho[k * pixels + p] = tooDear;
+    }
+  }
+}
+
+void forbid(const CostInput& input, std::size_t label, const std::string& file, float tooDear,
+            std::vector<float>& rho) {
+  const auto w = static_cast<std::size_t>(input.image.w),
+             h = static_cast<std::size_t>(input.image.h);
+  if (label >= input.labels) {
+    throw InputError("-forbid " + std::to_string(label),
+                     "a label from 0 to " + std::to_string(input.labels - 1),
+                     std::to_string(label));
+  }
+  const auto checkSize = [&](std::size_t ownW, std::size_t ownH) {
+    if (ownW != w || ownH != h) {
+      throw InputError(file, sizeText(w, h) + " as in the image", sizeText(ownW, ownH));
+    }
+  };
+  const LabelPicture mask = LabelPicture::load(file, {warnerOf(file), checkSize});
+  std::size_t count = 0;
+  for (std::size_t p = 0; p < mask.pixels.size(); ++p) {
+    if (mask.pixels[p] == 0) continue;
+    rho[label * mask.pixels.size() + p] = tooDear;
+    ++count;
+  }
+  note("label " + std::to_string(label) + " is forbidden at " + std::to_string(count) + " of " +
+       std::to_string(mask.pixels.size()) + " pixels by " + file);
+}
+
+}  // namespace
+
+Channels channelsOf(const Image& image) {
+  const RGB* first = image.pixels.get();
+  Channels channels;
+  channels.w = static_cast<std::size_t>(image.w);
+  channels.h = static_cast<std::size_t>(image.h);
+  channels.step = sizeof(RGB) / sizeof(float);
+  channels.data = {&first->x, &first->y, &first->z};
+  channels.kind = ChannelKind::colour;
+  return greyWhereEqual(channels);
+}
+
+struct CostMaker::State {
+  const CostInput& input;
+  const DatatermOptions& options;
+  std::optional<Learned> model;             // none: colours alone
+  std::optional<PictureFeatures> features;  // of the image, where they are there already
+
+  State(const CostInput& i, const DatatermOptions& o) : input(i), options(o) {}
+  void learnModel();
+};
+
+void CostMaker::State::learnModel() {
+  WorkLine line;
+  PictureFeatures seen(channelsOf(input.scribbled));
+  LearnSettings settings;
+  settings.most = options.thr;
+  settings.mix = options.model.mix;
+  if (options.model.kind != Kind::forest) settings.colourCosts = colourCostsOf(input, options);
+  settings.progress = [&](double part) { line.show("learning", part); };
+  std::size_t done = 0;
+  seen.step = [&] {
+    ++done;
+    line.show("looking at marked rows",
+              static_cast<double>(done) / static_cast<double>(seen.steps()));
+  };
+  const Marks marks = {input.scribbles.w, input.scribbles.h, input.scribbles.pixels.data()};
+  model = learn(seen, marks, settings);
+  seen.step = {};
+  if (input.marksAreOnImage()) features.emplace(std::move(seen));
+}
+
+CostMaker::CostMaker(const CostInput& input, const DatatermOptions& options)
+    : state_(std::make_unique<State>(input, options)) {
+  if (!learnsForest(input, options.model)) return;
+  state_->learnModel();
+  reportLearned(*state_->model, options);
+}
+
+CostMaker::~CostMaker() = default;
+
+std::vector<float> CostMaker::costs(const std::vector<double>& shares) {
+  const CostInput& input = state_->input;
+  const DatatermOptions& options = state_->options;
+  const std::size_t pixels = input.image.count();
+  const std::size_t planes = input.labels + (options.sharesOfImage ? 1 : 0);
+  std::vector<float> rho(planes * pixels, options.voidCost());
+  const std::optional<Learned>& model = state_->model;
+  if (model && model->mix >= 1) {
+    std::fill_n(rho.begin(), input.labels * pixels, options.thr);
+  } else {
+    writeColourCosts(input, options, rho.data());
+  }
+  if (model) {
+    if (!state_->features) state_->features.emplace(channelsOf(input.image));
+    WorkLine line;
+    addForestCosts(*model, *state_->features, input.labels, line, rho.data());
+    state_->features.reset();
+    line.erase();
+    reportShares(rho.data(), input.labels, pixels, shares, options);
+  }
+  if (options.model.hardStrokes() && input.marksAreOnImage()) {
+    keepMarks(input, options.voidCost(), rho);
+  }
+  for (const auto& [label, file] : options.model.forbidden) {
+    forbid(input, label, file, options.voidCost(), rho);
+  }
+  return rho;
+}
+
+std::string CostMaker::kept() const { return {}; }
+
+}  // namespace namespace_ratseg
