@@ -11,12 +11,14 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "app/dataterm/input_error.h"
 #include "app/dataterm/label_picture.h"
 #include "app/dataterm/scribble_problem.h"
+#include "app/load_picture.h"
 #include "app/messages.h"
 #include "app/process.h"
 #include "app/result_files.h"
@@ -31,14 +33,18 @@ namespace namespace_ratseg {
 namespace {
 
 constexpr char kUsage[] =
-    "compare_labelings -truth F -scribbles F -labelings F.gz ... -names NAME ...\n"
+    "compare_labelings [-truth F] -scribbles F -labelings F.gz ... -names NAME ...\n"
     "                  [-shares foreground|image] [-image F -sheet F.png]\n"
     "\n"
-    "Prints a table with the accuracy of each labeling that ratseg wrote and the shares of its\n"
-    "labels. The sheet shows image, truth and labelings side by side.\n";
+    "Prints a table with the shares of the labels of each labeling that ratseg wrote and, where "
+    "the\n"
+    "truth is known, its accuracy outside the scribbles. The sheet shows image, truth and "
+    "labelings\n"
+    "side by side.\n";
 
 struct Comparison {
-  LabelPicture truth;
+  LabelPicture scribbles;
+  std::optional<LabelPicture> truth;
   std::size_t labels = 0;  // of the truth and the scribbles, without a void background label
   bool sharesOfImage = false;
   std::vector<std::string> names;
@@ -54,8 +60,8 @@ std::vector<std::string> values(const Cmd& cmd, const std::string& name) {
   return found->second;
 }
 
-std::vector<int> loadLabeling(const std::string& file, const LabelPicture& truth) {
-  std::vector<int> labeling(truth.pixels.size());
+std::vector<int> loadLabeling(const std::string& file, std::size_t pixels) {
+  std::vector<int> labeling(pixels);
   if (!FileIO::loadArray(file, labeling.data(), labeling.size())) {
     throw InputError(file, std::to_string(labeling.size()) + " labels, one for each pixel",
                      "something else");
@@ -63,10 +69,20 @@ std::vector<int> loadLabeling(const std::string& file, const LabelPicture& truth
   return labeling;
 }
 
+LabelPicture loadTruth(const std::string& file, const LabelPicture& scribbles) {
+  LabelPicture truth = LabelPicture::load(file);
+  if (truth.w != scribbles.w || truth.h != scribbles.h) {
+    throw InputError(file, sizeText(scribbles.w, scribbles.h) + " as in the scribbles",
+                     sizeText(truth.w, truth.h));
+  }
+  return truth;
+}
+
 Comparison readComparison(const Cmd& cmd) {
   Comparison c;
-  c.truth = LabelPicture::load(values(cmd, "truth")[0]);
-  c.labels = countLabels(LabelPicture::load(values(cmd, "scribbles")[0]), c.truth);
+  c.scribbles = LabelPicture::load(values(cmd, "scribbles")[0]);
+  if (cmd.hasArg("truth")) c.truth = loadTruth(values(cmd, "truth")[0], c.scribbles);
+  c.labels = countLabels(c.scribbles, c.truth);
   c.sharesOfImage = cmd.hasArg("shares") && values(cmd, "shares")[0] == "image";
   c.names = values(cmd, "names");
   const auto files = values(cmd, "labelings");
@@ -74,15 +90,23 @@ Comparison readComparison(const Cmd& cmd) {
     throw InputError("-names", std::to_string(files.size()) + " names, one for each labeling",
                      std::to_string(c.names.size()));
   }
-  for (const std::string& file : files) c.labelings.push_back(loadLabeling(file, c.truth));
+  for (const std::string& file : files) {
+    c.labelings.push_back(loadLabeling(file, c.scribbles.pixels.size()));
+  }
   return c;
 }
 
 void printTable(const Comparison& c) {
-  const auto trueShares = shares(c.truth, c.labels, c.sharesOfImage);
+  std::vector<std::uint8_t> truth;
+  std::vector<double> trueShares;
+  if (c.truth) {
+    truth = c.truth->pixels;
+    trueShares = shares(*c.truth, c.labels, c.sharesOfImage);
+  }
+  const std::size_t listed = c.sharesOfImage ? c.labels : std::max<std::size_t>(c.labels, 1) - 1;
   std::vector<LabelingScore> scores;
   for (std::size_t k = 0; k < c.labelings.size(); ++k) {
-    scores.push_back(scoreLabeling(c.names[k], c.labelings[k], c.truth.pixels, trueShares.size()));
+    scores.push_back(scoreLabeling(c.names[k], c.labelings[k], truth, c.scribbles.pixels, listed));
   }
   std::cout << scoreTable(trueShares, scores, c.sharesOfImage ? "image" : "foreground");
 }
@@ -94,7 +118,7 @@ QImage picture(const std::vector<int>& labeling, const Comparison& c) {
   for (int& label : known) label = std::clamp(label, 0, static_cast<int>(n) - 1);
   const auto colours = colourLabeling(known, labelColours(n));
   const std::unique_ptr<QImage> image(ImageTransforms::imageToQImage(
-      colours.data(), static_cast<int>(c.truth.w), static_cast<int>(c.truth.h), nullptr));
+      colours.data(), static_cast<int>(c.scribbles.w), static_cast<int>(c.scribbles.h), nullptr));
   return *image;
 }
 
@@ -104,9 +128,9 @@ QImage drawSheet(const std::string& imageFile, const Comparison& c) {
   QImage* loaded = nullptr;
   if (!FileIO::loadImage(imageFile, loaded)) throw InputError(imageFile, "an image", "none");
   std::vector<QImage> panels = {std::move(*std::unique_ptr<QImage>(loaded))};
-  panels.push_back(picture({c.truth.pixels.begin(), c.truth.pixels.end()}, c));
+  if (c.truth) panels.push_back(picture({c.truth->pixels.begin(), c.truth->pixels.end()}, c));
   for (const auto& labeling : c.labelings) panels.push_back(picture(labeling, c));
-  const int width = std::min(static_cast<int>(c.truth.w), kWidest);
+  const int width = std::min(static_cast<int>(c.scribbles.w), kWidest);
   for (QImage& panel : panels) {
     panel =
         panel.convertToFormat(QImage::Format_RGB32).scaledToWidth(width, Qt::SmoothTransformation);

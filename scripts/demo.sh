@@ -8,21 +8,26 @@ usage() {
 scripts/demo.sh [FOLDER] [options]
 
 Builds ratseg and segments a picture three times: by the pixelwise best label, without the share
-prior, and with it. Prints how many pixels get their true label and the shares of the labels.
+prior, and with it. Prints the shares of the labels and, where the truth is known, how many of the
+pixels that are not marked get their true label.
 
-FOLDER has image.* (any format), scribbles.png (8-bit grey or indexed; label + 1 where marked) and
-truth.png (label numbers, the background last). Without FOLDER a micrograph is drawn; where these
-three pictures are in demo-out/ already, they are used as they are.
+FOLDER has image.* (any format) and scribbles.png (8-bit grey or indexed; label + 1 where marked),
+and for the prior proportions.txt (a line "mean spread" for each label that shares are of) or
+truth.png (label numbers, the background last), from which the shares are taken where there is no
+proportions.txt. With neither, the run with the prior is left out. Without FOLDER a micrograph is
+drawn; where its three pictures are in demo-out/ already, they are used as they are.
 
 -shares foreground|image   what the shares are of         (foreground)
                            (give "image" for two labels: shares of the foreground say nothing then)
--lambda L                  weight of the boundary length  (2)
+-lambda L                  weight of the boundary length  (5)
 -mu M                      weight of the share prior      (500)
 -epsilon E                 tolerance of the share prior   (10)
 -spread S                  spread of the shares           (0.02)
 -sigma S                   width of the colour kernel     (5)
 -thr T                     greatest cost                  (10)
--iterations N              iterations                     (1000)
+-tolerance X               end when the certified gap is this small (1e-3)
+-accelerate 0|1            the accelerated iteration      (1)
+-iterations N              at most so many iterations     (5000)
 
 Results go to demo-out/ in the project's folder, for FOLDER to demo-out/<name of FOLDER>/, over
 those of any other folder of that name.
@@ -31,8 +36,8 @@ USAGE
 }
 
 folder=
-declare -A option=([shares]=foreground [lambda]=2 [mu]=500 [epsilon]=10 [spread]=0.02 [sigma]=5
-                   [thr]=10 [iterations]=1000)
+declare -A option=([shares]=foreground [lambda]=5 [mu]=500 [epsilon]=10 [spread]=0.02 [sigma]=5
+                   [thr]=10 [tolerance]=1e-3 [accelerate]=1 [iterations]=5000)
 while (($# > 0)); do
   case $1 in
     -h | -help | --help)
@@ -84,13 +89,14 @@ draw_pictures() {
   fi
 }
 
-# Sets image, scribbles, truth and out.
+# Sets image, scribbles, truth and shares (the last two empty where there are none), and out.
 find_pictures() {
   out=$root/demo-out
   if [[ -z $folder ]]; then
     image=$out/image.png
     scribbles=$out/scribbles.png
     truth=$out/truth.png
+    shares=
     return
   fi
   [[ -d $folder ]] || die "expected a folder, but found none at \"$folder\""
@@ -101,11 +107,11 @@ find_pictures() {
   ((${#images[@]} == 1)) || die "expected one file image.* in \"$folder\", but found ${#images[@]}"
   image=${images[0]}
   scribbles=$folder/scribbles.png
-  truth=$folder/truth.png
-  local file
-  for file in "$scribbles" "$truth"; do
-    [[ -f $file ]] || die "expected a file \"$file\", but found none"
-  done
+  [[ -f $scribbles ]] || die "expected a file \"$scribbles\", but found none"
+  truth=
+  [[ ! -e $folder/truth.png ]] || truth=$folder/truth.png
+  shares=
+  [[ ! -e $folder/proportions.txt ]] || shares=$folder/proportions.txt
   local name
   name=$(basename "$folder")
   ! is_demo_file "$name" || die "expected a folder of another name: \"$name\" in demo-out is for a" \
@@ -124,13 +130,36 @@ show_warnings() {
   done <"$1"
 }
 
+# Makes dataterm.gz and, where there are shares, proportions.txt.
+make_dataterm() {
+  local command=("$bin/ratseg-dataterm" -image "$image" -scribbles "$scribbles"
+    -out "$out/dataterm.gz" -sigma "${option[sigma]}" -thr "${option[thr]}"
+    -shares "${option[shares]}")
+  if [[ -n $truth ]]; then
+    command+=(-truth "$truth" -proportions "$out/proportions.txt" -spread "${option[spread]}")
+  else
+    rm -f "$out/proportions.txt"
+  fi
+  "${command[@]}" >"$out/dataterm.log"
+  [[ -z $shares ]] || cp "$shares" "$out/proportions.txt"
+}
+
+# ratseg wants shares also where mu is 0: one for each label but the last.
+any_shares() {
+  local labels
+  labels=$(sed -n 's/.*(data term of \([0-9]*\) labels.*/\1/p' "$out/dataterm.log")
+  local k
+  for ((k = 1; k < labels; ++k)); do echo "0.5 1"; done
+}
+
 # Runs ratseg, whose output goes to a log: name of the results, mu, iterations.
 solve() {
-  rm -f "${result_files[@]/#/$out/$1}"
   local log=$out/$1.log
   local command=("$bin/ratseg" -image "$image" -dataterm "$out/dataterm.gz"
-    -proportions "$out/proportions.txt" -lambda "${option[lambda]}" -mu "$2"
+    -proportions "$proportions" -lambda "${option[lambda]}" -mu "$2"
     -epsilon "${option[epsilon]}" -iterations "$3" -outprefix "$out/$1")
+  [[ $3 == 0 ]] ||
+    command+=(-tolerance "${option[tolerance]}" -accelerate "${option[accelerate]}")
   if ! "${command[@]}" >"$log" 2>&1 </dev/null; then
     cat "$log" >&2
     die "this failed: ${command[*]}"
@@ -145,22 +174,39 @@ bin=$root/build/release/bin
 mkdir -p "$out"
 echo "Results go to $out" >&2
 [[ -n $folder ]] || draw_pictures
+rm -f "${result_files[@]/#/$out/pixelwise}" "${result_files[@]/#/$out/without}" \
+  "${result_files[@]/#/$out/with}"
 
-"$bin/ratseg-dataterm" -image "$image" -scribbles "$scribbles" -out "$out/dataterm.gz" \
-  -sigma "${option[sigma]}" -thr "${option[thr]}" -truth "$truth" \
-  -proportions "$out/proportions.txt" -spread "${option[spread]}" \
-  -shares "${option[shares]}" >"$out/dataterm.log"
-solve pixelwise 0 0
-solve without 0 "${option[iterations]}"
-solve with "${option[mu]}" "${option[iterations]}"
+make_dataterm
+proportions=$out/proportions.txt
+runs=(pixelwise without with)
+names=(pixelwise "without prior" "with prior")
+if [[ ! -e $proportions ]]; then
+  echo "Without the prior only: $folder has neither proportions.txt nor truth.png" >&2
+  runs=(pixelwise without)
+  names=(pixelwise "without prior")
+  proportions=$(mktemp)
+  trap 'rm -f "$proportions"' EXIT
+  any_shares >"$proportions"
+fi
+for run in "${runs[@]}"; do
+  case $run in
+    pixelwise) solve pixelwise 0 0 ;;
+    without) solve without 0 "${option[iterations]}" ;;
+    with) solve with "${option[mu]}" "${option[iterations]}" ;;
+  esac
+done
 
+labelings=("${runs[@]/#/$out/}")
+labelings=("${labelings[@]/%/_result_labeling.gz}")
+known=()
+[[ -z $truth ]] || known=(-truth "$truth")
 echo
-"$bin/compare_labelings" -truth "$truth" -scribbles "$scribbles" -shares "${option[shares]}" \
-  -labelings "$out"/{pixelwise,without,with}_result_labeling.gz \
-  -names pixelwise "without prior" "with prior" -image "$image" -sheet "$out/sheet.png"
+"$bin/compare_labelings" "${known[@]}" -scribbles "$scribbles" -shares "${option[shares]}" \
+  -labelings "${labelings[@]}" -names "${names[@]}" -image "$image" -sheet "$out/sheet.png"
 echo
 echo "Pictures in $out:"
-echo "  sheet.png: image, truth, pixelwise, without and with the prior"
-echo "  {pixelwise,without,with}_result_labeling.png: the labelings"
-echo "  {pixelwise,without,with}_result_labeling_overlaid.png: the labelings over the image"
+echo "  sheet.png: image,${truth:+ truth,} $(IFS=, && echo "${names[*]}" | sed 's/,/, /g')"
+echo "  {$(IFS=, && echo "${runs[*]}")}_result_labeling.png: the labelings"
+echo "  {$(IFS=, && echo "${runs[*]}")}_result_labeling_overlaid.png: the labelings over the image"
 [[ -n $folder ]] || echo "  image.png, scribbles.png, truth.png: the drawn micrograph"

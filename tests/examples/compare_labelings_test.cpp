@@ -20,7 +20,7 @@ class CompareLabelings : public testing::Test {
     program_.path = RATSEG_BIN_DIR "/compare_labelings";
     program_.folder = dir_.path().string();
     saveGrey("truth.png", {0, 0, 1, 2, 2, 2, 2, 2});
-    saveGrey("scribbles.png", {1, 0, 2, 3, 0, 0, 0, 0});
+    saveGrey("scribbles.png", {1, 0, 2, 3, 0, 0, 0, 3});
     writePackedArray<int>(dir_.file("a.gz"), {0, 1, 1, 2, 2, 2, 2, 2});
     writePackedArray<int>(dir_.file("b.gz"), {0, 0, 1, 1, 2, 2, 2, 3});
   }
@@ -54,8 +54,21 @@ TEST_F(CompareLabelings, PrintsTheTable) {
             "            accuracy    share of the foreground of label\n"
             "                             0         1\n"
             "truth                   0.6667    0.3333\n"
-            "first         0.8750    0.3333    0.6667\n"
-            "the second    0.7500    0.5000    0.5000\n");
+            "first         0.7500    0.3333    0.6667\n"
+            "the second    1.0000    0.5000    0.5000\n"
+            "Accuracy is counted where there are no scribbles.\n");
+}
+
+TEST_F(CompareLabelings, PrintsSharesWhereTheTruthIsUnknown) {
+  const ProgramResult result =
+      program_.run({"-scribbles", "scribbles.png", "-labelings", "a.gz", "-names", "first",
+                    "-image", "truth.png", "-sheet", "sheet.png"});
+  EXPECT_EQ(result.out,
+            "         share of the foreground of label\n"
+            "              0         1\n"
+            "first    0.3333    0.6667\n");
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(QImage(QString::fromStdString(dir_.file("sheet.png"))).size(), QSize(2 * 4 + 6, 2));
 }
 
 TEST_F(CompareLabelings, PrintsSharesOfTheImage) {
@@ -63,8 +76,9 @@ TEST_F(CompareLabelings, PrintsSharesOfTheImage) {
             "            accuracy    share of the image of label\n"
             "                             0         1         2\n"
             "truth                   0.2500    0.1250    0.6250\n"
-            "first         0.8750    0.1250    0.2500    0.6250\n"
-            "the second    0.7500    0.2857    0.2857    0.4286\n");
+            "first         0.7500    0.1250    0.2500    0.6250\n"
+            "the second    1.0000    0.2857    0.2857    0.4286\n"
+            "Accuracy is counted where there are no scribbles.\n");
 }
 
 TEST_F(CompareLabelings, DrawsThePicturesSideBySide) {
@@ -87,6 +101,12 @@ TEST_F(CompareLabelings, SaysWhatIsWrong) {
             "ERROR: -names: expected 2 names, one for each labeling, but found 1\n");
   EXPECT_EQ(run({"-labelings", "a.gz", "none.gz"}).err,
             "ERROR: none.gz: expected 8 labels, one for each pixel, but found something else\n");
+  QImage other(3, 3, QImage::Format_Grayscale8);
+  other.fill(0);
+  ASSERT_TRUE(other.save(QString::fromStdString(dir_.file("other.png"))));
+  EXPECT_EQ(run({"-truth", "other.png"}).err,
+            "ERROR: other.png: expected 4 x 2 pixels as in the scribbles, but found 3 x 3 "
+            "pixels\n");
   EXPECT_EQ(run({"-truth"}).err, "ERROR: -truth: expected a value, but found none\n");
   EXPECT_EQ(run({"-image", "truth.png", "-sheet", "nowhere/s.png"}).status, 1);
   EXPECT_EQ(run({"-image", "none.png", "-sheet", "s.png"}).err,

@@ -41,8 +41,8 @@ class DemoScript : public testing::Test {
 TEST_F(DemoScript, HelpListsItsOptions) {
   const ProgramResult result = run({"-help"});
   EXPECT_EQ(result.status, 0);
-  for (const std::string option :
-       {"-shares", "-lambda", "-mu", "-epsilon", "-spread", "-sigma", "-thr", "-iterations"}) {
+  for (const std::string option : {"-shares", "-lambda", "-mu", "-epsilon", "-spread", "-sigma",
+                                   "-thr", "-tolerance", "-accelerate", "-iterations"}) {
     EXPECT_NE(result.out.find("\n" + option + " "), std::string::npos) << option;
   }
 }
@@ -54,7 +54,7 @@ TEST_F(DemoScript, WrongOptions) {
   expectError({"a", "b"}, "expected one folder, but found \"a\" and \"b\"");
 }
 
-TEST_F(DemoScript, FoldersWithoutTheThreePictures) {
+TEST_F(DemoScript, FoldersWithoutPicturesOrScribbles) {
   expectError({"my pictures"}, "expected a folder, but found none at \"my pictures\"");
   std::filesystem::create_directory(dir_.file("my pictures"));
   const std::string folder = std::filesystem::canonical(dir_.file("my pictures")).string();
@@ -124,6 +124,30 @@ TEST_F(DemoRun, NamesTheFolderOfItsResultsFirst) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, folderLine());
   EXPECT_NE(result.out.find("with prior"), std::string::npos) << result.out;
+}
+
+TEST_F(DemoRun, LeavesThePriorOutWithoutSharesOrTruth) {
+  std::filesystem::remove(dir_.file("pictures/truth.png"));
+  const ProgramResult result = run({});
+  EXPECT_EQ(result.status, 0);
+  const std::string folder = std::filesystem::canonical(dir_.file("pictures")).string();
+  EXPECT_EQ(result.err, folderLine() + "Without the prior only: " + folder +
+                            " has neither proportions.txt nor truth.png\n");
+  EXPECT_NE(result.out.find("without prior"), std::string::npos) << result.out;
+  EXPECT_EQ(result.out.find("with prior"), std::string::npos) << result.out;
+  EXPECT_EQ(result.out.find("accuracy"), std::string::npos) << result.out;
+}
+
+TEST_F(DemoRun, TakesTheSharesOfAFolderWithoutTruth) {
+  std::filesystem::remove(dir_.file("pictures/truth.png"));
+  std::ofstream(dir_.file("pictures/proportions.txt")) << "0.7 0.01\n0.3 0.01\n";
+  const ProgramResult result = run({});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, folderLine());
+  EXPECT_NE(result.out.find("with prior"), std::string::npos) << result.out;
+  std::ifstream log(dir_.path() / "project/demo-out/pictures/with.log");
+  const std::string text(std::istreambuf_iterator<char>(log), {});
+  EXPECT_NE(text.find("        0.7        0.01"), std::string::npos) << text;
 }
 
 // Three runs of ratseg get the options; pixelwise does no iterations.
