@@ -74,7 +74,7 @@ float fitTemperature(const HeldOut& samples, float most) {
   float best = 1;
   double greatest = -HUGE_VAL;
   if (samples.size() == 0) return best;
-  for (int step = -4; step <= 12; ++step) {
+  for (int step = 0; step <= 12; ++step) {
     const Calibration trial{static_cast<float>(std::pow(2.0, step / 4.0)), most};
     const std::vector<float> costs = forestCosts(samples, trial);
     const double mean = balancedMean(samples, [&](std::size_t k) {

@@ -30,8 +30,8 @@ struct Calibration {
   void costs(const float* probabilities, std::size_t classCount, float* costs) const;
 };
 
-// The temperature under which held-out samples are likeliest, each class weighing alike; 1 without
-// samples.
+// The temperature, 1 to 8, under which held-out samples are likeliest, each class weighing alike; 1
+// without samples. Never below 1: people mark what is clear, so the rest is no clearer.
 float fitTemperature(const HeldOut& samples, float most);
 
 // The part of the forest, 0.05 to 0.95, under which held-out samples are likeliest, with a prior

@@ -1,6 +1,7 @@
 #include "app/dataterm/costs.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <stdexcept>
 
@@ -64,7 +65,8 @@ ColourCosts colourCostsOf(const CostInput& input, const DatatermOptions& options
 }
 
 // Costs by colour of all labels in front of rho.
-void writeColourCosts(const CostInput& input, const DatatermOptions& options, float* rho) {
+void writeColourCosts(const CostInput& input, const DatatermOptions& options, float sigma,
+                      float* rho) {
   RatSeg solver;
   Params& par = solver.getParams();
   par.w = static_cast<std::size_t>(input.image.w);
@@ -77,10 +79,36 @@ void writeColourCosts(const CostInput& input, const DatatermOptions& options, fl
     lists.push_back(const_cast<RGB*>(list.data()));
     counts.push_back(list.size());
   }
-  solver.setDataterm(input.image.pixels.get(), lists.data(), counts.data(), options.sigma,
-                     options.thr);
+  solver.setDataterm(input.image.pixels.get(), lists.data(), counts.data(), sigma, options.thr);
   solver.getDataterm(rho);
   solver.free();
+}
+
+// The marked colours of these labels, evenly thinned where there are many.
+std::vector<std::vector<std::array<float, 3>>> keptColours(
+    const CostInput& input, const std::vector<std::uint32_t>& labels) {
+  constexpr std::size_t kMost = 65536;
+  std::vector<std::vector<std::array<float, 3>>> kept;
+  for (const std::uint32_t label : labels) {
+    const std::vector<RGB>& all = input.colours[label];
+    const std::size_t count = std::min(all.size(), kMost);
+    kept.emplace_back();
+    for (std::size_t k = 0; k < count; ++k) {
+      const RGB& colour = all[k * all.size() / count];
+      kept.back().push_back({colour.x, colour.y, colour.z});
+    }
+  }
+  return kept;
+}
+
+std::string kindText(ChannelKind kind, std::size_t planes) {
+  if (kind == ChannelKind::grey) return "grey pictures";
+  if (kind == ChannelKind::colour) return "colour pictures";
+  return "pictures of " + std::to_string(planes) + " channels";
+}
+
+std::string kindText(const Channels& channels) {
+  return kindText(channels.kind, channels.data.size());
 }
 
 // Other labels than the marked one cost too much to be chosen.
@@ -122,7 +150,7 @@ void forbid(const CostInput& input, std::size_t label, const std::string& file, 
 
 }  // namespace
 
-Channels channelsOf(const Image& image) {
+Channels channelsOf(const Image& image, const KeptModel* model) {
   const RGB* first = image.pixels.get();
   Channels channels;
   channels.w = static_cast<std::size_t>(image.w);
@@ -130,22 +158,24 @@ Channels channelsOf(const Image& image) {
   channels.step = sizeof(RGB) / sizeof(float);
   channels.data = {&first->x, &first->y, &first->z};
   channels.kind = ChannelKind::colour;
-  return greyWhereEqual(channels);
+  const bool asColour = model != nullptr && model->kind == ChannelKind::colour;
+  return asColour ? channels : greyWhereEqual(channels);
 }
 
 struct CostMaker::State {
   const CostInput& input;
   const DatatermOptions& options;
-  std::optional<Learned> model;             // none: colours alone
+  std::optional<KeptModel> model;           // none: colours alone
   std::optional<PictureFeatures> features;  // of the image, where they are there already
 
-  State(const CostInput& i, const DatatermOptions& o) : input(i), options(o) {}
   void learnModel();
+  void checkKnownModel() const;
 };
 
 void CostMaker::State::learnModel() {
   WorkLine line;
-  PictureFeatures seen(channelsOf(input.scribbled));
+  const Channels channels = channelsOf(input.scribbled);
+  PictureFeatures seen(channels);
   LearnSettings settings;
   settings.most = options.thr;
   settings.mix = options.model.mix;
@@ -153,21 +183,37 @@ void CostMaker::State::learnModel() {
   settings.progress = [&](double part) { line.show("learning", part); };
   std::size_t done = 0;
   seen.step = [&] {
-    ++done;
-    line.show("looking at marked rows",
-              static_cast<double>(done) / static_cast<double>(seen.steps()));
+    line.show("features", static_cast<double>(++done) / static_cast<double>(seen.steps()));
   };
   const Marks marks = {input.scribbles.w, input.scribbles.h, input.scribbles.pixels.data()};
-  model = learn(seen, marks, settings);
+  model.emplace();
+  model->learned = learn(seen, marks, settings);
+  model->kind = channels.kind;
+  model->planes = static_cast<std::uint32_t>(channels.data.size());
+  model->labelCount = static_cast<std::uint32_t>(input.labels);
+  model->sigma = options.sigma;
+  if (settings.colourCosts) model->colours = keptColours(input, model->learned.labels);
   seen.step = {};
   if (input.marksAreOnImage()) features.emplace(std::move(seen));
 }
 
-CostMaker::CostMaker(const CostInput& input, const DatatermOptions& options)
-    : state_(std::make_unique<State>(input, options)) {
-  if (!learnsForest(input, options.model)) return;
-  state_->learnModel();
-  reportLearned(*state_->model, options);
+void CostMaker::State::checkKnownModel() const {
+  const Channels channels = channelsOf(input.image, &*model);
+  if (channels.kind == model->kind && channels.data.size() == model->planes) return;
+  throw InputError(options.model.file, "a model of " + kindText(channels),
+                   "one of " + kindText(model->kind, model->planes));
+}
+
+CostMaker::CostMaker(const CostInput& input, const DatatermOptions& options,
+                     std::optional<KeptModel> known)
+    : state_(new State{input, options, std::move(known), {}}) {
+  if (state_->model) {
+    state_->model->learned.calibration.most = options.thr;
+    state_->checkKnownModel();
+  } else if (learnsForest(input, options.model)) {
+    state_->learnModel();
+    reportLearned(state_->model->learned, options);
+  }
 }
 
 CostMaker::~CostMaker() = default;
@@ -178,16 +224,16 @@ std::vector<float> CostMaker::costs(const std::vector<double>& shares) {
   const std::size_t pixels = input.image.count();
   const std::size_t planes = input.labels + (options.sharesOfImage ? 1 : 0);
   std::vector<float> rho(planes * pixels, options.voidCost());
-  const std::optional<Learned>& model = state_->model;
-  if (model && model->mix >= 1) {
+  const std::optional<KeptModel>& model = state_->model;
+  if (model && model->learned.mix >= 1) {
     std::fill_n(rho.begin(), input.labels * pixels, options.thr);
   } else {
-    writeColourCosts(input, options, rho.data());
+    writeColourCosts(input, options, model ? model->sigma : options.sigma, rho.data());
   }
   if (model) {
-    if (!state_->features) state_->features.emplace(channelsOf(input.image));
+    if (!state_->features) state_->features.emplace(channelsOf(input.image, &*model));
     WorkLine line;
-    addForestCosts(*model, *state_->features, input.labels, line, rho.data());
+    addForestCosts(model->learned, *state_->features, input.labels, line, rho.data());
     state_->features.reset();
     line.erase();
     reportShares(rho.data(), input.labels, pixels, shares, options);
@@ -201,6 +247,6 @@ std::vector<float> CostMaker::costs(const std::vector<double>& shares) {
   return rho;
 }
 
-std::string CostMaker::kept() const { return {}; }
+const std::optional<KeptModel>& CostMaker::model() const { return state_->model; }
 
 }  // namespace namespace_ratseg

@@ -5,12 +5,14 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "app/dataterm/label_picture.h"
 #include "app/dataterm/options.h"
 #include "app/load_picture.h"
 #include "models/channels.h"
+#include "models/kept_model.h"
 
 namespace namespace_ratseg {
 
@@ -25,15 +27,17 @@ struct CostInput {
   bool marksAreOnImage() const { return &image == &scribbled && !scribbles.pixels.empty(); }
 };
 
-// The picture as the models see it.
-Channels channelsOf(const Image& image);
+// The picture as models see it: grey where its channels are equal everywhere, unless a model of
+// colour pictures asks.
+Channels channelsOf(const Image& image, const KeptModel* model = nullptr);
 
-// Learns from marks, or reads a kept model, and computes costs.
+// Computes costs, by a model that it learns from the marks or by a kept one.
 class CostMaker {
  public:
-  // Learns, and says on standard error what the models make of strokes that they did not see; what
-  // looks wrong there is a warning. Throws InputError.
-  CostMaker(const CostInput& input, const DatatermOptions& options);
+  // Unless a model is there already, learns one, and says on standard error what it makes of
+  // strokes that it did not see; what looks wrong there is a warning. Throws InputError.
+  CostMaker(const CostInput& input, const DatatermOptions& options,
+            std::optional<KeptModel> known = {});
   ~CostMaker();
   CostMaker(const CostMaker&) = delete;
   CostMaker& operator=(const CostMaker&) = delete;
@@ -42,8 +46,8 @@ class CostMaker {
   // shares the picture itself speaks of, beside those of the truth (empty: none).
   std::vector<float> costs(const std::vector<double>& shares);
 
-  // The kept form of the model, for -save-model.
-  std::string kept() const;
+  // The model, to be kept; none where costs are by colour alone.
+  const std::optional<KeptModel>& model() const;
 
  private:
   struct State;

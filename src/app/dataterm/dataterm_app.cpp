@@ -1,5 +1,6 @@
 #include "app/dataterm/dataterm_app.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
@@ -9,10 +10,12 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/dataterm/costs.h"
 #include "app/dataterm/input_error.h"
+#include "app/dataterm/known_model.h"
 #include "app/dataterm/label_picture.h"
 #include "app/dataterm/options.h"
 #include "app/dataterm/scribble_problem.h"
@@ -79,25 +82,28 @@ struct Problem {
   std::vector<std::vector<RGB>> colours;
   std::vector<double> shares;  // empty without -truth
 
-  explicit Problem(const DatatermOptions& options)
+  Problem(const DatatermOptions& options, const std::optional<KeptModel>& known)
       : image(loadImage(options.image, options.limits)) {
     const bool other = !options.scribbledImage.empty();
     const std::string& scribbledFile = other ? options.scribbledImage : options.image;
     if (other) otherImage = loadImage(scribbledFile, options.limits);
     const Image& scribbled = this->scribbled();
     scribbledPixels = scribbled.count();
-    scribbles = loadBeside(options.scribbles, scribbled, scribbledFile);
+    if (!options.scribbles.empty()) {
+      scribbles = loadBeside(options.scribbles, scribbled, scribbledFile);
+    }
     std::optional<LabelPicture> truth;
     if (!options.truth.empty()) truth = loadBeside(options.truth, image, options.image);
-    if (scribbles.highest() == 0) {
+    if (scribbles.highest() == 0 && !options.scribbles.empty()) {
       throw InputError(options.scribbles, "marked pixels (numbers above 0)", "none");
     }
-    labels = countLabels(scribbles, truth);
+    labels = std::max<std::size_t>(countLabels(scribbles, truth), known ? known->labelCount : 0);
     if (labels < 2) {
-      throw InputError(options.scribbles, "marks of at least two labels (a 2 or higher)",
-                       "no mark above 1");
+      throw InputError(known ? options.model.file : options.scribbles,
+                       "marks of at least two labels (a 2 or higher)", "no mark above 1");
     }
-    colours = scribbleColours(scribbles, scribbled.pixels.get(), labels);
+    colours = known ? coloursOf(*known, labels)
+                    : scribbleColours(scribbles, scribbled.pixels.get(), labels);
     if (truth) {
       shares = namespace_ratseg::shares(*truth, labels, options.sharesOfImage);
       if (shares.empty()) {
@@ -140,46 +146,79 @@ void refuseOverwriting(const DatatermOptions& options) {
       throw InputError(option + " " + out, "a file of its own", "that it is " + in + " as well");
     }
   };
-  for (const std::string& in :
-       {options.image, options.scribbles, options.scribbledImage, options.truth}) {
-    if (in.empty()) continue;
-    refuse("-out", options.out, in);
-    if (!options.proportions.empty()) refuse("-proportions", options.proportions, in);
+  std::vector<std::string> inputs = {options.image, options.scribbles, options.scribbledImage,
+                                     options.truth, options.model.file};
+  for (const auto& [label, file] : options.model.forbidden) inputs.push_back(file);
+  const std::vector<std::pair<std::string, std::string>> outputs = {
+      {"-out", options.out},
+      {"-proportions", options.proportions},
+      {"-save-model", options.model.save}};
+  for (const auto& [option, out] : outputs) {
+    if (out.empty()) continue;
+    for (const std::string& in : inputs) {
+      if (!in.empty()) refuse(option, out, in);
+    }
+    inputs.push_back(out);
   }
-  if (!options.proportions.empty()) refuse("-proportions", options.proportions, options.out);
 }
 
 [[noreturn]] void failWriting(const std::string& option, const std::string& file, int error) {
   throw InputError(option + " " + file, "a file that can be written", textOfErrno(error));
 }
 
-// Nothing takes its place unless all is made.
-void writeFiles(const DatatermOptions& options, const std::vector<float>& rho,
-                const std::vector<double>& shares) {
-  FileReplacement dataterm(options.out);
-  // Level 1: higher ones take several times as long and save little on floats.
-  if (!FileIO::makeArray(dataterm, rho.data(), rho.size(), 1)) {
-    failWriting("-out", options.out, errno);
-  }
-  FileReplacement proportions(options.proportions);
-  std::vector<FileReplacement*> files = {&dataterm};
-  if (!shares.empty()) {
-    std::string text;
-    for (double share : shares) {
-      text += numberText(share) + " " + numberText(options.spread) + "\n";
-    }
-    const auto write = [&](int descriptor) {
-      return writeAll(descriptor, text.data(), text.size());
-    };
-    if (!proportions.make(write)) failWriting("-proportions", options.proportions, errno);
-    files.push_back(&proportions);
-  }
-  const std::vector<int> errors = finishTogether(files);
-  if (errors[0] != 0) failWriting("-out", options.out, errors[0]);
-  if (errors.back() != 0) failWriting("-proportions", options.proportions, errors.back());
+// A result file, made but not in its place yet.
+struct MadeFile {
+  std::string option;
+  std::string name;
+  std::unique_ptr<FileReplacement> file;
+
+  MadeFile(const std::string& o, const std::string& n)
+      : option(o), name(n), file(std::make_unique<FileReplacement>(n)) {}
+};
+
+MadeFile makeFile(const std::string& option, const std::string& name, const std::string& bytes) {
+  MadeFile made(option, name);
+  const auto write = [&](int descriptor) {
+    return writeAll(descriptor, bytes.data(), bytes.size());
+  };
+  if (!made.file->make(write)) failWriting(option, name, errno);
+  return made;
 }
 
-void report(const Problem& problem, const DatatermOptions& options) {
+std::string proportionsText(const std::vector<double>& shares, double spread) {
+  std::string text;
+  for (double share : shares) text += numberText(share) + " " + numberText(spread) + "\n";
+  return text;
+}
+
+// Nothing takes its place unless all is made.
+void writeFiles(const DatatermOptions& options, const std::vector<float>& rho,
+                const std::vector<double>& shares, const std::optional<KeptModel>& model) {
+  std::vector<MadeFile> made;
+  made.emplace_back("-out", options.out);
+  // Level 1: higher ones take several times as long and save little on floats.
+  if (!FileIO::makeArray(*made[0].file, rho.data(), rho.size(), 1)) {
+    failWriting("-out", options.out, errno);
+  }
+  if (!shares.empty()) {
+    made.push_back(
+        makeFile("-proportions", options.proportions, proportionsText(shares, options.spread)));
+  }
+  if (!options.model.save.empty()) {
+    if (!model) {
+      throw InputError("-save-model", "a model of at least two marked labels", "colours alone");
+    }
+    made.push_back(makeFile("-save-model", options.model.save, packModel(*model)));
+  }
+  std::vector<FileReplacement*> files;
+  for (const MadeFile& one : made) files.push_back(one.file.get());
+  const std::vector<int> errors = finishTogether(files);
+  for (std::size_t k = 0; k < made.size(); ++k) {
+    if (errors[k] != 0) failWriting(made[k].option, made[k].name, errors[k]);
+  }
+}
+
+void report(const Problem& problem, const DatatermOptions& options, bool learned) {
   const std::size_t planes = problem.labels + (options.sharesOfImage ? 1 : 0);
   std::cout << "Saved " << options.out << "  (data term of " << planes << " labels, "
             << sizeOf(problem.image) << ")" << std::endl;
@@ -188,9 +227,14 @@ void report(const Problem& problem, const DatatermOptions& options) {
               << (options.sharesOfImage ? "image" : "foreground") << " of " << problem.shares.size()
               << " labels, spread " << numberText(options.spread) << ")" << std::endl;
   }
+  if (!options.model.save.empty()) {
+    std::cout << "Saved " << options.model.save << "  (model of " << problem.labels << " labels)"
+              << std::endl;
+  }
   for (std::size_t k = 0; k < problem.labels; ++k) {
     std::cout << "  " << (k + 1 < planes ? "foreground" : "background") << " label " << k << ": "
-              << problem.colours[k].size() << " scribble pixels";
+              << problem.colours[k].size()
+              << (learned ? " scribble pixels" : " colours of the model");
     if (k < problem.shares.size()) std::cout << ", share " << numberText(problem.shares[k]);
     std::cout << std::endl;
   }
@@ -202,19 +246,23 @@ void report(const Problem& problem, const DatatermOptions& options) {
 
 void run(const DatatermOptions& options) {
   refuseOverwriting(options);
-  for (const std::string& file : {options.out, options.proportions}) {
+  for (const std::string& file : {options.out, options.proportions, options.model.save}) {
     if (!file.empty()) removeLeftovers(file);
   }
-  Problem problem(options);
+  std::optional<KeptModel> known;
+  if (!options.model.file.empty()) known = loadModel(options.model.file);
+  Problem problem(options, known);
   chooseDevice(options);
-  warnOfScribbles(problem, options);
+  if (!known) warnOfScribbles(problem, options);
   if (options.strict && warningCount() > 0) throw std::runtime_error(warningsAreErrors());
   const CostInput input = {problem.image, problem.scribbled(), problem.scribbles, problem.colours,
                            problem.labels};
-  CostMaker maker(input, options);
+  const bool learned = !known;
+  CostMaker maker(input, options, std::move(known));
   if (options.strict && warningCount() > 0) throw std::runtime_error(warningsAreErrors());
-  writeFiles(options, maker.costs(problem.shares), problem.shares);
-  report(problem, options);
+  const std::vector<float> rho = maker.costs(problem.shares);
+  writeFiles(options, rho, problem.shares, maker.model());
+  report(problem, options, learned);
 }
 
 }  // namespace

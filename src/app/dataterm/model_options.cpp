@@ -109,24 +109,4 @@ bool ModelOptions::isOne(const std::string& name) {
   return false;
 }
 
-const char* const kModelUsage =
-    R"(-model colour|forest|both|<filename>
-    What makes costs of the marks: "colour" asks how far a pixel's colour is from those that were
-    marked, "forest" is a random forest that sees texture too, "both" adds the costs of the two. A
-    file is a model that -save-model kept, for another picture of the series
-    Default: both
--mix <float>
-    The part of the forest in "both", from 0 to 1
-    Default: what is likeliest for strokes that are held out, at most twenty to one
--strokes hard|soft
-    "hard": on marked pixels all other labels cost 100 times thr, so that what is marked stays so.
-    Not with -scribbled-image
-    Default: hard, and soft where -model colour is given: its file is what it always was
--save-model <filename>
-    Keep the model
--forbid <label> <filename> ...
-    The label costs 100 times thr where the mask, an 8-bit grey or indexed PNG of the image's size,
-    is not 0. More pairs may follow
-)";
-
 }  // namespace namespace_ratseg

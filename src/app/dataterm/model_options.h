@@ -31,9 +31,6 @@ struct ModelOptions {
   static bool isOne(const std::string& name);
 };
 
-// Their part of the usage text.
-extern const char* const kModelUsage;
-
 }  // namespace namespace_ratseg
 
 #endif

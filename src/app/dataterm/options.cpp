@@ -15,7 +15,8 @@ const char* const kDatatermUsage =
     R"(ratseg-dataterm: data term and proportions for ratseg from scribbles
 
   ratseg-dataterm -image F -scribbles F -out F [-scribbled-image F]
-                  [-sigma 5] [-thr 10]
+                  [-model colour|forest|both|F] [-mix X] [-strokes hard|soft]
+                  [-save-model F] [-forbid LABEL F ...] [-sigma 5] [-thr 10]
                   [-truth F -proportions F [-spread 0.02]]
                   [-shares foreground|image] [-device auto|cuda|host] [-strict 0|1]
                   [-max-megapixels 150] [-max-memory GIB]
@@ -24,7 +25,7 @@ const char* const kDatatermUsage =
     Image to segment, of any format that ratseg reads
 -scribbles <filename>
     8-bit grey or indexed PNG of the image's size: 0 where nothing is marked, k+1 where label k is
-    marked. The background is the last label
+    marked. The background is the last label. Not needed with a kept model
 -out <filename>
     Data term file to write
 -scribbled-image <filename>
@@ -37,6 +38,23 @@ const char* const kDatatermUsage =
 -thr <float>
     Greatest cost, for colours that are unlike all that were marked
     Default: 10
+-model colour|forest|both|<filename>
+    What makes costs of the marks: "colour" asks how far a pixel's colour is from those that were
+    marked, "forest" is a random forest that sees texture too, "both" adds the costs of the two. A
+    file is a model that -save-model kept, for another picture of the series
+    Default: both
+-mix <float>
+    The part of the forest in "both", from 0 to 1
+    Default: what is likeliest for strokes that are held out, at most twenty to one
+-strokes hard|soft
+    "hard": on marked pixels all other labels cost 100 times thr, so that what is marked stays so.
+    Not with -scribbled-image
+    Default: hard, and soft where -model colour is given: its file is what it always was
+-save-model <filename>
+    Keep the model
+-forbid <label> <filename> ...
+    The label costs 100 times thr where the mask, an 8-bit grey or indexed PNG of the image's size,
+    is not 0. More pairs may follow
 -truth <filename>
     8-bit grey or indexed PNG of the image's size with label numbers, from which the shares of the
     labels are taken
@@ -103,6 +121,11 @@ class Reader {
     if (!text(name, "a file name", target)) {
       throw InputError("-" + name, "a file name", "that the option is missing");
     }
+  }
+
+  // Throws if the option was given.
+  void refuse(const std::string& name, const std::string& expected) const {
+    if (cmd_.hasArg(name)) throw InputError("-" + name, expected, "that it is given");
   }
 
   // isValid tells which values are allowed.
@@ -186,7 +209,15 @@ DatatermOptions DatatermOptions::parse(int argc, const char* const* argv) {
   reader.refuseUnknown();
   DatatermOptions options;
   reader.required("image", options.image);
-  reader.required("scribbles", options.scribbles);
+  options.model = reader.model();
+  const bool known = !options.model.file.empty();
+  if (known) {
+    reader.text("scribbles", "a file name", options.scribbles);
+    reader.refuse("sigma", "the model's own, since -model is a file");
+    reader.refuse("scribbled-image", "no such option, since -model is a file");
+  } else {
+    reader.required("scribbles", options.scribbles);
+  }
   reader.required("out", options.out);
   reader.text("scribbled-image", "a file name", options.scribbledImage);
   const auto isPositive = [](float v) { return v > 0 && std::isfinite(v); };
@@ -196,7 +227,6 @@ DatatermOptions DatatermOptions::parse(int argc, const char* const* argv) {
   const auto isLimit = [](double v) { return v > 0 && std::isfinite(v); };
   reader.number("max-megapixels", "a number greater than 0", options.limits.megapixels, isLimit);
   reader.number("max-memory", "a number greater than 0", options.limits.gib, isLimit);
-  options.model = reader.model();
   readTruth(reader, options);
   checkShares(reader, options);
   checkDevice(reader, options);

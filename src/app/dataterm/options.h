@@ -11,7 +11,7 @@ namespace namespace_ratseg {
 // The command line of ratseg-dataterm.
 struct DatatermOptions {
   std::string image;           // -image, required
-  std::string scribbles;       // -scribbles, required
+  std::string scribbles;       // -scribbles, required; with a kept model empty where not given
   std::string scribbledImage;  // -scribbled-image; empty: the image
   std::string out;             // -out, required
   std::string truth;           // -truth; empty: no proportions file is written
