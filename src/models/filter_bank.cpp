@@ -5,7 +5,6 @@
 #include <iterator>
 
 #include "device/host/host_launch.h"
-#include "models/vigra_calls.h"
 #include "models/weighted_rows.h"
 #include "util/cielab.h"
 
@@ -30,9 +29,20 @@ std::size_t mirrored(std::ptrdiff_t i, std::size_t n) {
   return static_cast<std::size_t>(i <= last ? i : period - i);
 }
 
-std::vector<float> reversedKernel(double sigma, unsigned order) {
-  std::vector<float> kernel = gaussianKernel(sigma, order);
-  std::reverse(kernel.begin(), kernel.end());
+// The derivative of that order, 0 to 2, of a Gaussian that is sampled up to 4 sigma and sums to 1;
+// to be correlated with.
+std::vector<float> gaussianKernel(double sigma, unsigned order) {
+  const auto radius = static_cast<int>(4 * sigma + 0.5);
+  const double variance = sigma * sigma;
+  double sum = 0;
+  for (int x = -radius; x <= radius; ++x) sum += std::exp(-0.5 * x * x / variance);
+  std::vector<float> kernel;
+  for (int x = -radius; x <= radius; ++x) {
+    const double factor = order == 0   ? 1
+                          : order == 1 ? x / variance
+                                       : (x * x - variance) / (variance * variance);
+    kernel.push_back(static_cast<float>(factor * std::exp(-0.5 * x * x / variance) / sum));
+  }
   return kernel;
 }
 
@@ -116,8 +126,8 @@ std::size_t FilterBank::Kernels::reach() const {
 FilterBank::FilterBank(const Channels& picture) : picture_(picture), planes_(picture.data.size()) {
   for (const double scale : kScales) {
     Kernels kernels;
-    for (unsigned k = 0; k < 3; ++k) kernels.order[k] = reversedKernel(scale, k);
-    kernels.outer = reversedKernel(kWindow * scale, 0);
+    for (unsigned k = 0; k < 3; ++k) kernels.order[k] = gaussianKernel(scale, k);
+    kernels.outer = gaussianKernel(kWindow * scale, 0);
     kernels_.push_back(kernels);
   }
 }

@@ -3,26 +3,10 @@
 #include <vigra/multi_array.hxx>
 #include <vigra/random.hxx>
 #include <vigra/random_forest.hxx>
-#include <vigra/separableconvolution.hxx>
 
 namespace namespace_ratseg {
 
 bool haveVigra() { return true; }
-
-std::vector<float> gaussianKernel(double sigma, unsigned order) {
-  constexpr double kWindow = 4;
-  vigra::Kernel1D<double> kernel;
-  if (order == 0) {
-    kernel.initGaussian(sigma, 1.0, kWindow);
-  } else {
-    kernel.initGaussianDerivative(sigma, static_cast<int>(order), 1.0, kWindow);
-  }
-  std::vector<float> weights;
-  for (int j = kernel.left(); j <= kernel.right(); ++j) {
-    weights.push_back(static_cast<float>(kernel[j]));
-  }
-  return weights;
-}
 
 namespace {
 

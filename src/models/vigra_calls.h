@@ -13,11 +13,6 @@ namespace namespace_ratseg {
 // Whether VIGRA was there when this was built.
 bool haveVigra();
 
-// The weights of a sampled Gaussian's derivative of that order, from -radius to radius; their sum
-// is 1 for order 0 and 0 for others, and their moment of that order is exact. To be convolved with:
-// out[x] = sum_j weights[radius + j] in[x - j]. The radius is 4 sigma.
-std::vector<float> gaussianKernel(double sigma, unsigned order);
-
 // What trees are grown from: feature f of sample s is features[f * samples + s].
 struct TreeSamples {
   const float* features = nullptr;

@@ -8,10 +8,6 @@ namespace namespace_ratseg {
 
 bool haveVigra() { return false; }
 
-std::vector<float> gaussianKernel(double, unsigned) {
-  throw std::logic_error("built without VIGRA");
-}
-
 std::vector<TreeNode> growTree(const TreeSamples&, const TreeSettings&, std::uint32_t) {
   throw std::logic_error("built without VIGRA");
 }

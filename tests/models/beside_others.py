@@ -35,7 +35,7 @@ def smooth(plane, sigma):
 
 
 def derived(plane, sigma, rows, columns):
-    return ndi.gaussian_filter(plane, sigma, order=(rows, columns), mode="mirror", truncate=6)
+    return ndi.gaussian_filter(plane, sigma, order=(rows, columns), mode="mirror")
 
 
 def features_of(plane):
