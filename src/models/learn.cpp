@@ -57,7 +57,10 @@ struct Table {
     const TreeSamples data = {values.data(), classes.data(), some.size(), featureCount,
                               labels.size()};
     TreeSettings settings;
-    settings.perClass = (some.size() + labels.size() - 1) / labels.size();
+    // Each tree sees two thirds of the most frequent class, and as many of every other.
+    std::vector<std::size_t> counts(labels.size());
+    for (const std::uint32_t c : classes) ++counts[c];
+    settings.perClass = *std::max_element(counts.begin(), counts.end());
     settings.leastToSplit = 1;
     return Forest::grow(data, settings, trees, seed, step);
   }

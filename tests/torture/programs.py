@@ -43,7 +43,7 @@ PROGRAMS = (
     Program(
         "ratseg-dataterm",
         ("-image", "{in}/image.png", "-scribbles", "{in}/scribbles.png", "-out", "dataterm.gz",
-         "-truth", "{in}/truth.png", "-proportions", "proportions.txt"),
+         "-truth", "{in}/truth.png", "-proportions", "proportions.txt", "-model", "colour"),
         ("dataterm.gz", "proportions.txt"),
         messages=r"ERROR|    |ratseg: |ratseg-dataterm: "),
     Program("make_micrograph", (".", "{seed}"), ("image.png", "truth.png", "scribbles.png"),
