@@ -194,10 +194,15 @@ TEST_F(DatatermModels, ForbiddenLabelsCostTooMuchThere) {
 }
 
 TEST_F(DatatermModels, AConfusedLabelIsWarnedOfAndStrictEndsThere) {
+  // Noise, with single pixels marked by chance.
   std::mt19937 chance(1);
-  std::vector<unsigned char> noise(kAll);
-  for (unsigned char& v : noise) v = static_cast<unsigned char>(chance() % 256);
+  std::vector<unsigned char> noise(kAll), marks(kAll);
+  for (std::size_t p = 0; p < kAll; ++p) {
+    noise[p] = static_cast<unsigned char>(chance() % 256);
+    if (p % 3 == 0 && p / kWide % 2 == 0) marks[p] = static_cast<unsigned char>(1 + chance() % 2);
+  }
   saveGrey("image.png", noise, kWide);
+  saveGrey("scribbles.png", marks, kWide);
   const ProgramResult result = run({{"-model", "both"}});
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.err, HasSubstr("ratseg-dataterm: warning: label "));
