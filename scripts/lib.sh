@@ -25,7 +25,7 @@ quietly() {
 # What the tests need besides.
 # Files of other programs are made by Python's packages and libtiff's tools.
 test_packages=(libgtest-dev libgmock-dev pkg-config libtiff-tools python3-h5py python3-jsonschema
-  python3-numpy python3-pil python3-tifffile)
+  python3-numpy python3-pil python3-skimage python3-sklearn python3-tifffile)
 
 # The Debian packages that the programs need to be built, and those named, as far as they are not there,
 # one a line. A tool counts as there wherever it comes from.
@@ -34,8 +34,8 @@ missing_packages() {
   command -v cmake >/dev/null || echo cmake
   command -v ninja >/dev/null || echo ninja-build
   local package
-  for package in zlib1g-dev libhdf5-dev libjpeg-dev libpng-dev libtiff-dev qt6-base-dev \
-    qt6-image-formats-plugins nlohmann-json3-dev "$@"; do
+  for package in zlib1g-dev libhdf5-dev libjpeg-dev libpng-dev libtiff-dev libvigraimpex-dev \
+    qt6-base-dev qt6-image-formats-plugins nlohmann-json3-dev "$@"; do
     [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
       echo "$package"
   done

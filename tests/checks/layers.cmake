@@ -2,16 +2,17 @@
 #
 # Checks which way the includes of SOURCE/src run (docs/architecture.md), prints one line per
 # violation, and fails if there is any:
-# - src/device, src/util, src/files, src/project, src/algorithms, src/library and src/app include only
+# - src/device, src/util, src/files, src/models, src/project, src/algorithms, src/library and src/app include only
 #   what stands before them here;
 # - in the solver's folder every room includes only itself and the rooms below it; what stands in the
 #   folder itself may include all rooms, which know nothing of it but params.h and engine.h;
 # - the CUDA headers are included by src/device/cuda and by *_cuda.cu only;
+# - VIGRA's headers, which are for C++17, are included by src/models/vigra_calls.cpp only;
 # - Qt is included by src/app and by *_qt.cpp only;
 # - the environment is read by src/device/environment.cpp only.
 cmake_minimum_required(VERSION 3.25)
 
-set(layers device util files project algorithms library app)
+set(layers device util files models project algorithms library app)
 
 set(solver algorithms/rat_segments/alg)
 set(rooms kernels dataterm plain fused_host strips_gpu certificate)
@@ -83,6 +84,9 @@ foreach(file IN LISTS files)
     endif()
     if(header MATCHES "^(cuda_runtime|cuda|cub/|thrust/|device_launch)" AND NOT may_cuda)
       violation("only src/device/cuda and *_cuda.cu may include ${header}")
+    endif()
+    if(header MATCHES "^vigra/" AND NOT file STREQUAL "src/models/vigra_calls.cpp")
+      violation("only src/models/vigra_calls.cpp may include ${header}")
     endif()
     if(header MATCHES "^(Q[A-Z]|Qt)" AND NOT may_qt)
       violation("only src/app and *_qt.cpp may include ${header}")

@@ -44,8 +44,8 @@ PROGRAMS = (
     Program(
         "ratseg-dataterm",
         ("-image", "{in}/image.png", "-scribbles", "{in}/scribbles.png", "-out", "dataterm.gz",
-         "-truth", "{in}/truth.png", "-proportions", "proportions.txt", "-picture-out",
-         "picture.png"),
+         "-truth", "{in}/truth.png", "-proportions", "proportions.txt", "-model", "colour",
+         "-picture-out", "picture.png"),
         ("dataterm.gz", "proportions.txt", "picture.png"),
         messages=r"ERROR|    |ratseg: |ratseg-dataterm: "),
     Program(

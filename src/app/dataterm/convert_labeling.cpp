@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "app/dataterm/forbidden.h"
 #include "app/dataterm/input_error.h"
 #include "app/dataterm/input_picture.h"
 #include "app/dataterm/label_palette.h"
@@ -166,6 +167,7 @@ void convertLabeling(const DatatermOptions& options) {
     throw InputError("-out", "a .tif or .npy file, since a PNG holds at most 256 labels",
                      std::to_string(labeling.counts.size()) + " labels");
   }
+  tellForbidden(options, picture.image, labeling.labels);
   if (options.strict && warningCount() > 0) throw std::runtime_error(warningsAreErrors());
   report(options, write(options, form, labeling, picture.kept), labeling);
 }

@@ -94,9 +94,23 @@ void warnOfOneValue(const std::string& file, const std::vector<ValueRange>& rang
   }
 }
 
+// Black to 0, white to 1. A single pair of numbers is for all channels.
+void scaleValues(const std::vector<float>& range, std::vector<ValueRange> ranges, Raster& raster) {
+  for (std::size_t c = ranges.size(); c < raster.channels; ++c) {
+    ranges.push_back(range.size() == 2 ? ValueRange{range[0], range[1]}
+                                       : rangeOf(raster.plane(c), raster.count()));
+  }
+  for (std::size_t c = 0; c < raster.channels; ++c) {
+    const float low = ranges[c].low;
+    const float scale = ranges[c].high > low ? 1 / (ranges[c].high - low) : 0.0f;
+    float* plane = raster.plane(c);
+    for (std::size_t p = 0; p < raster.count(); ++p) plane[p] = (plane[p] - low) * scale;
+  }
+}
+
 }  // namespace
 
-void makeEightBits(const std::string& file, const std::vector<float>& range, const Raster& raster,
+void makeEightBits(const std::string& file, const std::vector<float>& range, Raster& raster,
                    InputPicture& picture) {
   const std::size_t shown = shownChannels(raster);
   const bool given = !range.empty();
@@ -120,6 +134,7 @@ void makeEightBits(const std::string& file, const std::vector<float>& range, con
   for (std::size_t p = 0; p < raster.count(); ++p) {
     image.pixels[p] = {part(0, p), part(1, p), part(2, p), 1};
   }
+  scaleValues(range, ranges, raster);
 }
 
 void stretchImage(const std::string& file, const std::vector<float>& range, Image& image) {

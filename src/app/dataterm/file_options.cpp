@@ -176,6 +176,10 @@ FileOptions FileOptions::parse(const Values& values) {
   refuseTogether(values, "probabilities", forScribbles);
   refuseTogether(values, "convert", {"costs", "probabilities", "truth", "proportions"});
   refuseTogether(values, "convert", forScribbles);
+  const auto forModels = {"model", "mix", "strokes", "save-model"};
+  for (const char* without : {"costs", "probabilities", "convert"}) {
+    refuseTogether(values, without, forModels);
+  }
   if (!options.axes.empty() && !options.givesCosts()) {
     throw InputError("-axes", "that -costs or -probabilities is given", "neither");
   }

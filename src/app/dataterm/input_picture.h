@@ -17,8 +17,8 @@ namespace namespace_ratseg {
 struct InputPicture {
   Image image;                   // what the colour model sees: whole 255ths from 0 to 1
   bool grey = false;             // its three channels are known to be the same
-  std::optional<Raster> raster;  // in full depth with all channels, all values finite, for pictures
-                                 // of more than 8 bits or of other channels than grey or RGB
+  std::optional<Raster> raster;  // in full depth with all channels, black 0 and white 1, for
+                                 // pictures of more than 8 bits or of others than grey or RGB
   KeptTags kept;                 // of a TIFF file
 };
 

@@ -15,7 +15,8 @@ const char* const kDatatermUsage =
     R"(ratseg-dataterm: data term and proportions for ratseg from scribbles
 
   ratseg-dataterm -image F -scribbles F -out F [-scribbled-image F]
-                  [-sigma 5] [-thr 10]
+                  [-model colour|forest|both|F] [-mix X] [-strokes hard|soft]
+                  [-save-model F] [-forbid LABEL F ...] [-sigma 5] [-thr 10]
                   [-truth F -proportions F [-spread 0.02]]
                   [-shares foreground|image] [-device auto|cuda|host] [-strict 0|1]
                   [-max-megapixels 150] [-max-memory GIB]
@@ -25,7 +26,7 @@ const char* const kDatatermUsage =
 -scribbles <filename>
     Picture of the image's size: 8-bit grey or indexed PNG or TIFF of label numbers, 0 where nothing
     is marked, k+1 where label k is marked; or PNG or TIFF with a pure colour for each label. The
-    background is the last label
+    background is the last label. Not needed with a kept model
 -out <filename>
     Data term file to write
 -scribbled-image <filename>
@@ -38,6 +39,23 @@ const char* const kDatatermUsage =
 -thr <float>
     Greatest cost, for colours that are unlike all that were marked
     Default: 10
+-model colour|forest|both|<filename>
+    What makes costs of the marks: "colour" asks how far a pixel's colour is from those that were
+    marked, "forest" is a random forest that sees texture too, "both" adds the costs of the two. A
+    file is a model that -save-model kept, for another picture of the series
+    Default: both
+-mix <float>
+    The part of the forest in "both", from 0 to 1
+    Default: what is likeliest for strokes that are held out, at most twenty to one
+-strokes hard|soft
+    "hard": on marked pixels all other labels cost 100 times thr, so that what is marked stays so.
+    Not with -scribbled-image
+    Default: hard, and soft where -model colour is given: its file is what it always was
+-save-model <filename>
+    Keep the model
+-forbid <label> <filename> ...
+    The label costs 100 times thr where the mask, an 8-bit grey or indexed PNG of the image's size,
+    is not 0. More pairs may follow. With -convert: say where the labeling has it all the same
 -truth <filename>
     8-bit grey or indexed PNG or TIFF of the image's size with label numbers, from which the shares
     of the labels are taken
@@ -78,7 +96,7 @@ class Reader {
         "thr",    "truth",     "proportions",     "spread",    "shares",
         "device", "strict",    "max-megapixels",  "max-memory"};
     for (const auto& [name, values] : cmd_.values) {
-      bool isKnown = FileOptions::isOne(name);
+      bool isKnown = FileOptions::isOne(name) || ModelOptions::isOne(name);
       for (const std::string& k : known) isKnown = isKnown || k == name;
       if (!isKnown) {
         throw InputError("-" + name, "one of the options that the usage screen lists",
@@ -100,10 +118,17 @@ class Reader {
     return true;
   }
 
+  ModelOptions model() const { return ModelOptions::parse(cmd_); }
+
   void required(const std::string& name, std::string& target) const {
     if (!text(name, "a file name", target)) {
       throw InputError("-" + name, "a file name", "that the option is missing");
     }
+  }
+
+  // Throws if the option was given.
+  void refuse(const std::string& name, const std::string& expected) const {
+    if (cmd_.hasArg(name)) throw InputError("-" + name, expected, "that it is given");
   }
 
   // isValid tells which values are allowed.
@@ -188,8 +213,16 @@ DatatermOptions DatatermOptions::parse(int argc, const char* const* argv) {
   DatatermOptions options;
   reader.required("image", options.image);
   options.files = FileOptions::parse(reader.values());
+  options.model = reader.model();
+  const bool known = !options.model.file.empty();
   const bool given = options.files.givesCosts() || !options.files.convert.empty();
-  if (!given) reader.required("scribbles", options.scribbles);
+  if (known) {
+    reader.text("scribbles", "a file name", options.scribbles);
+    reader.refuse("sigma", "the model's own, since -model is a file");
+    reader.refuse("scribbled-image", "no such option, since -model is a file");
+  } else if (!given) {
+    reader.required("scribbles", options.scribbles);
+  }
   if (!options.files.listColours) reader.required("out", options.out);
   reader.text("scribbled-image", "a file name", options.scribbledImage);
   const auto isPositive = [](float v) { return v > 0 && std::isfinite(v); };

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "app/dataterm/file_options.h"
+#include "app/dataterm/model_options.h"
 #include "app/load_picture.h"
 
 namespace namespace_ratseg {
@@ -11,7 +12,7 @@ namespace namespace_ratseg {
 // The command line of ratseg-dataterm.
 struct DatatermOptions {
   std::string image;           // -image, required
-  std::string scribbles;       // -scribbles, required unless files says otherwise
+  std::string scribbles;       // -scribbles, required unless files or a kept model say otherwise
   std::string scribbledImage;  // -scribbled-image; empty: the image
   std::string out;             // -out, required unless colours are only listed
   std::string truth;           // -truth; empty: no proportions file is written
@@ -22,6 +23,7 @@ struct DatatermOptions {
   bool sharesOfImage = false;  // -shares image (true) or foreground (false)
   std::string device;          // -device; empty: as RATSEG_DEVICE says
   bool strict = false;         // -strict: warnings are errors
+  ModelOptions model;          // what makes the costs
   PictureLimits limits;        // -max-megapixels and -max-memory, > 0
   FileOptions files;           // other kinds of files
 

@@ -52,10 +52,13 @@ class DatatermProgram : public testing::Test {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   }
 
-  // The three required options with changed or added ones; an empty value leaves one out.
+  // Costs by colour, the three required options with changed or added ones; an empty value leaves
+  // one out.
   ProgramResult run(const Changes& changes = {}) const {
-    Changes options = {
-        {"-image", "image.png"}, {"-scribbles", "scribbles.png"}, {"-out", "dataterm.gz"}};
+    Changes options = {{"-image", "image.png"},
+                       {"-scribbles", "scribbles.png"},
+                       {"-out", "dataterm.gz"},
+                       {"-model", "colour"}};
     for (const auto& [name, value] : changes) options[name] = value;
     std::vector<std::string> words;
     for (const auto& [name, value] : options) {
