@@ -11,16 +11,17 @@
 //
 // Prints, per size and engine: pixel-label-iterations per second (median of several runs, with the
 // spread), microseconds per iteration, the bandwidth at 36 bytes per pixel-label-iteration, and its
-// ratio to the limit: an in-place a = a s + b over an array far larger than the caches (on the
-// host), or a copy within device memory (on a GPU), read and written bytes counted. RATSEG_ISA
-// chooses the fused engine's instruction set on the host.
+// ratio to the limit of the device's memory (bandwidth.h), which is measured between the runs and
+// has its spread printed. For the fused engine on the host the plainest total-variation loop
+// (peers/total_variation.h) runs in turn with it. RATSEG_ISA chooses the fused engine's instruction
+// set on the host.
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <random>
 #include <sstream>
 #include <string>
@@ -30,9 +31,10 @@
 #include "algorithms/rat_segments/alg/rat_seg.h"
 #include "app/usage_wanted.h"
 #include "app/version/version.h"
-#include "device/host/host_launch.h"
+#include "bandwidth.h"
 #include "device/runtime.h"
 #include "device/selection.h"
+#include "peers/total_variation.h"
 #include "util/fileio.h"
 #include "wave_picture.h"
 
@@ -43,6 +45,7 @@ namespace {
 constexpr int kRepeats = 7;
 constexpr double kBytesPerStep = 36.0;
 constexpr std::size_t kSome = 50;  // iterations before the measured ones
+constexpr float kLambda = 5.0f;
 
 struct Size {
   std::size_t w, h, n;
@@ -63,64 +66,29 @@ struct Problem {
   std::vector<float> rho, weight, ratios, sigmas;
 };
 
-struct Measurement {
-  double median = 0.0, least = 0.0, greatest = 0.0;  // seconds per iteration
-  double check = 0.0;                                // seconds of one check of the certified stop
+// Figures that were measured several times.
+struct Spread {
+  double median = 0.0, least = 0.0, greatest = 0.0;
+
+  Spread() = default;
+  explicit Spread(const std::vector<double>& values)
+      : median(namespace_ratseg::median(values)),
+        least(*std::min_element(values.begin(), values.end())),
+        greatest(*std::max_element(values.begin(), values.end())) {}
 };
 
-double secondsNow() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
-
-constexpr std::size_t kLimitFloats = std::size_t{64} << 20;
-constexpr double kLimitBytes = 2.0 * kLimitFloats * sizeof(float);
-
-double hostBandwidth() {
-  std::vector<float> a(kLimitFloats, 1.0f);
-  std::vector<double> rates;
-  constexpr std::size_t kPiece = 16384;
-  for (int r = 0; r < kRepeats; ++r) {
-    const double start = secondsNow();
-    parallelFor(kLimitFloats / kPiece, kLimitFloats, [&](std::size_t piece) {
-      float* p = a.data() + piece * kPiece;
-      for (std::size_t k = 0; k < kPiece; ++k) p[k] = p[k] * 0.999f + 0.001f;
-    });
-    rates.push_back(kLimitBytes / (secondsNow() - start));
-  }
-  return median(rates);
-}
-
-double deviceBandwidth() {
-  void* a = nullptr;
-  void* b = nullptr;
-  cudaMalloc(&a, kLimitFloats * sizeof(float));
-  cudaMalloc(&b, kLimitFloats * sizeof(float));
-  const auto copy = [&](int times) {
-    const double start = secondsNow();
-    for (int c = 0; c < times; ++c) {
-      cudaMemcpy(b, a, kLimitFloats * sizeof(float), cudaMemcpyDeviceToDevice);
-    }
-    cudaDeviceSynchronize();
-    return times * kLimitBytes / (secondsNow() - start);
-  };
-  copy(3);
-  std::vector<double> rates;
-  for (int r = 0; r < kRepeats; ++r) rates.push_back(copy(20));
-  cudaFree(a);
-  cudaFree(b);
-  return median(rates);
-}
+struct Measurement {
+  Spread iteration;    // seconds
+  Spread peer;         // seconds of an iteration of the plain loop; 0 where it was not run
+  Spread limit;        // bytes per second
+  double check = 0.0;  // seconds of one check of the certified stop
+};
 
 void setParams(Params& par, const Size& size, int engine, const Job& job) {
   par.w = size.w;
   par.h = size.h;
   par.n = size.n;
-  par.lambda = 5.0f;
+  par.lambda = kLambda;
   par.mu = 500.0f;
   par.eps = 10.0f;
   par.engine = engine;
@@ -168,8 +136,13 @@ double secondsOfRun(RatSeg& solver, std::size_t steps) {
   return secondsNow() - start;
 }
 
-// The seconds of one iteration.
-Measurement measureIteration(const Size& size, int engine, const Job& job) {
+bool hasPeer(int engine, const Job& job) {
+  return backend().isHost() && engine == Params::engine_fused && !job.accelerate;
+}
+
+// The seconds of one iteration. In each repeat the solver, the loop that it is compared with and
+// the memory take turns, so that a machine whose speed changes changes all three.
+Measurement measureIteration(const Size& size, int engine, const Job& job, Bandwidth& memory) {
   Problem p;
   setParams(p.solver.getParams(), size, engine, job);
   if (!allocate(p.solver)) return {};
@@ -183,22 +156,38 @@ Measurement measureIteration(const Size& size, int engine, const Job& job) {
   const double each = secondsOfRun(p.solver, warm) / static_cast<double>(warm);
   const double most = backend().isHost() ? 2000.0 : 50000.0;
   const auto steps = static_cast<std::size_t>(std::clamp(0.4 / each, slow ? 3.0 : 10.0, most));
-  const auto measured = [&](std::size_t count) {
-    std::vector<double> times;
-    for (int r = 0; r < repeats; ++r) {
-      times.push_back(secondsOfRun(p.solver, count) / static_cast<double>(count));
-    }
-    return times;
+  const auto measureSteps = [&](std::size_t count) {
+    return secondsOfRun(p.solver, count) / static_cast<double>(count);
   };
-  const std::vector<double> times = measured(steps);
+  std::unique_ptr<TotalVariationLoop> peer;
+  if (hasPeer(engine, job)) {
+    peer = std::make_unique<TotalVariationLoop>(size.w, size.h, size.n, p.rho, kLambda);
+    for (std::size_t k = 0; k < warm; ++k) peer->iterate();
+  }
+  std::vector<double> times, peerTimes, rates;
+  for (int r = 0; r < repeats; ++r) {
+    times.push_back(measureSteps(steps));
+    if (peer) {
+      const double start = secondsNow();
+      for (std::size_t k = 0; k < steps; ++k) peer->iterate();
+      peerTimes.push_back((secondsNow() - start) / static_cast<double>(steps));
+    }
+    rates.push_back(memory.measureOnce());
+  }
+  peer.reset();
   Params& par = p.solver.getParams();
   par.tolerance = 1e-30f;  // never met
   par.certifyModulo = 1;
   const std::size_t checks = std::clamp<std::size_t>(steps / 10, slow ? 1 : 3, 200);
-  const std::vector<double> checked = measured(checks);
+  std::vector<double> checked;
+  for (int r = 0; r < repeats; ++r) checked.push_back(measureSteps(checks));
   p.solver.free();
-  return {median(times), *std::min_element(times.begin(), times.end()),
-          *std::max_element(times.begin(), times.end()), median(checked) - median(times)};
+  Measurement m;
+  m.iteration = Spread(times);
+  if (!peerTimes.empty()) m.peer = Spread(peerTimes);
+  m.limit = Spread(rates);
+  m.check = median(checked) - m.iteration.median;
+  return m;
 }
 
 // One solve from set-up to the file of the labeling, each part's seconds on a line of its own.
@@ -239,28 +228,40 @@ std::string engineName(int engine, const Job& job) {
   return job.accelerate ? name + " accelerated" : name;
 }
 
-// One line on standard output; returns the same as a JSON object, or nothing when the device has no
+// Lines on standard output; returns the same as a JSON object, or nothing when the device has no
 // room.
-std::string measure(const Size& size, int engine, const Job& job, double bandwidth) {
-  const Measurement m = measureIteration(size, engine, job);
-  if (m.median == 0.0) return "";
+std::string measure(const Size& size, int engine, const Job& job, Bandwidth& memory) {
+  const Measurement m = measureIteration(size, engine, job, memory);
+  const Spread& t = m.iteration;
+  if (t.median == 0.0) return "";
   const double pli = static_cast<double>(size.w * size.h * size.n);
-  const double gbs = kBytesPerStep * pli / m.median;
+  const double gbs = kBytesPerStep * pli / t.median;
   std::printf(
       "%5zux%-5zu x%-4zu %-18s %9.1f M pli/s (%.1f to %.1f)  %9.1f us  %7.2f GB/s  ratio %.2f\n",
-      size.w, size.h, size.n, engineName(engine, job).c_str(), pli / m.median * 1e-6,
-      pli / m.greatest * 1e-6, pli / m.least * 1e-6, m.median * 1e6, gbs * 1e-9, gbs / bandwidth);
-  const double perCheck = m.check / m.median;
+      size.w, size.h, size.n, engineName(engine, job).c_str(), pli / t.median * 1e-6,
+      pli / t.greatest * 1e-6, pli / t.least * 1e-6, t.median * 1e6, gbs * 1e-9,
+      gbs / m.limit.median);
+  std::printf("    limit meanwhile: %.1f GB/s (%.1f to %.1f)\n", m.limit.median * 1e-9,
+              m.limit.least * 1e-9, m.limit.greatest * 1e-9);
+  if (m.peer.median > 0.0) {
+    std::printf("    plain total variation: %.1f M pli/s (%.1f to %.1f); this is %.2f times that\n",
+                pli / m.peer.median * 1e-6, pli / m.peer.greatest * 1e-6, pli / m.peer.least * 1e-6,
+                m.peer.median / t.median);
+  }
+  const double perCheck = m.check / t.median;
   std::printf(
       "    a check of the certified stop: %.1f iterations, %.2f %% of a run with the default\n",
       perCheck, 100.0 * perCheck / static_cast<double>(Params().certifyModulo));
   std::fflush(stdout);
   std::ostringstream json;
   json << "{\"w\": " << size.w << ", \"h\": " << size.h << ", \"n\": " << size.n
-       << ", \"engine\": \"" << engineName(engine, job) << "\", \"seconds\": " << m.median
-       << ", \"seconds_least\": " << m.least << ", \"seconds_greatest\": " << m.greatest
-       << ", \"seconds_per_check\": " << m.check << ", \"pli_per_second\": " << pli / m.median
-       << ", \"ratio_to_limit\": " << gbs / bandwidth << "}";
+       << ", \"engine\": \"" << engineName(engine, job) << "\", \"seconds\": " << t.median
+       << ", \"seconds_least\": " << t.least << ", \"seconds_greatest\": " << t.greatest
+       << ", \"seconds_per_check\": " << m.check << ", \"pli_per_second\": " << pli / t.median
+       << ", \"limit_bytes_per_second\": " << m.limit.median
+       << ", \"limit_least\": " << m.limit.least << ", \"limit_greatest\": " << m.limit.greatest
+       << ", \"peer_seconds\": " << m.peer.median
+       << ", \"ratio_to_limit\": " << gbs / m.limit.median << "}";
   return json.str();
 }
 
@@ -333,8 +334,17 @@ int main(int argc, char** argv) {
   }
   cudaDeviceProp prop;
   cudaGetDeviceProperties(&prop, 0);
-  const double bandwidth = backend().isHost() ? hostBandwidth() : deviceBandwidth();
-  std::printf("device: %s, limit %.1f GB/s\n", prop.name, bandwidth * 1e-9);
+  std::unique_ptr<Bandwidth> memory;
+  if (backend().isHost()) {
+    memory = std::make_unique<HostBandwidth>();
+  } else {
+    memory = std::make_unique<DeviceBandwidth>();
+  }
+  std::vector<double> rates;
+  for (int r = 0; r < kRepeats; ++r) rates.push_back(memory->measureOnce());
+  const Spread limit(rates);
+  std::printf("device: %s, limit %.1f GB/s (%.1f to %.1f)\n", prop.name, limit.median * 1e-9,
+              limit.least * 1e-9, limit.greatest * 1e-9);
   std::string list;
   bool roomForAll = true;
   for (const Size& size : job.sizes) {
@@ -345,7 +355,7 @@ int main(int argc, char** argv) {
         if (!measureWhole(size, engine, job)) roomForAll = false;
         continue;
       }
-      const std::string json = measure(size, engine, job, bandwidth);
+      const std::string json = measure(size, engine, job, *memory);
       if (json.empty()) roomForAll = false;
       if (!json.empty()) list += (list.empty() ? "\n    " : ",\n    ") + json;
     }
@@ -353,7 +363,7 @@ int main(int argc, char** argv) {
   const int status = roomForAll ? 0 : 1;
   if (job.json.empty()) return status;
   std::ofstream out(job.json);
-  out << "{\n  \"device\": \"" << prop.name << "\",\n  \"limit_bytes_per_second\": " << bandwidth
+  out << "{\n  \"device\": \"" << prop.name << "\",\n  \"limit_bytes_per_second\": " << limit.median
       << ",\n  \"results\": [" << list << "\n  ]\n}\n";
   if (out.flush()) return status;
   std::cerr << "ERROR: cannot write \"" << job.json << "\"" << std::endl;

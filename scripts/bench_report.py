@@ -46,15 +46,20 @@ def size_name(result):
     return f"{result['w']} x {result['h']} x {result['n']}"
 
 
-def iteration_table(measured, limit):
-    yield "| size | engine | M pli/s (least to greatest) | us per iteration | GB/s | ratio |"
-    yield "|---|---|---|---|---|---|"
+def iteration_table(measured):
+    yield ("| size | engine | M pli/s (least to greatest) | us per iteration | GB/s | "
+           "limit meanwhile, GB/s | ratio | over the plain loop |")
+    yield "|---|---|---|---|---|---|---|---|"
     for r in measured["results"]:
         work = r["w"] * r["h"] * r["n"]
         rate, least, most = (work / r[k] / 1e6
                              for k in ("seconds", "seconds_greatest", "seconds_least"))
+        limit, low, high = (r[k] / 1e9 for k in ("limit_bytes_per_second", "limit_least",
+                                                 "limit_greatest"))
+        peer = f"{r['peer_seconds'] / r['seconds']:.2f}" if r["peer_seconds"] else "-"
         yield (f"| {size_name(r)} | {r['engine']} | {rate:.0f} ({least:.0f} to {most:.0f}) | "
-               f"{r['seconds'] * 1e6:.0f} | {rate * 36e-3:.1f} | {rate * 36e6 / limit:.2f} |")
+               f"{r['seconds'] * 1e6:.0f} | {rate * 36e-3:.1f} | "
+               f"{limit:.1f} ({low:.1f} to {high:.1f}) | {r['ratio_to_limit']:.2f} | {peer} |")
 
 
 def ratio_table(one, scalar, all_threads):
@@ -130,11 +135,9 @@ def main(build, work, *more_sizes):
     all_threads = measure(release, work, threads, sizes)
     one = measure(release, work, 1, sizes)
     scalar = measure(f"{build}/scalar/bin", work, 1, ["-engine", "plain", *sizes])
-    limit = all_threads["limit_bytes_per_second"]
     print(f"### {datetime.date.today()}, {all_threads['device']}, {threads} threads, {processor()}\n")
-    print(f"Limit {limit * 1e-9:.1f} GB/s, with one thread "
-          f"{one['limit_bytes_per_second'] * 1e-9:.1f} GB/s.\n")
-    print(*iteration_table(all_threads, limit), "", sep="\n")
+    print("Solver, plain loop (`bench/peers/`) and memory took turns.\n")
+    print(*iteration_table(all_threads), "", "One thread:", "", *iteration_table(one), "", sep="\n")
     print(*ratio_table(one, scalar, all_threads), "", sep="\n")
     print(*whole, "", memory, sep="\n")
 

@@ -23,7 +23,7 @@ quietly() {
 }
 
 # What the tests need besides.
-test_packages=(libgtest-dev libgmock-dev pkg-config python3-skimage python3-sklearn)
+test_packages=(libgtest-dev libgmock-dev pkg-config python3-jsonschema python3-skimage python3-sklearn)
 
 # The Debian packages that the programs need to be built, and those named, as far as they are not there,
 # one a line. A tool counts as there wherever it comes from.
@@ -33,7 +33,7 @@ missing_packages() {
   command -v ninja >/dev/null || echo ninja-build
   local package
   for package in zlib1g-dev libjpeg-dev libpng-dev libtiff-dev libvigraimpex-dev qt6-base-dev \
-    qt6-image-formats-plugins "$@"; do
+    qt6-image-formats-plugins nlohmann-json3-dev "$@"; do
     [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
       echo "$package"
   done

@@ -2,7 +2,7 @@
 #
 # Checks which way the includes of SOURCE/src run (docs/architecture.md), prints one line per
 # violation, and fails if there is any:
-# - src/device, src/util, src/models, src/algorithms, src/library and src/app include only what stands before them here;
+# - src/device, src/util, src/models, src/project, src/algorithms, src/library and src/app include only what stands before them here;
 # - in the solver's folder every room includes only itself and the rooms below it; what stands in the
 #   folder itself may include all rooms, which know nothing of it but params.h and engine.h;
 # - the CUDA headers are included by src/device/cuda and by *_cuda.cu only;
@@ -11,7 +11,7 @@
 # - the environment is read by src/device/environment.cpp only.
 cmake_minimum_required(VERSION 3.25)
 
-set(layers device util models algorithms library app)
+set(layers device util models project algorithms library app)
 
 set(solver algorithms/rat_segments/alg)
 set(rooms kernels dataterm plain fused_host strips_gpu certificate)

@@ -2,10 +2,22 @@
 
 import contextlib
 import subprocess
+import time
 
 
 def mount(arguments):
     return subprocess.run(["mount", *arguments], capture_output=True).returncode == 0
+
+
+def unmount(folder):
+    """Other threads start programs: until their exec, children hold the files of this process open,
+    so that a disk may be busy for a moment."""
+    end = time.monotonic() + 10
+    while subprocess.run(["umount", str(folder)], capture_output=True).returncode != 0:
+        if time.monotonic() > end:
+            subprocess.run(["umount", str(folder)], check=True)
+            return
+        time.sleep(0.01)
 
 
 @contextlib.contextmanager
@@ -17,4 +29,4 @@ def small_disk(folder):
         yield folder if mounted else None
     finally:
         if mounted:
-            subprocess.run(["umount", str(folder)], check=True)
+            unmount(folder)
