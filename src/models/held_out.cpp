@@ -11,7 +11,7 @@ namespace {
 constexpr double kFloor = 0.01;
 
 // The prior of the mix x is (x (1 - x))^kPull; the likelihood counts each stroke once.
-constexpr double kPull = 16;
+constexpr double kPull = 48;
 
 // The logarithm of the probability of a sample's own class under these costs.
 double logLikelihood(const float* costs, std::size_t classCount, std::size_t own) {

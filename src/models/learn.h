@@ -25,10 +25,10 @@ struct LearnSettings {
   std::size_t trees = 100;
   std::size_t heldOutTrees = 40;  // of each forest that is only grown to be asked
   std::size_t folds = 4;
-  std::size_t samples = 9000;  // about so many of all labels together
-  float most = 10;             // greatest cost
-  std::optional<float> mix;    // the part of the forest; none: chosen
-  ColourCosts colourCosts;     // empty: the forest alone
+  std::size_t samples = 18000;  // about so many of all labels together
+  float most = 10;              // greatest cost
+  std::optional<float> mix;     // the part of the forest; none: chosen
+  ColourCosts colourCosts;      // empty: the forest alone
   // Told now and then how much of the work is done, 0 to 1.
   std::function<void(double)> progress;
 };
