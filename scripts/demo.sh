@@ -23,6 +23,7 @@ drawn; where its three pictures are in demo-out/ already, they are used as they 
 -mu M                      weight of the share prior      (500)
 -epsilon E                 tolerance of the share prior   (10)
 -spread S                  spread of the shares           (0.02)
+-model colour|forest|both  what makes costs of the marks  (both)
 -sigma S                   width of the colour kernel     (5)
 -thr T                     greatest cost                  (10)
 -tolerance X               end when the certified gap is this small (1e-3)
@@ -36,7 +37,7 @@ USAGE
 }
 
 folder=
-declare -A option=([shares]=foreground [lambda]=5 [mu]=500 [epsilon]=10 [spread]=0.02 [sigma]=5
+declare -A option=([shares]=foreground [lambda]=5 [mu]=500 [epsilon]=10 [spread]=0.02 [model]=both [sigma]=5
                    [thr]=10 [tolerance]=1e-3 [accelerate]=1 [iterations]=5000)
 while (($# > 0)); do
   case $1 in
@@ -133,7 +134,7 @@ show_warnings() {
 # Makes dataterm.gz and, where there are shares, proportions.txt.
 make_dataterm() {
   local command=("$bin/ratseg-dataterm" -image "$image" -scribbles "$scribbles"
-    -out "$out/dataterm.gz" -sigma "${option[sigma]}" -thr "${option[thr]}"
+    -out "$out/dataterm.gz" -model "${option[model]}" -sigma "${option[sigma]}" -thr "${option[thr]}"
     -shares "${option[shares]}")
   if [[ -n $truth ]]; then
     command+=(-truth "$truth" -proportions "$out/proportions.txt" -spread "${option[spread]}")

@@ -105,7 +105,7 @@ class DemoRun : public testing::Test {
                     const std::string& folder = "pictures") const {
     std::vector<std::string> words = {"bash", "project/scripts/demo.sh"};
     if (!folder.empty()) words.push_back(folder);
-    words.insert(words.end(), {"-iterations", "10"});
+    words.insert(words.end(), {"-iterations", "10", "-model", "colour"});
     words.insert(words.end(), options.begin(), options.end());
     return program_.run(words);
   }

@@ -43,6 +43,24 @@ class Arrays(Case):
         self.refused(f"{name}: {EXPECTED}{line}", "-image", "image.png", option, name, *words)
 
 
+class Masks(Arrays):
+    def test_labels_may_be_forbidden_in_given_costs(self):
+        self.write(self.p)
+        mask = np.zeros((H, W), np.uint8)
+        mask[2:4, 3:6] = 1
+        self.save_png("mask.png", mask)
+        got, run = self.made("p.npy", "-probabilities", "-forbid", 1, "mask.png")
+        expected = self.costs(self.p)
+        expected[1][mask > 0] = 1000
+        np.testing.assert_allclose(got, expected, rtol=0, atol=1e-5)
+        self.assertIn(f"label 1 is forbidden at 6 of {H * W} pixels by mask.png", run.stderr)
+
+    def test_models_have_no_part_in_given_costs(self):
+        self.write(self.p)
+        self.refused("-model: expected that it is left out where -probabilities is given, but found "
+                     "both", "-image", "image.png", "-probabilities", "p.npy", "-model", "forest")
+
+
 class Npy(Arrays):
     def test_every_version_order_and_float(self):
         for version in ((1, 0), (2, 0), (3, 0)):

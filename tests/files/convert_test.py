@@ -57,6 +57,22 @@ class Convert(Case):
             np.testing.assert_array_equal(loaded, labels)
             self.assertEqual(loaded.dtype, np.dtype("<i4"))
 
+    def test_says_where_a_forbidden_label_was_taken(self):
+        labels = np.zeros((H, W), np.int64)
+        labels[:, 5:] = 2
+        self.pack(labels)
+        mask = np.zeros((H, W), np.uint8)
+        mask[3:5, 4:7] = 1
+        self.save_png("mask.png", mask)
+        words = ("-convert", "labeling.gz", "-image", "image.png", "-out", "labels.png", "-forbid")
+        for label, taken in ((0, 2), (2, 4)):
+            run = self.run_program(*words, label, "mask.png")
+            self.assertEqual(run.stderr, f"ratseg-dataterm: warning: label {label} was taken at "
+                             f"{taken} of 6 pixels where mask.png forbids it\n")
+        run = self.run_program(*words, 1, "mask.png")
+        self.assertEqual(run.stderr, "ratseg-dataterm: label 1 was taken at 0 of 6 pixels where "
+                         "mask.png forbids it\n")
+
     def test_colours_do_not_depend_on_the_number_of_labels(self):
         self.pack(np.arange(H * W).reshape(H, W) % 3)
         few = self.convert("labels.png").stdout

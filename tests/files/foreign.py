@@ -57,6 +57,9 @@ class Case(unittest.TestCase):
         Image.fromarray(array).save(self.folder / name, **more)
 
     def run_program(self, *words, program="ratseg-dataterm"):
+        # Files are tried with costs by colour: what a forest learns is said on standard error too.
+        if "-scribbles" in words and "-model" not in words:
+            words += ("-model", "colour")
         environment = os.environ | {"RATSEG_DEVICE": "host", "OMP_NUM_THREADS": "1"}
         run = subprocess.run([str(BIN / program), *map(str, words)], cwd=self.folder, text=True,
                              capture_output=True, env=environment, timeout=120,

@@ -8,7 +8,7 @@ import threading
 import foreign
 import numpy as np
 import tifffile
-from foreign import H, W, Case
+from foreign import H, W, Case, data_term
 from PIL import Image
 
 EXPECTED = "expected an image of a format that can be read, but found a file that "
@@ -183,6 +183,30 @@ class Tiff(Case):
                    extrasamples=["unspecified"])
         picture, _ = self.seen()
         np.testing.assert_array_equal(picture, np.moveaxis(array[:3].astype(np.uint8), 0, 2))
+
+    def test_the_forest_sees_all_channels_in_full_depth(self):
+        """Labels that only the fourth channel tells apart, by less than a step of 8 bits."""
+        if "VIGRA" in self.run_program("-image", "image.png", "-scribbles", "scribbles.png", "-out",
+                                       "probe.gz", "-model", "both").stderr:
+            self.skipTest("built without VIGRA")
+        h, w = 40, 60
+        truth = np.zeros((h, w), np.int64)
+        truth[:, 30:] = 1
+        planes = self.random.integers(0, 60000, (4, h, w)).astype(np.uint16)
+        planes[3] = 30000 + 60 * truth + self.random.integers(0, 8, (h, w))
+        planes[3, 0, 0], planes[3, -1, -1] = 0, 60000
+        self.write(planes, photometric="minisblack", planarconfig="separate")
+        marks = np.zeros((h, w), np.uint8)
+        for y in (5, 15, 25, 35):
+            marks[y, 4:24] = 1
+            marks[y, 36:56] = 2
+        self.save_png("marks.png", marks)
+        run = self.run_program("-image", "image.tif", "-scribbles", "marks.png", "-out", "deep.gz",
+                               "-model", "forest", "-shares", "image")
+        self.assertEqual(run.returncode, 0, run.stderr)
+        costs = data_term(self.folder / "deep.gz", (3, h, w))
+        found = costs[:2].argmin(axis=0)
+        self.assertGreater(np.mean(found == truth), 0.97)
 
     def test_transparency_is_no_channel(self):
         array = self.random.integers(0, 60000, (H, W, 4)).astype(np.uint16)
