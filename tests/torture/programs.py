@@ -49,6 +49,12 @@ PROGRAMS = (
         ("dataterm.gz", "proportions.txt", "picture.png"),
         messages=r"ERROR|    |ratseg: |ratseg-dataterm: "),
     Program(
+        "models",
+        ("-image", "{in}/image.png", "-scribbles", "{in}/scribbles.png", "-out", "both.gz", "-model",
+         "both", "-save-model", "kept.model"),
+        ("both.gz", "kept.model"), binary="ratseg-dataterm", slow=True,
+        messages=r"ERROR|    |ratseg: |ratseg-dataterm: "),
+    Program(
         "costs",
         ("-image", "{in}/deep.tif", "-costs", "{in}/costs.npy", "-out", "costs.gz", "-picture-out",
          "deep.png"),
