@@ -58,15 +58,21 @@ void mixCosts(const float* forest, const float* colour, float mix, std::vector<f
 
 void Calibration::costs(const float* probabilities, std::size_t classCount, float* costs) const {
   const double even = kFloor / static_cast<double>(classCount);
-  double sum = 0;
+  // Logarithms from the greatest one on: a low temperature leaves nothing of the others.
+  double greatest = -HUGE_VAL;
   for (std::size_t c = 0; c < classCount; ++c) {
     const double p = (1 - kFloor) * static_cast<double>(probabilities[c]) + even;
-    const double power = std::exp(std::log(p) / static_cast<double>(temperature));
-    costs[c] = static_cast<float>(power);
-    sum += power;
+    costs[c] = static_cast<float>(std::log(p) / static_cast<double>(temperature));
+    greatest = std::max(greatest, static_cast<double>(costs[c]));
   }
+  double sum = 0;
   for (std::size_t c = 0; c < classCount; ++c) {
-    costs[c] = std::min(most, static_cast<float>(-std::log(static_cast<double>(costs[c]) / sum)));
+    sum += std::exp(static_cast<double>(costs[c]) - greatest);
+  }
+  const double all = greatest + std::log(sum);
+  for (std::size_t c = 0; c < classCount; ++c) {
+    const double cost = std::max(0.0, all - static_cast<double>(costs[c]));
+    costs[c] = std::min(most, static_cast<float>(cost));
   }
 }
 

@@ -93,5 +93,23 @@ TEST(Confusion, CountsPartsOfEachClass) {
   EXPECT_NEAR(parts[2] + parts[3], 1, 1e-9);
 }
 
+TEST(CalibrationTest, CostsStayInTheirRangeAtEveryTemperature) {
+  for (const float temperature : {1e-3f, 5.86e-3f, 1.0f, 1e3f}) {
+    const Calibration calibration{temperature, 10};
+    const float all[][2] = {{0, 0}, {1, 0}, {0.25f, 0.1f}, {1, 1}};
+    for (const auto& probabilities : all) {
+      float costs[2];
+      calibration.costs(probabilities, 2, costs);
+      for (const float cost : costs) EXPECT_TRUE(cost >= 0 && cost <= 10) << cost;
+      if (probabilities[0] != probabilities[1]) {
+        EXPECT_LT(costs[0], costs[1]);
+      } else {
+        EXPECT_NEAR(costs[0], std::log(2.0), 1e-3);
+        EXPECT_EQ(costs[0], costs[1]);
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace namespace_ratseg
