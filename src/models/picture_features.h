@@ -5,6 +5,7 @@
 #include <functional>
 #include <vector>
 
+#include "device/ceil_div.h"
 #include "models/filter_bank.h"
 #include "models/strokes.h"
 
@@ -23,7 +24,7 @@ class PictureFeatures {
     const float* values = nullptr;    // as FilterBank::compute writes them, until the next block
   };
 
-  std::size_t blocks() const { return (h_ + rows_ - 1) / rows_; }
+  std::size_t blocks() const { return ceilDiv(h_, rows_); }
   Block block(std::size_t number);
   std::size_t pixels() const { return w_ * h_; }
   std::size_t w() const { return w_; }

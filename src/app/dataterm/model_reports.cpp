@@ -6,6 +6,7 @@
 #include <string>
 
 #include "app/messages.h"
+#include "device/ceil_div.h"
 #include "device/host/host_launch.h"
 
 namespace namespace_ratseg {
@@ -42,7 +43,7 @@ struct Sums {
 
 Sums sumsOf(const float* rho, std::size_t labels, std::size_t pixels) {
   constexpr std::size_t kPiece = 65536;
-  const std::size_t pieces = (pixels + kPiece - 1) / kPiece;
+  const std::size_t pieces = ceilDiv(pixels, kPiece);
   std::vector<Sums> parts(pieces, {std::vector<double>(labels), std::vector<double>(labels)});
   parallelFor(pieces, labels * pixels * 10, [&](std::size_t piece) {
     std::vector<double> terms(labels);
